@@ -1,0 +1,50 @@
+#include "AgentStatusEventHandler.h"
+
+#include "SvcMgrAppProxyHandler.h"
+#include "UpdateObserver.h"
+#include "bundle_lookup.h"
+#include "log.h"
+
+AgentStatusEventHandler::AgentStatusEventHandler()
+    : keep_connection(false),
+      subscription("event." SVCMGR_APP_ID ".agent_status", AgentEventCallback) {}
+
+void AgentStatusEventHandler::KeepConnection() {
+  LOG_INFO("Keep the CONNECTION");
+  keep_connection = true;
+  try {
+    subscription.RegisterEvent();
+  } catch (...) {
+    LOG_ERROR("Failed to register event");
+  }
+}
+
+void AgentStatusEventHandler::DontCareConnection() {
+  LOG_INFO("Don't care about CONNECTION");
+  keep_connection = false;
+  try {
+    subscription.DeregisterEvent();
+  } catch (...) {
+    LOG_ERROR("Failed to deregister event");
+  }
+}
+
+void AgentStatusEventHandler::AgentEventCallback(const char *event_name, bundle_h event_data,
+                                                 void * /*user_data*/) {
+  LOG_DEBUG("Agent status callback is invoked");
+  svcmgr::run_event_callback(HERE, [&] { GetInstance().HandleEvent(event_name, event_data); });
+}
+
+void AgentStatusEventHandler::HandleEvent(const char *event_name, bundle_h event_data) {
+  if (!subscription.IsFor(event_name)) return;
+  if (svcmgr::has_string(event_data, "Update")) {
+    UpdateObserver().PrepareSvcmgrUpdate();
+    return;
+  }
+  SvcMgrAppProxyHandler &handler = SvcMgrAppProxyHandler::GetInstance();
+  if (svcmgr::has_string(event_data, "Launch") && !handler.IsConnected() && keep_connection) {
+    LOG_DEBUG("Service manager is disconnected. Try to reconnect");
+    UpdateObserver().ReconnectAfterSvcmgrUpdate();
+    handler.Reconnect();
+  }
+}

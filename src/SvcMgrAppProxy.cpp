@@ -1,0 +1,392 @@
+#include "SvcMgrAppProxy.h"
+
+#include "api_frame.h"
+#include "heap_text.h"
+#include "log.h"
+
+namespace rpc_port::SvcMgrAppProxy::proxy {
+
+namespace {
+
+using svcmgr::HeapText;
+using svcmgr::ParcelOwner;
+
+constexpr const char *kPortName = "SvcMgrAppPort";
+constexpr int kCallbackPort = 1;
+
+/** What a number that the parcel does not hold reads as: no command, and a failure as a result. */
+constexpr int kUnreadable = -1;
+
+constexpr int kInvalidParameter = -22;
+constexpr int kPermissionDenied = -13;
+constexpr int kIOError = -5;
+
+// Values and structures in a parcel. A structure is its fields one after the other.
+
+void write_value(rpc_port_parcel_h parcel, int value) {
+  rpc_port_parcel_write_int32(parcel, value);
+}
+
+void write_value(rpc_port_parcel_h parcel, const std::string &value) {
+  rpc_port_parcel_write_string(parcel, value.c_str());
+}
+
+template <typename Element>
+void write_value(rpc_port_parcel_h parcel, const std::vector<Element> &elements);
+
+template <typename Struct>
+auto write_value(rpc_port_parcel_h parcel, const Struct &value)
+    -> decltype(value.Fields(), void()) {
+  std::apply([parcel](const auto &...fields) { (write_value(parcel, fields), ...); },
+             value.Fields());
+}
+
+template <typename Element>
+void write_value(rpc_port_parcel_h parcel, const std::vector<Element> &elements) {
+  rpc_port_parcel_write_array_count(parcel, static_cast<int>(elements.size()));
+  for (const Element &element : elements) write_value(parcel, element);
+}
+
+// Reading returns whether all texts could be read.
+
+bool read_value(rpc_port_parcel_h parcel, int &value) {
+  value = 0;
+  rpc_port_parcel_read_int32(parcel, &value);
+  return true;
+}
+
+bool read_value(rpc_port_parcel_h parcel, std::string &value) {
+  const svcmgr::TakenText taken = svcmgr::take_text(
+      [parcel](char **text) { return rpc_port_parcel_read_string(parcel, text); });
+  value = taken.text ? taken.text.get() : "";
+  return taken.text != nullptr;
+}
+
+template <typename Element>
+bool read_value(rpc_port_parcel_h parcel, std::vector<Element> &elements);
+
+template <typename Struct>
+auto read_value(rpc_port_parcel_h parcel, Struct &value) -> decltype(value.Fields(), bool()) {
+  return std::apply(
+      [parcel](auto &...fields) {
+        bool complete = true;
+        ((complete = read_value(parcel, fields) && complete), ...);
+        return complete;
+      },
+      value.Fields());
+}
+
+template <typename Element>
+bool read_value(rpc_port_parcel_h parcel, std::vector<Element> &elements) {
+  int count = 0;
+  rpc_port_parcel_read_array_count(parcel, &count);
+  std::vector<Element> read;
+  for (int i = 0; i < count; ++i) {
+    Element element;
+    if (!read_value(parcel, element)) break;
+    read.push_back(std::move(element));
+  }
+  elements = std::move(read);
+  return true;
+}
+
+void read_result(rpc_port_parcel_h parcel, int &result) {
+  result = kUnreadable;
+  rpc_port_parcel_read_int32(parcel, &result);
+}
+
+void read_result(rpc_port_parcel_h parcel, std::string &result) {
+  read_value(parcel, result);
+}
+
+template <typename Payload, typename Delegate>
+void receive(rpc_port_parcel_h parcel, Delegate &delegate) {
+  int result_code = kUnreadable;
+  rpc_port_parcel_read_int32(parcel, &result_code);
+  Payload payload;
+  Read(parcel, payload);
+  delegate.OnReceived(result_code, std::move(payload));
+}
+
+template <typename Body>
+void run_port_callback(const char *operation, Body body) noexcept {
+  svcmgr::run_callback(body, [operation](const char *text) {
+    LOG_PROXY_ERROR(operation, "Event was not handled: %s", text);
+  });
+}
+
+}  // namespace
+
+#define SVCMGR_WIRE_OPERATIONS(type)                                     \
+  rpc_port_parcel_h Write(rpc_port_parcel_h parcel, const type &value) { \
+    write_value(parcel, value);                                          \
+    return parcel;                                                       \
+  }                                                                      \
+  rpc_port_parcel_h Read(rpc_port_parcel_h parcel, type &value) {        \
+    read_value(parcel, value);                                           \
+    return parcel;                                                       \
+  }
+SVCMGR_WIRE_OPERATIONS(AIModelInfo)
+SVCMGR_WIRE_OPERATIONS(AIModelList)
+SVCMGR_WIRE_OPERATIONS(AIUpdateProgressInfo)
+SVCMGR_WIRE_OPERATIONS(AgentNameList)
+#undef SVCMGR_WIRE_OPERATIONS
+
+SvcMgrAppPort::CallbackBase::CallbackBase(DelegateId id, bool once)
+    : id_(static_cast<std::int32_t>(id)), seq_(next_seq_.fetch_add(1)), once_(once) {}
+
+std::string SvcMgrAppPort::CallbackBase::GetTag() const {
+  return std::to_string(id_) + "::" + std::to_string(seq_);
+}
+
+void SvcMgrAppPort::CallbackBase::WriteDelegate(rpc_port_parcel_h parcel,
+                                                const CallbackBase &delegate) {
+  rpc_port_parcel_write_int32(parcel, delegate.id_);
+  rpc_port_parcel_write_int32(parcel, delegate.seq_);
+  rpc_port_parcel_write_bool(parcel, delegate.once_);
+}
+
+void SvcMgrAppPort::CallbackBase::ReadDelegate(rpc_port_parcel_h parcel, CallbackBase &delegate) {
+  rpc_port_parcel_read_int32(parcel, &delegate.id_);
+  rpc_port_parcel_read_int32(parcel, &delegate.seq_);
+  rpc_port_parcel_read_bool(parcel, &delegate.once_);
+}
+
+#define SVCMGR_DELEGATE_OPERATIONS(name, payload)                               \
+  void SvcMgrAppPort::name##Callback::ReceiveParcel(rpc_port_parcel_h parcel) { \
+    receive<payload>(parcel, *this);                                            \
+  }                                                                             \
+  void SvcMgrAppPort::name##Callback::OnReceived(int /*result_code*/, payload /*value*/) {}
+SVCMGR_DELEGATE_OPERATIONS(GetUsableModelList, AIModelList)
+SVCMGR_DELEGATE_OPERATIONS(GetUsableModelListWithDesc, AIModelList)
+SVCMGR_DELEGATE_OPERATIONS(GetModelVersionList, AIModelList)
+SVCMGR_DELEGATE_OPERATIONS(RequestToUpdate, AIUpdateProgressInfo)
+SVCMGR_DELEGATE_OPERATIONS(RequestToUninstall, AIUpdateProgressInfo)
+#undef SVCMGR_DELEGATE_OPERATIONS
+
+SvcMgrAppPort::SvcMgrAppPort(IEventListener *listener, std::string target_app_id)
+    : main_port_(nullptr),
+      delegate_port_(nullptr),
+      proxy_handle_(nullptr),
+      listener_(listener),
+      target_app_id_(std::move(target_app_id)) {
+  if (rpc_port_proxy_create(&proxy_handle_) != 0) {
+    LOG_PROXY_ERROR("SvcMgrAppPort", "Failed to create proxy");
+    throw InvalidIOException();
+  }
+  rpc_port_proxy_add_connected_event_cb(proxy_handle_, OnConnectedCB, this);
+  rpc_port_proxy_add_disconnected_event_cb(proxy_handle_, OnDisconnectedCB, this);
+  rpc_port_proxy_add_rejected_event_cb(proxy_handle_, OnRejectedCB, this);
+  rpc_port_proxy_add_received_event_cb(proxy_handle_, OnReceivedCB, this);
+}
+
+SvcMgrAppPort::~SvcMgrAppPort() {
+  if (proxy_handle_ != nullptr) rpc_port_proxy_destroy(proxy_handle_);
+}
+
+void SvcMgrAppPort::Connect(bool sync) {
+  const auto connect = sync ? rpc_port_proxy_connect_sync : rpc_port_proxy_connect;
+  const int error = connect(proxy_handle_, target_app_id_.c_str(), kPortName);
+  if (error == 0) return;
+  LOG_PROXY_ERROR("Connect", "Failed to connect SvcMgrAppPort");
+  switch (error) {
+    case kInvalidParameter:
+      throw InvalidIDException();
+    case kPermissionDenied:
+      throw PermissionDeniedException();
+    case kIOError:
+      throw InvalidIOException();
+    default:
+      break;
+  }
+}
+
+// The platform's events. The listener, or a delegate, may destroy the port: nothing of it is
+// touched after they were called.
+
+void SvcMgrAppPort::OnConnectedCB(const char * /*endpoint*/, const char * /*port_name*/,
+                                  rpc_port_h port, void *user_data) {
+  run_port_callback("OnConnectedCB", [port, user_data] {
+    auto *self = static_cast<SvcMgrAppPort *>(user_data);
+    self->main_port_ = port;
+    rpc_port_proxy_get_port(self->proxy_handle_, kCallbackPort, &self->delegate_port_);
+    self->listener_->OnConnected();
+  });
+}
+
+void SvcMgrAppPort::OnDisconnectedCB(const char * /*endpoint*/, const char * /*port_name*/,
+                                     void *user_data) {
+  run_port_callback("OnDisconnectedCB", [user_data] {
+    auto *self = static_cast<SvcMgrAppPort *>(user_data);
+    self->delegates_.clear();
+    self->listener_->OnDisconnected();
+  });
+}
+
+void SvcMgrAppPort::OnRejectedCB(const char * /*endpoint*/, const char * /*port_name*/,
+                                 void *user_data) {
+  run_port_callback("OnRejectedCB", [user_data] {
+    static_cast<SvcMgrAppPort *>(user_data)->listener_->OnRejected();
+  });
+}
+
+void SvcMgrAppPort::OnReceivedCB(const char * /*endpoint*/, const char * /*port_name*/,
+                                 void *user_data) {
+  run_port_callback("OnReceivedCB",
+                    [user_data] { static_cast<SvcMgrAppPort *>(user_data)->Receive(); });
+}
+
+void SvcMgrAppPort::Receive() {
+  rpc_port_parcel_h handle = nullptr;
+  if (rpc_port_parcel_create_from_port(&handle, delegate_port_) != 0) {
+    LOG_PROXY_ERROR("OnReceivedCB", "Failed to create parcel from port");
+    return;
+  }
+  const ParcelOwner parcel(handle);
+  int command = kUnreadable;
+  rpc_port_parcel_read_int32(parcel.get(), &command);
+  if (command == static_cast<int>(MethodId::Callback)) DispatchDelegate(parcel.get());
+}
+
+void SvcMgrAppPort::DispatchDelegate(rpc_port_parcel_h parcel) {
+  int id = 0;
+  int seq = 0;
+  bool once = false;
+  rpc_port_parcel_read_int32(parcel, &id);
+  rpc_port_parcel_read_int32(parcel, &seq);
+  rpc_port_parcel_read_bool(parcel, &once);
+  for (auto delegate = delegates_.begin(); delegate != delegates_.end(); ++delegate) {
+    if ((*delegate)->GetId() != id || (*delegate)->GetSeq() != seq) continue;
+    if ((*delegate)->IsOnce()) {
+      const std::unique_ptr<CallbackBase> last_use = std::move(*delegate);
+      delegates_.erase(delegate);
+      last_use->ReceiveParcel(parcel);
+    } else {
+      (*delegate)->ReceiveParcel(parcel);
+    }
+    return;
+  }
+}
+
+ParcelOwner SvcMgrAppPort::NewRequest(const char *operation, MethodId method) const {
+  if (main_port_ == nullptr) {
+    LOG_PROXY_ERROR(operation, "Not connected");
+    throw NotConnectedSocketException();
+  }
+  rpc_port_parcel_h handle = nullptr;
+  const int error = rpc_port_parcel_create(&handle);
+  ParcelOwner request(handle);
+  if (error != 0 || handle == nullptr) {
+    LOG_PROXY_ERROR(operation, "Failed to send parcel. result(%d)", error);
+    throw InvalidIOException();
+  }
+  rpc_port_parcel_write_int32(request.get(), static_cast<int>(method));
+  return request;
+}
+
+void SvcMgrAppPort::Send(const char *operation, ParcelOwner &request) const {
+  const int error = rpc_port_parcel_send(request.get(), main_port_);
+  if (error != 0) {
+    LOG_PROXY_ERROR(operation, "Failed to send parcel. result(%d)", error);
+    request.reset();
+    throw InvalidIOException();
+  }
+}
+
+ParcelOwner SvcMgrAppPort::WaitForResult() const {
+  for (;;) {
+    rpc_port_parcel_h handle = nullptr;
+    if (rpc_port_parcel_create_from_port(&handle, main_port_) != 0) return ParcelOwner();
+    ParcelOwner parcel(handle);
+    int command = kUnreadable;
+    rpc_port_parcel_read_int32(parcel.get(), &command);
+    if (command == static_cast<int>(MethodId::Result)) return parcel;
+  }
+}
+
+template <typename Result, typename... Arguments>
+Result SvcMgrAppPort::Call(const char *operation, MethodId method, const Arguments &...arguments) {
+  ParcelOwner request = NewRequest(operation, method);
+  (write_value(request.get(), arguments), ...);
+  ParcelOwner reply;
+  {
+    const std::lock_guard<std::recursive_mutex> guard(lock_);
+    Send(operation, request);
+    reply = WaitForResult();
+  }
+  if (reply == nullptr) {
+    LOG_PROXY_ERROR(operation, "Invalid protocol");
+    throw InvalidProtocolException();
+  }
+  Result result;
+  read_result(reply.get(), result);
+  request.reset();
+  return result;
+}
+
+template <typename... Arguments>
+void SvcMgrAppPort::CallLater(const char *operation, MethodId method,
+                              std::unique_ptr<CallbackBase> delegate,
+                              const Arguments &...arguments) {
+  ParcelOwner request = NewRequest(operation, method);
+  CallbackBase::WriteDelegate(request.get(), *delegate);
+  (write_value(request.get(), arguments), ...);
+  const std::lock_guard<std::recursive_mutex> guard(lock_);
+  delegates_.push_back(std::move(delegate));
+  Send(operation, request);
+}
+
+int SvcMgrAppPort::get_agent_api_level() {
+  return Call<int>(__func__, MethodId::get_agent_api_level);
+}
+
+std::string SvcMgrAppPort::get_license() {
+  return Call<std::string>(__func__, MethodId::get_license);
+}
+
+int SvcMgrAppPort::request_update() {
+  return Call<int>(__func__, MethodId::request_update);
+}
+
+int SvcMgrAppPort::request_update_with_list(const AgentNameList &agents) {
+  return Call<int>(__func__, MethodId::request_update_with_list, agents);
+}
+
+void SvcMgrAppPort::GetUsableModelList(std::unique_ptr<GetUsableModelListCallback> delegate,
+                                       const std::string &app_id, const std::string &app_version) {
+  CallLater(__func__, MethodId::GetUsableModelList, std::move(delegate), app_id, app_version);
+}
+
+void SvcMgrAppPort::GetUsableModelListWithDesc(
+    std::unique_ptr<GetUsableModelListWithDescCallback> delegate, const std::string &app_id,
+    const std::string &app_version) {
+  CallLater(__func__, MethodId::GetUsableModelListWithDesc, std::move(delegate), app_id,
+            app_version);
+}
+
+void SvcMgrAppPort::GetModelVersionList(std::unique_ptr<GetModelVersionListCallback> delegate,
+                                        const AIModelInfo &model, const std::string &app_id,
+                                        const std::string &app_version) {
+  CallLater(__func__, MethodId::GetModelVersionList, std::move(delegate), model, app_id,
+            app_version);
+}
+
+void SvcMgrAppPort::RequestToUpdate(std::unique_ptr<RequestToUpdateCallback> delegate,
+                                    const AIModelList &models) {
+  CallLater(__func__, MethodId::RequestToUpdate, std::move(delegate), models);
+}
+
+void SvcMgrAppPort::RequestToUninstall(std::unique_ptr<RequestToUninstallCallback> delegate,
+                                       const AIModelList &models) {
+  CallLater(__func__, MethodId::RequestToUninstall, std::move(delegate), models);
+}
+
+void SvcMgrAppPort::RemoveDelegateByTag(const std::string &tag) {
+  for (auto delegate = delegates_.begin(); delegate != delegates_.end(); ++delegate) {
+    if ((*delegate)->GetTag() != tag) continue;
+    delegates_.erase(delegate);
+    return;
+  }
+}
+
+}  // namespace rpc_port::SvcMgrAppProxy::proxy

@@ -1,0 +1,300 @@
+/**
+ * The client side of the service manager's RPC interface: the connection, the
+ * structures that travel over it, and the delegates that carry asynchronous answers.
+ */
+#ifndef KORVANE_SVCMGR_SVC_MGR_APP_PROXY_H_
+#define KORVANE_SVCMGR_SVC_MGR_APP_PROXY_H_
+
+#include <atomic>
+#include <cstdint>
+#include <list>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <tuple>
+#include <utility>
+#include <vector>
+
+#include "platform_handles.h"
+#include "rpc_port.h"
+
+namespace rpc_port::SvcMgrAppProxy::proxy {
+
+/** The proxy's failures; the type alone tells which. */
+class Exception {};
+/** The connection has not been reported yet. */
+class NotConnectedSocketException : public Exception {};
+/** No result came. */
+class InvalidProtocolException : public Exception {};
+/** The platform could not make, connect or send. */
+class InvalidIOException : public Exception {};
+/** The platform does not take the target's ID. */
+class InvalidIDException : public Exception {};
+/** The platform denies the connection. */
+class PermissionDeniedException : public Exception {};
+
+/** One AI model. */
+class AIModelInfo {
+ public:
+  AIModelInfo() = default;
+  AIModelInfo(std::string id, std::string version, std::string title, std::string description)
+      : id_(std::move(id)),
+        version_(std::move(version)),
+        title_(std::move(title)),
+        description_(std::move(description)) {}
+
+  const std::string &GetId() const { return id_; }
+  const std::string &GetVersion() const { return version_; }
+  const std::string &GetTitle() const { return title_; }
+  const std::string &GetDescription() const { return description_; }
+  void SetId(std::string id) { id_ = std::move(id); }
+  void SetVersion(std::string version) { version_ = std::move(version); }
+  void SetTitle(std::string title) { title_ = std::move(title); }
+  void SetDescription(std::string description) { description_ = std::move(description); }
+
+  /** The fields in the order in which they travel. */
+  auto Fields() { return std::tie(id_, version_, title_, description_); }
+  auto Fields() const { return std::tie(id_, version_, title_, description_); }
+
+ private:
+  std::string id_;
+  std::string version_;
+  std::string title_;
+  std::string description_;
+};
+
+/** Models, and the number of them as the sender states it. */
+class AIModelList {
+ public:
+  AIModelList() = default;
+  AIModelList(std::vector<AIModelInfo> models, int count)
+      : models_(std::move(models)), count_(count) {}
+
+  const std::vector<AIModelInfo> &GetModels() const { return models_; }
+  int GetCount() const { return count_; }
+  void SetModels(std::vector<AIModelInfo> models) { models_ = std::move(models); }
+  void SetCount(int count) { count_ = count; }
+
+  auto Fields() { return std::tie(models_, count_); }
+  auto Fields() const { return std::tie(models_, count_); }
+
+ private:
+  std::vector<AIModelInfo> models_;
+  int count_ = 0;
+};
+
+/** How far a model update or uninstallation is. */
+class AIUpdateProgressInfo {
+ public:
+  int GetState() const { return state_; }
+  int GetIndex() const { return index_; }
+  int GetCount() const { return count_; }
+  int GetPercentage() const { return percentage_; }
+  void SetState(int state) { state_ = state; }
+  void SetIndex(int index) { index_ = index; }
+  void SetCount(int count) { count_ = count; }
+  void SetPercentage(int percentage) { percentage_ = percentage; }
+
+  auto Fields() { return std::tie(state_, index_, count_, percentage_); }
+  auto Fields() const { return std::tie(state_, index_, count_, percentage_); }
+
+ private:
+  int state_ = 0;
+  int index_ = 0;
+  int count_ = 0;
+  int percentage_ = 0;
+};
+
+/** Agent names (package IDs), and the number of them as the sender states it. */
+class AgentNameList {
+ public:
+  AgentNameList() = default;
+  AgentNameList(std::vector<std::string> names, int count)
+      : names_(std::move(names)), count_(count) {}
+
+  const std::vector<std::string> &GetNames() const { return names_; }
+  int GetCount() const { return count_; }
+  void SetNames(std::vector<std::string> names) { names_ = std::move(names); }
+  void SetCount(int count) { count_ = count; }
+
+  auto Fields() { return std::tie(names_, count_); }
+  auto Fields() const { return std::tie(names_, count_); }
+
+ private:
+  std::vector<std::string> names_;
+  int count_ = 0;
+};
+
+/**
+ * Appending a structure to a parcel, and reading one from it.
+ *
+ * Reading replaces the structure's fields. A text that cannot be read is an
+ * empty text; inside a list it ends the list, whatever number of elements the
+ * parcel claims. Both return the parcel.
+ */
+rpc_port_parcel_h Write(rpc_port_parcel_h parcel, const AIModelInfo &info);
+rpc_port_parcel_h Write(rpc_port_parcel_h parcel, const AIModelList &list);
+rpc_port_parcel_h Write(rpc_port_parcel_h parcel, const AIUpdateProgressInfo &progress);
+rpc_port_parcel_h Write(rpc_port_parcel_h parcel, const AgentNameList &list);
+rpc_port_parcel_h Read(rpc_port_parcel_h parcel, AIModelInfo &info);
+rpc_port_parcel_h Read(rpc_port_parcel_h parcel, AIModelList &list);
+rpc_port_parcel_h Read(rpc_port_parcel_h parcel, AIUpdateProgressInfo &progress);
+rpc_port_parcel_h Read(rpc_port_parcel_h parcel, AgentNameList &list);
+
+/**
+ * One connection to the service manager.
+ *
+ * Construct, Connect, wait for the listener's OnConnected, call methods;
+ * destroy to end the connection. The listener hears of each event last: it may
+ * destroy the port from inside an operation of its own, and so may a delegate.
+ */
+class SvcMgrAppPort {
+ public:
+  /** Hears what happens to the connection. Not owned by the port, and outlives it. */
+  class IEventListener {
+   public:
+    virtual void OnConnected() = 0;
+    virtual void OnDisconnected() = 0;
+    virtual void OnRejected() = 0;
+
+   protected:
+    IEventListener() = default;
+    IEventListener(const IEventListener &) = default;
+    IEventListener &operator=(const IEventListener &) = default;
+    ~IEventListener() = default;
+  };
+
+  enum class DelegateId : std::int32_t {
+    GetUsableModelList = 1,
+    GetUsableModelListWithDesc = 2,
+    GetModelVersionList = 3,
+    RequestToUpdate = 4,
+    RequestToUninstall = 5,
+  };
+
+  /** Receives the answers to one asynchronous request, told apart by kind and number. */
+  class CallbackBase {
+   public:
+    CallbackBase(DelegateId id, bool once);
+    CallbackBase(const CallbackBase &) = delete;
+    CallbackBase &operator=(const CallbackBase &) = delete;
+    virtual ~CallbackBase() = default;
+
+    /** Decodes an answer and passes it on. May destroy this object and its port. */
+    virtual void ReceiveParcel(rpc_port_parcel_h parcel) = 0;
+
+    int GetId() const { return id_; }
+    int GetSeq() const { return seq_; }
+    /** Whether the delegate is dropped after its first answer. */
+    bool IsOnce() const { return once_; }
+    /** "<id>::<number>". */
+    std::string GetTag() const;
+
+    static void WriteDelegate(rpc_port_parcel_h parcel, const CallbackBase &delegate);
+    static void ReadDelegate(rpc_port_parcel_h parcel, CallbackBase &delegate);
+
+   private:
+    std::int32_t id_;
+    std::int32_t seq_;
+    bool once_;
+
+    static inline std::atomic<std::int32_t> next_seq_{0};
+  };
+
+#define SVCMGR_DELEGATE_CLASS(name, payload)                                     \
+  class name##Callback : public CallbackBase {                                   \
+   public:                                                                       \
+    explicit name##Callback(bool once) : CallbackBase(DelegateId::name, once) {} \
+    void ReceiveParcel(rpc_port_parcel_h parcel) override;                       \
+    virtual void OnReceived(int result_code, payload value);                     \
+  }
+  SVCMGR_DELEGATE_CLASS(GetUsableModelList, AIModelList);
+  SVCMGR_DELEGATE_CLASS(GetUsableModelListWithDesc, AIModelList);
+  SVCMGR_DELEGATE_CLASS(GetModelVersionList, AIModelList);
+  SVCMGR_DELEGATE_CLASS(RequestToUpdate, AIUpdateProgressInfo);
+  SVCMGR_DELEGATE_CLASS(RequestToUninstall, AIUpdateProgressInfo);
+#undef SVCMGR_DELEGATE_CLASS
+
+  /** Makes an unconnected port. Throws InvalidIOException. */
+  SvcMgrAppPort(IEventListener *listener, std::string target_app_id);
+  SvcMgrAppPort(const SvcMgrAppPort &) = delete;
+  SvcMgrAppPort &operator=(const SvcMgrAppPort &) = delete;
+  virtual ~SvcMgrAppPort();
+
+  /**
+   * Starts the connection; with sync it has been reported on return.
+   *
+   * Throws InvalidIDException, PermissionDeniedException or
+   * InvalidIOException; other failures of the platform are only logged.
+   */
+  void Connect(bool sync);
+
+  // Synchronous methods: they block until the service manager answers. Each throws
+  // NotConnectedSocketException, InvalidIOException or InvalidProtocolException.
+  int get_agent_api_level();
+  std::string get_license();
+  int request_update();
+  int request_update_with_list(const AgentNameList &agents);
+
+  // Asynchronous methods: they take over the delegate, which receives the answers.
+  // Each throws NotConnectedSocketException or InvalidIOException.
+  void GetUsableModelList(std::unique_ptr<GetUsableModelListCallback> delegate,
+                          const std::string &app_id, const std::string &app_version);
+  void GetUsableModelListWithDesc(std::unique_ptr<GetUsableModelListWithDescCallback> delegate,
+                                  const std::string &app_id, const std::string &app_version);
+  void GetModelVersionList(std::unique_ptr<GetModelVersionListCallback> delegate,
+                           const AIModelInfo &model, const std::string &app_id,
+                           const std::string &app_version);
+  void RequestToUpdate(std::unique_ptr<RequestToUpdateCallback> delegate,
+                       const AIModelList &models);
+  void RequestToUninstall(std::unique_ptr<RequestToUninstallCallback> delegate,
+                          const AIModelList &models);
+
+  /** Drops the first delegate that has this tag. */
+  void RemoveDelegateByTag(const std::string &tag);
+
+ private:
+  enum class MethodId : std::int32_t {
+    Result = 0,
+    Callback = 1,
+    get_agent_api_level = 2,
+    get_license = 3,
+    request_update = 4,
+    GetUsableModelList = 5,
+    GetUsableModelListWithDesc = 6,
+    GetModelVersionList = 7,
+    RequestToUpdate = 8,
+    RequestToUninstall = 9,
+    request_update_with_list = 10,
+  };
+
+  static void OnConnectedCB(const char *endpoint, const char *port_name, rpc_port_h port,
+                            void *user_data);
+  static void OnDisconnectedCB(const char *endpoint, const char *port_name, void *user_data);
+  static void OnRejectedCB(const char *endpoint, const char *port_name, void *user_data);
+  static void OnReceivedCB(const char *endpoint, const char *port_name, void *user_data);
+
+  void Receive();
+  void DispatchDelegate(rpc_port_parcel_h parcel);
+
+  svcmgr::ParcelOwner NewRequest(const char *operation, MethodId method) const;
+  void Send(const char *operation, svcmgr::ParcelOwner &request) const;
+  svcmgr::ParcelOwner WaitForResult() const;
+  template <typename Result, typename... Arguments>
+  Result Call(const char *operation, MethodId method, const Arguments &...arguments);
+  template <typename... Arguments>
+  void CallLater(const char *operation, MethodId method, std::unique_ptr<CallbackBase> delegate,
+                 const Arguments &...arguments);
+
+  rpc_port_h main_port_;
+  rpc_port_h delegate_port_;
+  rpc_port_proxy_h proxy_handle_;
+  IEventListener *listener_;
+  std::recursive_mutex lock_;
+  std::list<std::unique_ptr<CallbackBase>> delegates_;
+  std::string target_app_id_;
+};
+
+}  // namespace rpc_port::SvcMgrAppProxy::proxy
+
+#endif  // KORVANE_SVCMGR_SVC_MGR_APP_PROXY_H_

@@ -1,0 +1,34 @@
+/** What the families of handle functions share: making, releasing, and entries of lists. */
+#ifndef KORVANE_SVCMGR_HANDLE_FAMILY_H_
+#define KORVANE_SVCMGR_HANDLE_FAMILY_H_
+
+#include <new>
+
+#include "api_frame.h"
+
+namespace svcmgr {
+
+/** Makes a new record; logs failure and throws SVCMGR_ERROR_OUT_OF_MEMORY when memory runs out. */
+template <typename Record>
+Record *make_record(const Site &site, const char *failure) {
+  auto *record = new (std::nothrow) Record();
+  if (record == nullptr) {
+    LOG_ERROR_AT(site, "%s", failure);
+    throw ApiFailure{SVCMGR_ERROR_OUT_OF_MEMORY};
+  }
+  return record;
+}
+
+/** The entry at an index; logs and throws SVCMGR_ERROR_OUT_OF_INDEX when there is none. */
+template <typename Entries>
+const typename Entries::value_type &entry_at(const Site &site, const Entries &entries, int index) {
+  if (index < 0 || static_cast<std::size_t>(index) >= entries.size()) {
+    LOG_ERROR_AT(site, "Out of Index!!!");
+    throw ApiFailure{SVCMGR_ERROR_OUT_OF_INDEX};
+  }
+  return entries[static_cast<std::size_t>(index)];
+}
+
+}  // namespace svcmgr
+
+#endif  // KORVANE_SVCMGR_HANDLE_FAMILY_H_

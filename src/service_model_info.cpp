@@ -1,0 +1,77 @@
+#include "handle_family.h"
+#include "handle_records.h"
+#include "korvane_svcmgr.h"
+
+using svcmgr::enter;
+using svcmgr::EntryLog;
+using svcmgr::failure_code;
+using svcmgr::HeapText;
+using svcmgr::kInvalidParameter;
+using svcmgr::kInvalidParameterLoud;
+using svcmgr::kModelTextLimit;
+using svcmgr::require;
+using svcmgr::Site;
+
+namespace {
+
+using TextField = HeapText korvane_svcmgr_ai_model_info_s::*;
+
+int set_text(const Site &site, korvane_svcmgr_ai_model_info_h info, TextField field,
+             const char *text) try {
+  enter(site);
+  require(site, kInvalidParameter, info, text);
+  info->*field = svcmgr::copy_text(text, kModelTextLimit);
+  return SVCMGR_ERROR_NONE;
+} catch (...) {
+  return failure_code(site);
+}
+
+int get_text(const Site &site, korvane_svcmgr_ai_model_info_h info, TextField field, char **text,
+             const char *unset_message) try {
+  enter(site);
+  require(site, kInvalidParameter, info, text);
+  const HeapText &value = info->*field;
+  if (value == nullptr) {
+    LOG_ERROR_AT(site, "%s", unset_message);
+    return SVCMGR_ERROR_INVALID_OPERATION;
+  }
+  *text = svcmgr::copy_text(value.get(), kModelTextLimit).release();
+  return SVCMGR_ERROR_NONE;
+} catch (...) {
+  return failure_code(site);
+}
+
+}  // namespace
+
+int korvane_svcmgr_ai_model_info_create(korvane_svcmgr_ai_model_info_h *info) try {
+  enter(HERE, EntryLog::kInfo);
+  require(HERE, kInvalidParameterLoud, info);
+  *info = svcmgr::make_record<korvane_svcmgr_ai_model_info_s>(
+      HERE, "Failed to create korvane_svcmgr_ai_model_info_h.");
+  return SVCMGR_ERROR_NONE;
+} catch (...) {
+  return failure_code(HERE);
+}
+
+int korvane_svcmgr_ai_model_info_destroy(korvane_svcmgr_ai_model_info_h info) try {
+  enter(HERE, EntryLog::kInfo);
+  require(HERE, kInvalidParameterLoud, info);
+  delete info;
+  return SVCMGR_ERROR_NONE;
+} catch (...) {
+  return failure_code(HERE);
+}
+
+#define MODEL_INFO_TEXT(field, unset_message)                                                  \
+  int korvane_svcmgr_ai_model_info_set_##field(korvane_svcmgr_ai_model_info_h info,            \
+                                               const char *field) {                            \
+    return set_text(HERE, info, &korvane_svcmgr_ai_model_info_s::field, field);                \
+  }                                                                                            \
+  int korvane_svcmgr_ai_model_info_get_##field(korvane_svcmgr_ai_model_info_h info,            \
+                                               char **field) {                                 \
+    return get_text(HERE, info, &korvane_svcmgr_ai_model_info_s::field, field, unset_message); \
+  }
+MODEL_INFO_TEXT(id, "handle has wrong data")
+MODEL_INFO_TEXT(version, "Handle has wrong data")
+MODEL_INFO_TEXT(title, "Handle has wrong data")
+MODEL_INFO_TEXT(description, "Handle has wrong data")
