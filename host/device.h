@@ -1,0 +1,57 @@
+/** The device directory: installed packages, applications, sockets. */
+#ifndef KORVANE_HOST_DEVICE_H_
+#define KORVANE_HOST_DEVICE_H_
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace korvane::host {
+
+/** A package as its file packages/<id>.json states it. */
+struct Package {
+  std::string id;
+  std::string version;
+  bool has_application = false;  ///< the file states metadata, if only an empty object
+  std::vector<std::pair<std::string, std::string>> metadata;
+};
+
+/** Whether a name can stand as one component of a path. */
+bool is_plain_name(const std::string &name);
+
+/**
+ * A device directory.
+ *
+ * Failures are std::system_error: EIO for a file that cannot be understood,
+ * EACCES for sockets that are not private to this user.
+ */
+class Device {
+ public:
+  explicit Device(std::filesystem::path directory) : directory_(std::move(directory)) {}
+
+  /** The device that $KORVANE_DEVICE names; EIO when it names none. */
+  static Device current();
+
+  const std::filesystem::path &directory() const { return directory_; }
+  std::filesystem::path packages_directory() const { return directory_ / "packages"; }
+  std::filesystem::path resource_directory(const std::string &app_id) const {
+    return directory_ / "apps" / app_id / "res";
+  }
+
+  /** Empty when no such package is installed. */
+  std::optional<Package> load_package(const std::string &id) const;
+  /** All packages that can be understood, by the order of their file names. */
+  std::vector<Package> load_packages() const;
+
+  /** A folder below run/, made when it is missing, and private to this user. */
+  std::filesystem::path run_directory(const std::filesystem::path &below = {}) const;
+
+ private:
+  std::filesystem::path directory_;
+};
+
+}  // namespace korvane::host
+
+#endif  // KORVANE_HOST_DEVICE_H_

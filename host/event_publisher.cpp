@@ -1,0 +1,54 @@
+#include "event_publisher.h"
+
+#include <algorithm>
+#include <system_error>
+#include <vector>
+
+#include "device.h"
+#include "frame.h"
+#include "local_socket.h"
+
+namespace korvane::host {
+
+namespace {
+
+constexpr int kStallMs = 200;
+
+void send_event(const std::filesystem::path &subscriber, const Bytes &frame,
+                PublishResult &result) {
+  try {
+    const UniqueFd socket = connect_to(subscriber);
+    ++(write_all(socket.get(), frame, kStallMs) == 0 ? result.reached : result.dropped);
+  } catch (const std::system_error &error) {
+    if (error.code() != std::errc::connection_refused) {
+      ++result.dropped;
+      return;
+    }
+    std::error_code ignored;
+    std::filesystem::remove(subscriber, ignored);
+    ++result.dead;
+  }
+}
+
+}  // namespace
+
+PublishResult publish_event(const std::string &event_name, const EventBundle &payload) {
+  if (!is_plain_name(event_name)) {
+    throw std::system_error(EINVAL, std::generic_category(), "event name");
+  }
+  const auto folder = Device::current().run_directory(std::filesystem::path("events") / event_name);
+  Bytes frame;
+  if (!append_frame(frame, payload.encode().bytes())) {
+    throw std::system_error(EMSGSIZE, std::generic_category(), "event payload");
+  }
+  std::vector<std::filesystem::path> subscribers;
+  for (const auto &entry : std::filesystem::directory_iterator(folder)) {
+    subscribers.push_back(entry.path());
+  }
+  std::sort(subscribers.begin(), subscribers.end());
+  PublishResult result;
+  for (const auto &subscriber : subscribers) send_event(subscriber, frame, result);
+  return result;
+}
+
+}  // namespace korvane::host

@@ -1,0 +1,47 @@
+/** Unix stream sockets that are private to their user. */
+#ifndef KORVANE_HOST_LOCAL_SOCKET_H_
+#define KORVANE_HOST_LOCAL_SOCKET_H_
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+
+#include "frame.h"
+#include "unique_fd.h"
+
+namespace korvane::host {
+
+/**
+ * A listening socket at a path of any length, which replaces what is there.
+ * Non-blocking. Throws std::system_error.
+ */
+UniqueFd listen_at(const std::filesystem::path &path);
+
+/**
+ * A connected, non-blocking socket. Throws std::system_error: EACCES for a
+ * peer of another user, ENOENT or ECONNREFUSED when nobody listens.
+ */
+UniqueFd connect_to(const std::filesystem::path &path);
+
+/** The next waiting peer; empty when there is none or it is another user's, who is turned away. */
+UniqueFd accept_peer(int listener);
+
+/** The process at the other end. */
+pid_t peer_process(int socket);
+
+enum class ReadState { kData, kNothing, kEnd };
+
+/** Takes what has arrived, at most one buffer full, without waiting. kEnd: lost or broken. */
+ReadState read_available(int socket, FrameReader &reader);
+
+/** Waits for the next frame; with a limit once it has begun. Empty when the connection is lost. */
+std::optional<Bytes> read_frame(int socket, FrameReader &reader, int begin_timeout_ms);
+
+/** Writes everything, waiting for the peer to take it, within a limit; 0 or an errno value. */
+int write_all(int socket, const Bytes &bytes, int stall_timeout_ms);
+
+}  // namespace korvane::host
+
+#endif  // KORVANE_HOST_LOCAL_SOCKET_H_

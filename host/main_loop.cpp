@@ -1,0 +1,181 @@
+#include "main_loop.h"
+
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <sys/timerfd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <system_error>
+
+#include "korvane_host.h"
+
+namespace korvane::host {
+
+namespace {
+
+/** The identity of the descriptor that only wakes the loop up. */
+constexpr MainLoop::SourceId kWakeUp = 0;
+
+UniqueFd checked(int descriptor, const char *what) {
+  if (descriptor < 0) throw std::system_error(errno, std::generic_category(), what);
+  return UniqueFd(descriptor);
+}
+
+UniqueFd start_timer(std::chrono::milliseconds delay) {
+  UniqueFd timer =
+      checked(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK), "timerfd_create");
+  using std::chrono::nanoseconds;
+  using std::chrono::seconds;
+  const nanoseconds wait = std::max<nanoseconds>(delay, nanoseconds(1));  // 0 would disarm it
+  const auto whole = std::chrono::duration_cast<seconds>(wait);
+  itimerspec when = {};
+  when.it_value.tv_sec = static_cast<time_t>(whole.count());
+  when.it_value.tv_nsec = static_cast<long>((wait - whole).count());
+  timerfd_settime(timer.get(), 0, &when, nullptr);
+  return timer;
+}
+
+}  // namespace
+
+MainLoop &MainLoop::instance() {
+  // Never destroyed: handles of the application may still refer to it at process exit.
+  static MainLoop &loop = *new MainLoop;
+  return loop;
+}
+
+MainLoop::MainLoop()
+    : epoll_(checked(epoll_create1(EPOLL_CLOEXEC), "epoll_create1")),
+      wake_up_(checked(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK), "eventfd")) {
+  epoll_event event = {};
+  event.events = EPOLLIN;
+  event.data.u64 = kWakeUp;
+  epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, wake_up_.get(), &event);
+}
+
+MainLoop::~MainLoop() = default;
+
+MainLoop::SourceId MainLoop::add_descriptor(int descriptor, std::uint32_t epoll_events,
+                                            std::function<void(std::uint32_t)> handler) {
+  return add(descriptor, epoll_events, UniqueFd(), std::move(handler));
+}
+
+MainLoop::SourceId MainLoop::add(int descriptor, std::uint32_t epoll_events, UniqueFd timer,
+                                 std::function<void(std::uint32_t)> handler) {
+  auto source = std::make_shared<Source>(Source{descriptor, std::move(timer), std::move(handler)});
+  const std::lock_guard<std::mutex> guard(mutex_);
+  const SourceId id = next_id_++;
+  const auto entry = sources_.emplace(id, std::move(source)).first;
+  epoll_event event = {};
+  event.events = epoll_events;
+  event.data.u64 = id;
+  if (epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, descriptor, &event) != 0) {
+    const int error = errno;
+    sources_.erase(entry);
+    throw std::system_error(error, std::generic_category(), "epoll_ctl");
+  }
+  return id;
+}
+
+void MainLoop::change_events(SourceId id, std::uint32_t epoll_events) {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  const auto source = sources_.find(id);
+  if (source == sources_.end()) return;
+  epoll_event event = {};
+  event.events = epoll_events;
+  event.data.u64 = id;
+  epoll_ctl(epoll_.get(), EPOLL_CTL_MOD, source->second->descriptor, &event);
+}
+
+MainLoop::SourceId MainLoop::add_timer(std::chrono::milliseconds delay,
+                                       std::function<void()> handler) {
+  UniqueFd timer = start_timer(delay);
+  const int descriptor = timer.get();
+  return add(descriptor, EPOLLIN, std::move(timer),
+             [handler = std::move(handler)](std::uint32_t) { handler(); });
+}
+
+MainLoop::SourceId MainLoop::post(std::function<void()> task) {
+  return add_timer(std::chrono::milliseconds(0), std::move(task));
+}
+
+void MainLoop::remove(SourceId id) {
+  std::shared_ptr<Source> removed;
+  const std::lock_guard<std::mutex> guard(mutex_);
+  const auto source = sources_.find(id);
+  if (source == sources_.end()) return;
+  removed = std::move(source->second);
+  sources_.erase(source);
+  epoll_ctl(epoll_.get(), EPOLL_CTL_DEL, removed->descriptor, nullptr);
+}
+
+int MainLoop::run() {
+  while (!quit_.exchange(false)) {
+    const int result = step(-1);
+    if (result < 0 && result != -EINTR) return result;
+  }
+  return 0;
+}
+
+void MainLoop::quit() {
+  quit_ = true;
+  const std::uint64_t one = 1;
+  [[maybe_unused]] const ssize_t written = write(wake_up_.get(), &one, sizeof(one));
+}
+
+int MainLoop::step(int timeout_ms) {
+  epoll_event event = {};
+  const int count = epoll_wait(epoll_.get(), &event, 1, timeout_ms);
+  if (count < 0) return -errno;
+  if (count == 0) return 0;
+  if (event.data.u64 == kWakeUp) {
+    std::uint64_t value = 0;
+    [[maybe_unused]] const ssize_t size = read(wake_up_.get(), &value, sizeof(value));
+    return 1;
+  }
+  std::shared_ptr<Source> source;
+  {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    const auto entry = sources_.find(event.data.u64);
+    if (entry != sources_.end()) source = entry->second;
+  }
+  if (source == nullptr) return 1;
+  if (source->timer) remove(event.data.u64);
+  source->handler(event.events);
+  return 1;
+}
+
+}  // namespace korvane::host
+
+using korvane::host::MainLoop;
+
+namespace {
+
+template <typename Body>
+int guarded(Body body) noexcept {
+  try {
+    return body();
+  } catch (const std::system_error &error) {
+    return -error.code().value();
+  } catch (...) {
+    return -ENOMEM;
+  }
+}
+
+}  // namespace
+
+int korvane_host_main_loop_run(void) {
+  return guarded([] { return MainLoop::instance().run(); });
+}
+
+void korvane_host_main_loop_quit(void) {
+  MainLoop::instance().quit();
+}
+
+int korvane_host_main_loop_step(int timeout_ms) {
+  return guarded([timeout_ms] { return MainLoop::instance().step(timeout_ms); });
+}
+
+int korvane_host_main_loop_fd(void) {
+  return guarded([] { return MainLoop::instance().descriptor(); });
+}

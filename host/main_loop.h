@@ -1,0 +1,77 @@
+/** The event loop that everything on a workstation is delivered from. */
+#ifndef KORVANE_HOST_MAIN_LOOP_H_
+#define KORVANE_HOST_MAIN_LOOP_H_
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+
+#include "unique_fd.h"
+
+namespace korvane::host {
+
+/**
+ * An epoll loop.
+ *
+ * Sources are served one at a time, in the order in which they became ready:
+ * what a peer announced before it dropped a connection is delivered before the
+ * drop. Sources may be added and removed from any thread and from inside
+ * handlers; a removed source is not called any more.
+ */
+class MainLoop {
+ public:
+  using SourceId = std::uint64_t;
+
+  /** The loop of the process, which the platform functions use. */
+  static MainLoop &instance();
+
+  MainLoop();
+  MainLoop(const MainLoop &) = delete;
+  MainLoop &operator=(const MainLoop &) = delete;
+  ~MainLoop();
+
+  /** Calls the handler with the epoll events of a descriptor, which stays its owner's. */
+  SourceId add_descriptor(int descriptor, std::uint32_t epoll_events,
+                          std::function<void(std::uint32_t)> handler);
+  void change_events(SourceId id, std::uint32_t epoll_events);
+  /** Calls the handler once, after the delay. */
+  SourceId add_timer(std::chrono::milliseconds delay, std::function<void()> handler);
+  /** Calls the task once, from the loop. */
+  SourceId post(std::function<void()> task);
+  /** Forgets a source; an unknown one is ignored. */
+  void remove(SourceId id);
+
+  /** Serves sources until quit; 0, or a negated errno value. */
+  int run();
+  /** Any thread; signal handlers too. */
+  void quit();
+  /** Serves one source, waiting at most timeout_ms (-1: no limit): 1, 0 or a negated errno value.
+   */
+  int step(int timeout_ms);
+  int descriptor() const { return epoll_.get(); }
+
+ private:
+  struct Source {
+    int descriptor;
+    UniqueFd timer;  ///< set for a timer, which is served once
+    std::function<void(std::uint32_t)> handler;
+  };
+
+  SourceId add(int descriptor, std::uint32_t epoll_events, UniqueFd timer,
+               std::function<void(std::uint32_t)> handler);
+
+  UniqueFd epoll_;
+  UniqueFd wake_up_;
+  std::atomic<bool> quit_{false};
+  std::mutex mutex_;
+  SourceId next_id_ = 1;
+  std::map<SourceId, std::shared_ptr<Source>> sources_;
+};
+
+}  // namespace korvane::host
+
+#endif  // KORVANE_HOST_MAIN_LOOP_H_

@@ -1,0 +1,82 @@
+// Parcels: values one after the other.
+#include "guard.h"
+#include "rpc_port.h"
+#include "rpc_port_handles.h"
+
+using korvane::host::guarded;
+using korvane::host::heap_copy;
+
+namespace {
+
+/** Runs a write on a parcel. */
+template <typename Write>
+int append(rpc_port_parcel_h parcel, Write write) {
+  return guarded([&] {
+    if (parcel == nullptr) return -EINVAL;
+    write(parcel->parcel);
+    return 0;
+  });
+}
+
+/** Runs a read on a parcel, which tells whether there was such a value. */
+template <typename Read>
+int take(rpc_port_parcel_h parcel, const void *target, Read read) {
+  return guarded([&] {
+    if (parcel == nullptr || target == nullptr) return -EINVAL;
+    return read(parcel->parcel) ? 0 : -EIO;
+  });
+}
+
+}  // namespace
+
+int rpc_port_parcel_create(rpc_port_parcel_h *parcel) {
+  return guarded([=] {
+    if (parcel == nullptr) return -EINVAL;
+    *parcel = new rpc_port_parcel_s;
+    return 0;
+  });
+}
+
+int rpc_port_parcel_destroy(rpc_port_parcel_h parcel) {
+  if (parcel == nullptr) return -EINVAL;
+  delete parcel;
+  return 0;
+}
+
+int rpc_port_parcel_write_int32(rpc_port_parcel_h parcel, int value) {
+  return append(parcel, [value](auto &to) { to.write_int32(value); });
+}
+
+int rpc_port_parcel_write_bool(rpc_port_parcel_h parcel, bool value) {
+  return append(parcel, [value](auto &to) { to.write_bool(value); });
+}
+
+int rpc_port_parcel_write_string(rpc_port_parcel_h parcel, const char *text) {
+  if (text == nullptr) return -EINVAL;
+  return append(parcel, [text](auto &to) { to.write_string(text); });
+}
+
+int rpc_port_parcel_write_array_count(rpc_port_parcel_h parcel, int count) {
+  return append(parcel, [count](auto &to) { to.write_array_count(count); });
+}
+
+int rpc_port_parcel_read_int32(rpc_port_parcel_h parcel, int *value) {
+  return take(parcel, value, [value](auto &from) { return from.read_int32(*value); });
+}
+
+int rpc_port_parcel_read_bool(rpc_port_parcel_h parcel, bool *value) {
+  return take(parcel, value, [value](auto &from) { return from.read_bool(*value); });
+}
+
+int rpc_port_parcel_read_array_count(rpc_port_parcel_h parcel, int *count) {
+  return take(parcel, count, [count](auto &from) { return from.read_array_count(*count); });
+}
+
+int rpc_port_parcel_read_string(rpc_port_parcel_h parcel, char **text) {
+  return take(parcel, text, [text](auto &from) {
+    std::string value;
+    if (!from.read_string(value)) return false;
+    *text = heap_copy(value);
+    return true;
+  });
+}

@@ -1,0 +1,190 @@
+#include "rpc_port_server.h"
+
+#include <sys/epoll.h>
+#include <sys/socket.h>
+
+#include <cerrno>
+#include <system_error>
+
+#include "local_socket.h"
+
+namespace korvane::host {
+
+namespace {
+
+/** A peer that lets more than this pile up is disconnected. */
+constexpr std::size_t kMaxQueued = std::size_t{64} << 20;
+
+}  // namespace
+
+/** One accepted socket: first waiting for its hello and its counterpart, then half a connection. */
+struct RpcPortServer::Channel {
+  UniqueFd socket;
+  MainLoop::SourceId source = 0;
+  FrameReader reader;
+  Bytes queued;
+  std::optional<Hello> hello;
+  ConnectionId connection = 0;  ///< 0 while waiting
+};
+
+struct RpcPortServer::Connection {
+  std::shared_ptr<Channel> main;
+  std::shared_ptr<Channel> callback;
+};
+
+RpcPortServer::RpcPortServer(MainLoop &loop, const std::string &app_id,
+                             const std::string &port_name, Events events)
+    : loop_(loop),
+      events_(std::move(events)),
+      path_(rpc_socket_path(Device::current(), app_id, port_name)),
+      listener_(listen_at(path_)) {
+  listener_source_ =
+      loop_.add_descriptor(listener_.get(), EPOLLIN, [this](std::uint32_t) { accept_peer(); });
+}
+
+RpcPortServer::~RpcPortServer() {
+  loop_.remove(listener_source_);
+  for (const auto &[source, channel] : waiting_) loop_.remove(source);
+  while (!connections_.empty()) end(connections_.begin()->first, false);
+  std::error_code ignored;
+  std::filesystem::remove(path_, ignored);
+}
+
+void RpcPortServer::accept_peer() {
+  auto channel = std::make_shared<Channel>();
+  channel->socket = host::accept_peer(listener_.get());
+  if (!channel->socket) return;
+  channel->source = loop_.add_descriptor(
+      channel->socket.get(), EPOLLIN | EPOLLRDHUP,
+      [this, weak = std::weak_ptr<Channel>(channel)](std::uint32_t epoll_events) {
+        const auto self = weak.lock();
+        if (self == nullptr) return;
+        if ((epoll_events & EPOLLOUT) != 0) flush(*self);
+        if ((epoll_events & ~static_cast<std::uint32_t>(EPOLLOUT)) != 0) read(self);
+      });
+  waiting_.emplace(channel->source, channel);
+}
+
+void RpcPortServer::read(const std::shared_ptr<Channel> &channel) {
+  if (!channel->socket) return;
+  const ReadState state = read_available(channel->socket.get(), channel->reader);
+  while (auto frame = channel->reader.next()) {
+    Parcel parcel(std::move(*frame));
+    if (!channel->hello) {
+      channel->hello = Hello::decode(std::move(parcel));
+      if (!channel->hello) {
+        drop(*channel);
+        return;
+      }
+      greet(channel, *channel->hello);
+    } else if (channel->connection != 0 && channel->hello->port == Port::kMain) {
+      events_.received(channel->connection, std::move(parcel));
+    }
+    if (!channel->socket) return;
+  }
+  if (state == ReadState::kEnd) drop(*channel);
+}
+
+void RpcPortServer::greet(const std::shared_ptr<Channel> &channel, const Hello &hello) {
+  const pid_t pid = peer_process(channel->socket.get());
+  for (const auto &[source, other] : waiting_) {
+    if (other == channel || !other->hello || other->hello->token != hello.token ||
+        other->hello->port == hello.port || peer_process(other->socket.get()) != pid) {
+      continue;
+    }
+    const bool is_main = hello.port == Port::kMain;
+    const auto counterpart = other;
+    open(is_main ? channel : counterpart, is_main ? counterpart : channel, {hello.app_id, pid});
+    return;
+  }
+}
+
+void RpcPortServer::open(const std::shared_ptr<Channel> &main,
+                         const std::shared_ptr<Channel> &callback, const Peer &peer) {
+  waiting_.erase(main->source);
+  waiting_.erase(callback->source);
+  const ConnectionId id = next_connection_++;
+  main->connection = callback->connection = id;
+  connections_[id] = {main, callback};
+  const bool accepted = events_.accept(peer);
+  Parcel answer;
+  answer.write_int32(accepted ? kAccepted : kRejected);
+  send(id, Port::kMain, answer);
+  if (accepted) {
+    events_.connected(id, peer);
+  } else {
+    end(id, false);
+  }
+}
+
+void RpcPortServer::send(ConnectionId connection, Port port, const Parcel &parcel) {
+  Bytes frame;
+  if (append_frame(frame, parcel.bytes())) send_raw(connection, port, frame);
+}
+
+void RpcPortServer::send_raw(ConnectionId connection, Port port, const Bytes &bytes) {
+  Channel *channel = find(connection, port);
+  if (channel == nullptr) return;
+  channel->queued.insert(channel->queued.end(), bytes.begin(), bytes.end());
+  flush(*channel);
+}
+
+void RpcPortServer::flush(Channel &channel) {
+  std::size_t written = 0;
+  while (written < channel.queued.size()) {
+    const ssize_t size = ::send(channel.socket.get(), channel.queued.data() + written,
+                                channel.queued.size() - written, MSG_NOSIGNAL | MSG_DONTWAIT);
+    if (size < 0 && errno == EINTR) continue;
+    if (size < 0) break;  // full, or gone: the loop tells which
+    written += static_cast<std::size_t>(size);
+  }
+  channel.queued.erase(channel.queued.begin(),
+                       channel.queued.begin() + static_cast<std::ptrdiff_t>(written));
+  if (channel.queued.size() > kMaxQueued) {
+    shutdown(channel.socket.get(), SHUT_RDWR);
+    channel.queued.clear();
+  }
+  const std::uint32_t output = channel.queued.empty() ? 0U : static_cast<std::uint32_t>(EPOLLOUT);
+  loop_.change_events(channel.source, EPOLLIN | EPOLLRDHUP | output);
+}
+
+void RpcPortServer::disconnect(ConnectionId connection) {
+  end(connection, true);
+}
+
+std::vector<RpcPortServer::ConnectionId> RpcPortServer::connections() const {
+  std::vector<ConnectionId> ids;
+  for (const auto &[id, connection] : connections_) ids.push_back(id);
+  return ids;
+}
+
+void RpcPortServer::drop(Channel &channel) {
+  if (channel.connection != 0) {
+    end(channel.connection, true);
+    return;
+  }
+  const MainLoop::SourceId source = channel.source;
+  loop_.remove(source);
+  channel.socket.reset();
+  waiting_.erase(source);
+}
+
+void RpcPortServer::end(ConnectionId connection, bool tell) {
+  const auto entry = connections_.find(connection);
+  if (entry == connections_.end()) return;
+  const Connection ended = std::move(entry->second);
+  connections_.erase(entry);
+  for (const auto &channel : {ended.main, ended.callback}) {
+    loop_.remove(channel->source);
+    channel->socket.reset();
+  }
+  if (tell) events_.disconnected(connection);
+}
+
+RpcPortServer::Channel *RpcPortServer::find(ConnectionId connection, Port port) {
+  const auto entry = connections_.find(connection);
+  if (entry == connections_.end()) return nullptr;
+  return port == Port::kMain ? entry->second.main.get() : entry->second.callback.get();
+}
+
+}  // namespace korvane::host

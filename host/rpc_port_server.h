@@ -1,0 +1,87 @@
+/** The service side of RPC ports. */
+#ifndef KORVANE_HOST_RPC_PORT_SERVER_H_
+#define KORVANE_HOST_RPC_PORT_SERVER_H_
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "frame.h"
+#include "main_loop.h"
+#include "parcel.h"
+#include "rpc_port_protocol.h"
+#include "unique_fd.h"
+
+namespace korvane::host {
+
+/**
+ * One RPC port of a service: accepts connections and exchanges parcels with them.
+ *
+ * Driven by a main loop, on whose thread it lives, and never blocks. Peers of
+ * other users are turned away; a peer that sends rubbish is disconnected. Every
+ * event may call any operation of the server but its destruction.
+ */
+class RpcPortServer {
+ public:
+  using ConnectionId = std::uint64_t;
+
+  struct Peer {
+    std::string app_id;  ///< as the peer states it
+    pid_t pid;
+  };
+
+  struct Events {
+    std::function<bool(const Peer &)> accept;  ///< false: the peer is rejected
+    std::function<void(ConnectionId, const Peer &)> connected;
+    std::function<void(ConnectionId)> disconnected;
+    std::function<void(ConnectionId, Parcel)> received;  ///< from the client's main port
+  };
+
+  /** Listens on the current device. Throws std::system_error. */
+  RpcPortServer(MainLoop &loop, const std::string &app_id, const std::string &port_name,
+                Events events);
+  RpcPortServer(const RpcPortServer &) = delete;
+  RpcPortServer &operator=(const RpcPortServer &) = delete;
+  /** Ends every connection, without events, and removes the socket. */
+  ~RpcPortServer();
+
+  /** Queues a parcel; an unknown connection is ignored. */
+  void send(ConnectionId connection, Port port, const Parcel &parcel);
+  /** Queues bytes that need not be a frame. */
+  void send_raw(ConnectionId connection, Port port, const Bytes &bytes);
+  /** Ends a connection, after the peer was given what it takes at once of what is queued. */
+  void disconnect(ConnectionId connection);
+  std::vector<ConnectionId> connections() const;
+
+ private:
+  struct Channel;
+  struct Connection;
+
+  void accept_peer();
+  void read(const std::shared_ptr<Channel> &channel);
+  void greet(const std::shared_ptr<Channel> &channel, const Hello &hello);
+  void open(const std::shared_ptr<Channel> &main, const std::shared_ptr<Channel> &callback,
+            const Peer &peer);
+  void flush(Channel &channel);
+  void drop(Channel &channel);
+  void end(ConnectionId connection, bool tell);
+  Channel *find(ConnectionId connection, Port port);
+
+  MainLoop &loop_;
+  const Events events_;
+  std::filesystem::path path_;
+  UniqueFd listener_;
+  MainLoop::SourceId listener_source_ = 0;
+  ConnectionId next_connection_ = 1;
+  std::map<MainLoop::SourceId, std::shared_ptr<Channel>> waiting_;  ///< not paired yet
+  std::map<ConnectionId, Connection> connections_;
+};
+
+}  // namespace korvane::host
+
+#endif  // KORVANE_HOST_RPC_PORT_SERVER_H_
