@@ -15,3 +15,10 @@ install(FILES
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/korvane-svcmgr)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/korvane-svcmgr.pc
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+if(KORVANE_PLATFORM STREQUAL "host")
+  install(TARGETS korvane_host EXPORT korvane-svcmgr-targets
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+  install(FILES host/korvane_host.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+  install(TARGETS svcmgr-emulator svcmgrctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+endif()

@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <map>
 #include <memory>
+#include <vector>
 
 #include "bundle_handle.h"
 #include "device.h"
@@ -41,7 +42,7 @@ class Subscription : public std::enable_shared_from_this<Subscription> {
     source_ = MainLoop::instance().add_descriptor(listener_.get(), EPOLLIN,
                                                   [weak = weak_from_this()](std::uint32_t) {
                                                     if (const auto self = weak.lock())
-                                                      self->accept_sender();
+                                                      self->accept_senders();
                                                   });
   }
 
@@ -61,10 +62,34 @@ class Subscription : public std::enable_shared_from_this<Subscription> {
     FrameReader reader;
   };
 
-  void accept_sender() {
-    auto sender = std::make_shared<Sender>();
-    sender->socket = korvane::host::accept_peer(listener_.get());
-    if (!sender->socket || read_event(*sender)) return;
+  /**
+   * Takes everyone of one process who waits now: what it sent before it dropped a connection is
+   * not left for a turn behind the drop. What the next process sent, once that one had gone,
+   * waits its turn.
+   */
+  void accept_senders() {
+    std::vector<std::shared_ptr<Sender>> senders;
+    while (UniqueFd socket = korvane::host::accept_peer(listener_.get())) {
+      senders.push_back(std::make_shared<Sender>());
+      senders.back()->socket = std::move(socket);
+    }
+    if (senders.empty()) return;
+    const pid_t first = korvane::host::peer_process(senders.front()->socket.get());
+    for (const auto &sender : senders) {
+      if (!active_) return;
+      if (korvane::host::peer_process(sender->socket.get()) == first) {
+        take(sender);
+      } else {
+        MainLoop::instance().post([weak = weak_from_this(), sender] {
+          const auto self = weak.lock();
+          if (self != nullptr && self->active_) self->take(sender);
+        });
+      }
+    }
+  }
+
+  void take(const std::shared_ptr<Sender> &sender) {
+    if (read_event(*sender)) return;
     // The rest of the event is still under way.
     auto source = std::make_shared<MainLoop::SourceId>();
     *source = MainLoop::instance().add_descriptor(

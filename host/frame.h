@@ -29,6 +29,8 @@ class FrameReader {
   /** Whether a frame has begun that is not whole. */
   bool in_frame() const { return !buffer_.empty(); }
   bool has_frame() const { return !frames_.empty(); }
+  /** Whether nothing can come any more but the frames that are there. */
+  bool broken() const { return broken_; }
   std::size_t frame_count() const { return frames_.size(); }
 
  private:

@@ -133,6 +133,7 @@ std::optional<Bytes> read_frame(int socket, FrameReader &reader, int begin_timeo
   std::optional<std::chrono::steady_clock::time_point> deadline;
   for (;;) {
     if (auto frame = reader.next()) return frame;
+    if (reader.broken()) return std::nullopt;
     if (reader.in_frame() && !deadline) deadline = frame_deadline();
     int timeout = begin_timeout_ms;
     if (deadline) {

@@ -114,6 +114,7 @@ int MainLoop::run() {
     const int result = step(-1);
     if (result < 0 && result != -EINTR) return result;
   }
+  clear_wake_up();
   return 0;
 }
 
@@ -123,20 +124,24 @@ void MainLoop::quit() {
   [[maybe_unused]] const ssize_t written = write(wake_up_.get(), &one, sizeof(one));
 }
 
+void MainLoop::clear_wake_up() {
+  std::uint64_t value = 0;
+  [[maybe_unused]] const ssize_t size = read(wake_up_.get(), &value, sizeof(value));
+}
+
 int MainLoop::step(int timeout_ms) {
   epoll_event event = {};
   const int count = epoll_wait(epoll_.get(), &event, 1, timeout_ms);
   if (count < 0) return -errno;
   if (count == 0) return 0;
   if (event.data.u64 == kWakeUp) {
-    std::uint64_t value = 0;
-    [[maybe_unused]] const ssize_t size = read(wake_up_.get(), &value, sizeof(value));
+    clear_wake_up();
     return 1;
   }
   std::shared_ptr<Source> source;
   {
     const std::lock_guard<std::mutex> guard(mutex_);
-    const auto entry = sources_.find(event.data.u64);
+    const auto entry = sources_.find(SourceId{event.data.u64});
     if (entry != sources_.end()) source = entry->second;
   }
   if (source == nullptr) return 1;

@@ -61,6 +61,8 @@ class MainLoop {
     std::function<void(std::uint32_t)> handler;
   };
 
+  /** Makes the loop's descriptor unreadable again after a wake-up. */
+  void clear_wake_up();
   SourceId add(int descriptor, std::uint32_t epoll_events, UniqueFd timer,
                std::function<void(std::uint32_t)> handler);
 

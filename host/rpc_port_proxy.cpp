@@ -100,9 +100,13 @@ class RpcPortProxy : public std::enable_shared_from_this<RpcPortProxy> {
     return which == Port::kMain ? &main_ : &callback_;
   }
 
-  /** The next parcel of a port; empty when the connection is lost, which the loop will report. */
+  /**
+   * The next parcel of a port; empty when the connection is lost, which the loop will report.
+   * What the callback port collected before can be read until then.
+   */
   std::optional<Bytes> read(rpc_port_s &from) {
-    if (broken_) return std::nullopt;
+    const bool collected = &from == &callback_ && from.reader.has_frame();
+    if (broken_ && !collected) return std::nullopt;
     auto frame = read_frame(from.socket.get(), from.reader, kNoLimit);
     if (!frame) break_connection();
     return frame;
@@ -185,6 +189,7 @@ class RpcPortProxy : public std::enable_shared_from_this<RpcPortProxy> {
     }
     deliver_received();
     if (destroyed_) return;
+    callback_.reader = FrameReader();
     state_ = State::kEnded;
     stop_watching();
     break_connection();
@@ -193,9 +198,8 @@ class RpcPortProxy : public std::enable_shared_from_this<RpcPortProxy> {
 
   void deliver_received() {
     // A callback that takes no parcel hears of it once all the same.
-    for (std::size_t left = callback_.reader.frame_count(); left > 0 && !destroyed_; --left) {
-      deliver(received);
-    }
+    std::size_t left = callback_.reader.frame_count();
+    for (; left > 0 && callback_.reader.has_frame() && !destroyed_; --left) deliver(received);
   }
 
   template <typename Callback, typename... Arguments>

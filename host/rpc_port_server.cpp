@@ -43,11 +43,39 @@ RpcPortServer::RpcPortServer(MainLoop &loop, const std::string &app_id,
 }
 
 RpcPortServer::~RpcPortServer() {
-  loop_.remove(listener_source_);
-  for (const auto &[source, channel] : waiting_) loop_.remove(source);
+  stop_listening();
+  closed_ = nullptr;
+  loop_.remove(closing_limit_);
   while (!connections_.empty()) end(connections_.begin()->first, false);
+}
+
+void RpcPortServer::stop_listening() {
+  if (!listener_) return;
+  loop_.remove(listener_source_);
+  listener_.reset();
+  for (const auto &[source, channel] : waiting_) loop_.remove(source);
+  waiting_.clear();
   std::error_code ignored;
   std::filesystem::remove(path_, ignored);
+}
+
+void RpcPortServer::close(std::chrono::milliseconds limit, std::function<void()> done) {
+  stop_listening();
+  closing_ = true;
+  closed_ = std::move(done);
+  for (const auto &[id, connection] : connections_) {
+    shutdown(connection.main->socket.get(), SHUT_WR);
+    shutdown(connection.callback->socket.get(), SHUT_WR);
+  }
+  closing_limit_ = loop_.add_timer(connections_.empty() ? std::chrono::milliseconds(0) : limit,
+                                   [this] { all_closed(); });
+}
+
+void RpcPortServer::all_closed() {
+  loop_.remove(closing_limit_);
+  while (!connections_.empty()) end(connections_.begin()->first, false);
+  // The last thing: done may destroy the server.
+  if (const auto done = std::exchange(closed_, nullptr)) done();
 }
 
 void RpcPortServer::accept_peer() {
@@ -77,7 +105,7 @@ void RpcPortServer::read(const std::shared_ptr<Channel> &channel) {
         return;
       }
       greet(channel, *channel->hello);
-    } else if (channel->connection != 0 && channel->hello->port == Port::kMain) {
+    } else if (channel->connection != 0 && channel->hello->port == Port::kMain && !closing_) {
       events_.received(channel->connection, std::move(parcel));
     }
     if (!channel->socket) return;
@@ -179,6 +207,10 @@ void RpcPortServer::end(ConnectionId connection, bool tell) {
     channel->socket.reset();
   }
   if (tell) events_.disconnected(connection);
+  if (closing_ && tell && connections_.empty() && closed_) {
+    loop_.remove(closing_limit_);
+    closing_limit_ = loop_.post([this] { all_closed(); });
+  }
 }
 
 RpcPortServer::Channel *RpcPortServer::find(ConnectionId connection, Port port) {

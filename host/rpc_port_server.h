@@ -4,6 +4,7 @@
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -54,6 +55,12 @@ class RpcPortServer {
   void send(ConnectionId connection, Port port, const Parcel &parcel);
   /** Queues bytes that need not be a frame. */
   void send_raw(ConnectionId connection, Port port, const Bytes &bytes);
+  /**
+   * Stops listening, takes no more requests, and lets every peer see the end of its connection.
+   * done is called, from the loop, once all have noticed, or after the limit. After that the
+   * server serves nobody and is to be destroyed.
+   */
+  void close(std::chrono::milliseconds limit, std::function<void()> done);
   /** Ends a connection, after the peer was given what it takes at once of what is queued. */
   void disconnect(ConnectionId connection);
   std::vector<ConnectionId> connections() const;
@@ -62,6 +69,8 @@ class RpcPortServer {
   struct Channel;
   struct Connection;
 
+  void stop_listening();
+  void all_closed();
   void accept_peer();
   void read(const std::shared_ptr<Channel> &channel);
   void greet(const std::shared_ptr<Channel> &channel, const Hello &hello);
@@ -77,6 +86,9 @@ class RpcPortServer {
   std::filesystem::path path_;
   UniqueFd listener_;
   MainLoop::SourceId listener_source_ = 0;
+  bool closing_ = false;
+  std::function<void()> closed_;
+  MainLoop::SourceId closing_limit_ = 0;
   ConnectionId next_connection_ = 1;
   std::map<MainLoop::SourceId, std::shared_ptr<Channel>> waiting_;  ///< not paired yet
   std::map<ConnectionId, Connection> connections_;

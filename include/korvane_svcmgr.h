@@ -27,8 +27,8 @@
  * while it is not, the function does nothing and returns
  * #SVCMGR_ERROR_NOT_SUPPORTED. Two codes are possible wherever a function or
  * callback allocates memory or meets an inner failure, also where they are not
- * listed: #SVCMGR_ERROR_OUT_OF_MEMORY and #SVCMGR_ERROR_INVALID_OPERATION; in
- * both cases nothing has changed. No C++ exception leaves the library.
+ * listed: #SVCMGR_ERROR_OUT_OF_MEMORY, after which nothing has changed, and
+ * #SVCMGR_ERROR_INVALID_OPERATION. No C++ exception leaves the library.
  *
  * @par Threads
  * The library starts no thread and takes no lock around its state. Call every
@@ -115,7 +115,11 @@ typedef enum {
  *
  * An update of the service manager itself that it announced beforehand is not
  * reported: the library reconnects by itself, and the application hears
- * neither of the drop nor of the new connection.
+ * neither of the drop nor of the new connection. Further connections are not
+ * reported either, also ones that the application starts itself, until its next
+ * update request or the next update status that the library receives; losses
+ * and rejections always are. Should the reconnection not even start, nothing is
+ * reported, and the next launch of the service manager tries again.
  *
  * @param result    an error code
  * @param state     what happened
@@ -133,7 +137,10 @@ typedef void (*korvane_svcmgr_connection_cb)(int result, korvane_svcmgr_connecti
  * when the callback receives #SVCMGR_CONNECTION_CONNECTED. Called again before
  * that, or after the connection was lost or rejected, it only replaces the
  * callback and the user data and returns success. After a loss the library
- * reconnects by itself when the service manager announces its next launch.
+ * reconnects by itself when the service manager announces its next launch;
+ * a first connection that is rejected stays rejected for the life of the
+ * process. The callback is replaced also when the function then fails to start
+ * a connection.
  *
  * @param callback  called for every event of the connection, until the next connect; not null
  * @param user_data handed to the callback unchanged; may be null
@@ -143,7 +150,7 @@ typedef void (*korvane_svcmgr_connection_cb)(int result, korvane_svcmgr_connecti
  * @retval #SVCMGR_ERROR_ALREADY_CONNECTED the library is connected; the callback stays as it was
  * @retval #SVCMGR_ERROR_CONNECTION_FAILED the service manager does not run, or an I/O error
  * @retval #SVCMGR_ERROR_PERMISSION_DENIED the platform denies the connection
- * @retval #SVCMGR_ERROR_INVALID_OPERATION any other failure to start the connection
+ * @retval #SVCMGR_ERROR_INVALID_OPERATION any other inner failure to start the connection
  * @retval #SVCMGR_ERROR_NOT_SUPPORTED the service manager is not installed on the device
  *
  * Thread: the application's main-loop thread.
@@ -155,7 +162,8 @@ SVCMGR_API int korvane_svcmgr_connect(korvane_svcmgr_connection_cb callback, voi
  *
  * The connection callback is not called. Requests that are still open are
  * dropped, and their callbacks are never called. Does nothing, successfully,
- * while the library is not connected.
+ * while the library is not connected; in particular it does not call off a
+ * connection that is being made, nor the reconnection after a loss.
  *
  * @retval #SVCMGR_ERROR_NONE the connection has ended, or there was none
  * @retval #SVCMGR_ERROR_NOT_SUPPORTED the service manager is not installed on the device
@@ -380,7 +388,9 @@ typedef enum {
  * The start of every update on the device is reported; its end (completed or
  * failed) only after this application requested an update, after a reported
  * start, or during an update of the service manager. Of several ends in a row
- * only the first is reported.
+ * only the first is reported. The library counts the update as ended after the
+ * callback has returned: an update requested from inside it has its start
+ * reported, and its end only if the start was.
  *
  * @param status    what happened
  * @param user_data the pointer given to korvane_svcmgr_set_update_status_cb()
@@ -421,10 +431,11 @@ SVCMGR_API int korvane_svcmgr_unset_update_status_cb(void);
 /**
  * Asks whether an update is under way, as far as the library knows.
  *
- * That is so from the reported start of an update until its end, which the
- * library learns only while an update-status callback is registered, and from
- * the announcement of an update of the service manager itself until the next
- * update request, start or end. After a request alone it is not yet so.
+ * That is so from the start of an update until its end, and from the
+ * announcement of an update of the service manager itself until the next update
+ * request or end of an update. After a request alone it is not yet so. The
+ * library learns of starts and ends only while an update-status callback is
+ * registered.
  *
  * @param is_being_updated receives the answer; not null
  *
@@ -896,7 +907,7 @@ typedef void (*korvane_svcmgr_ai_progress_cb)(int result, korvane_svcmgr_ai_prog
  * @retval #SVCMGR_ERROR_NOT_SUPPORTED_VERSION the installed service manager is older than 1.7;
  * tested before the arguments
  * @retval #SVCMGR_ERROR_INVALID_PARAMETER callback is null
- * @retval #SVCMGR_ERROR_NOT_CONNECTED there is no connection
+ * @retval #SVCMGR_ERROR_NOT_CONNECTED no connection was started, or it was ended
  * @retval #SVCMGR_ERROR_INVALID_OPERATION the calling application is not known, or the request
  * could not be sent
  * @retval #SVCMGR_ERROR_NOT_SUPPORTED the service manager is not installed on the device
@@ -916,7 +927,7 @@ SVCMGR_API int korvane_svcmgr_ai_request_usable_model_list(korvane_svcmgr_ai_mod
  * @retval #SVCMGR_ERROR_NOT_SUPPORTED_VERSION the installed service manager is older than 1.7;
  * tested before the arguments
  * @retval #SVCMGR_ERROR_INVALID_PARAMETER callback is null
- * @retval #SVCMGR_ERROR_NOT_CONNECTED there is no connection
+ * @retval #SVCMGR_ERROR_NOT_CONNECTED no connection was started, or it was ended
  * @retval #SVCMGR_ERROR_INVALID_OPERATION the calling application is not known, or the request
  * could not be sent
  * @retval #SVCMGR_ERROR_NOT_SUPPORTED the service manager is not installed on the device
@@ -938,8 +949,9 @@ SVCMGR_API int korvane_svcmgr_ai_request_usable_model_list_with_description(
  * tested before the arguments
  * @retval #SVCMGR_ERROR_INVALID_PARAMETER callback or category is null, or no agent provides the
  * category
- * @retval #SVCMGR_ERROR_NOT_CONNECTED there is no connection
- * @retval #SVCMGR_ERROR_INVALID_OPERATION the request could not be sent
+ * @retval #SVCMGR_ERROR_NOT_CONNECTED no connection was started, or it was ended
+ * @retval #SVCMGR_ERROR_INVALID_OPERATION the request could not be sent because the connection
+ *         is still being made, or was lost or rejected
  * @retval #SVCMGR_ERROR_NOT_SUPPORTED the service manager is not installed on the device
  *
  * Thread: the application's main-loop thread.
@@ -958,7 +970,7 @@ SVCMGR_API int korvane_svcmgr_ai_request_usable_model_list_with_category(
  * @retval #SVCMGR_ERROR_NOT_SUPPORTED_VERSION the installed service manager is older than 1.7;
  * tested before the arguments
  * @retval #SVCMGR_ERROR_INVALID_PARAMETER model or callback is null
- * @retval #SVCMGR_ERROR_NOT_CONNECTED there is no connection
+ * @retval #SVCMGR_ERROR_NOT_CONNECTED no connection was started, or it was ended
  * @retval #SVCMGR_ERROR_INVALID_OPERATION the model has no ID, the calling application is not
  * known, or the request could not be sent
  * @retval #SVCMGR_ERROR_NOT_SUPPORTED the service manager is not installed on the device
@@ -981,8 +993,9 @@ SVCMGR_API int korvane_svcmgr_ai_request_model_version_list(
  * @retval #SVCMGR_ERROR_NOT_SUPPORTED_VERSION the installed service manager is older than 1.7;
  * tested before the arguments
  * @retval #SVCMGR_ERROR_INVALID_PARAMETER models or callback is null
- * @retval #SVCMGR_ERROR_NOT_CONNECTED there is no connection
+ * @retval #SVCMGR_ERROR_NOT_CONNECTED no connection was started, or it was ended
  * @retval #SVCMGR_ERROR_INVALID_OPERATION a model has no ID, or the request could not be sent
+ *         because the connection is still being made, or was lost or rejected
  * @retval #SVCMGR_ERROR_NOT_SUPPORTED the service manager is not installed on the device
  *
  * Thread: the application's main-loop thread.
@@ -1002,8 +1015,9 @@ SVCMGR_API int korvane_svcmgr_ai_request_to_update(korvane_svcmgr_ai_model_list_
  * @retval #SVCMGR_ERROR_NOT_SUPPORTED_VERSION the installed service manager is older than 1.7;
  * tested before the arguments
  * @retval #SVCMGR_ERROR_INVALID_PARAMETER models or callback is null
- * @retval #SVCMGR_ERROR_NOT_CONNECTED there is no connection
+ * @retval #SVCMGR_ERROR_NOT_CONNECTED no connection was started, or it was ended
  * @retval #SVCMGR_ERROR_INVALID_OPERATION a model has no ID, or the request could not be sent
+ *         because the connection is still being made, or was lost or rejected
  * @retval #SVCMGR_ERROR_NOT_SUPPORTED the service manager is not installed on the device
  *
  * Thread: the application's main-loop thread.

@@ -32,10 +32,13 @@ void AgentStatusEventHandler::DontCareConnection() {
 void AgentStatusEventHandler::AgentEventCallback(const char *event_name, bundle_h event_data,
                                                  void * /*user_data*/) {
   LOG_DEBUG("Agent status callback is invoked");
-  svcmgr::run_event_callback(HERE, [&] { GetInstance().HandleEvent(event_name, event_data); });
+  const svcmgr::Site site = HERE;
+  svcmgr::run_event_callback(site,
+                             [&] { GetInstance().HandleEvent(site, event_name, event_data); });
 }
 
-void AgentStatusEventHandler::HandleEvent(const char *event_name, bundle_h event_data) {
+void AgentStatusEventHandler::HandleEvent(const svcmgr::Site &site, const char *event_name,
+                                          bundle_h event_data) {
   if (!subscription.IsFor(event_name)) return;
   if (svcmgr::has_string(event_data, "Update")) {
     UpdateObserver().PrepareSvcmgrUpdate();
@@ -43,7 +46,7 @@ void AgentStatusEventHandler::HandleEvent(const char *event_name, bundle_h event
   }
   SvcMgrAppProxyHandler &handler = SvcMgrAppProxyHandler::GetInstance();
   if (svcmgr::has_string(event_data, "Launch") && !handler.IsConnected() && keep_connection) {
-    LOG_DEBUG("Service manager is disconnected. Try to reconnect");
+    LOG_DEBUG_AT(site, "Service manager is disconnected. Try to reconnect");
     UpdateObserver().ReconnectAfterSvcmgrUpdate();
     handler.Reconnect();
   }

@@ -22,7 +22,7 @@ class AgentStatusEventHandler : public Singleton<AgentStatusEventHandler> {
   friend class Singleton<AgentStatusEventHandler>;
   AgentStatusEventHandler();
 
-  void HandleEvent(const char *event_name, bundle_h event_data);
+  void HandleEvent(const svcmgr::Site &site, const char *event_name, bundle_h event_data);
 
   bool keep_connection;
   OrvelEventHandler subscription;

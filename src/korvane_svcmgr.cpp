@@ -64,8 +64,8 @@ HeapText installation_directory() {
   const HeapText resources(app_get_resource_path());
   if (resources == nullptr) return HeapText();
   const std::size_t length = std::strlen(resources.get());
-  return HeapText(strndup(resources.get(),
-                          length < kResourceNameLength ? length : length - kResourceNameLength));
+  return svcmgr::copy_text(resources.get(),
+                           length < kResourceNameLength ? length : length - kResourceNameLength);
 }
 
 }  // namespace

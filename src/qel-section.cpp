@@ -122,8 +122,9 @@ qel_section_s *qel_section_get_latest(const char *root_path) {
   return result;
 }
 
-int qel_section_read_file(const char *path, const struct stat *status, int /*type_flag*/,
+int qel_section_read_file(const char *path, const struct stat *status, int type_flag,
                           struct FTW * /*position*/) {
+  if (type_flag == FTW_NS) return 0;  // the status record was not filled
   const bool too_small = static_cast<std::uint32_t>(status->st_size) < kElf32.header_size;
   if (S_ISDIR(status->st_mode) || too_small || links_to_special_file(path, *status)) return 0;
 
