@@ -1,0 +1,320 @@
+#include "commands.h"
+
+#include <algorithm>
+#include <cctype>
+#include <functional>
+#include <limits>
+#include <stdexcept>
+#include <utility>
+
+namespace korvane::emulator {
+
+namespace {
+
+/** Words that make no sense. */
+struct UsageError : std::invalid_argument {
+  using std::invalid_argument::invalid_argument;
+};
+
+using Run = std::function<void(Service &, const Words &, const Respond &)>;
+
+struct Command {
+  const char *name;
+  const char *arguments;
+  const char *help;
+  std::size_t least;  ///< number of arguments
+  std::size_t most;
+  Run run;
+};
+
+constexpr std::size_t kAnyNumber = std::numeric_limits<std::size_t>::max();
+
+/** A command that is done when its action returns; the action's text is the output. */
+template <typename Action>
+Run at_once(Action action) {
+  return [action](Service &service, const Words &arguments, const Respond &respond) {
+    respond({Outcome::kOk, action(service, arguments)});
+  };
+}
+
+/** A command that only sets a fault or makes something happen, and has no output. */
+template <typename Action>
+Run silently(Action action) {
+  return at_once([action](Service &service, const Words &arguments) {
+    action(service, arguments);
+    return std::string();
+  });
+}
+
+/** Signed or unsigned 32-bit, decimal or with 0x. */
+std::int32_t parse_number(const std::string &text) {
+  std::size_t used = 0;
+  long long value = 0;
+  try {
+    value = std::stoll(text, &used, 0);
+  } catch (const std::exception &) {
+    used = 0;
+  }
+  if (used == 0 || used != text.size() || value < std::numeric_limits<std::int32_t>::min() ||
+      value > std::numeric_limits<std::uint32_t>::max()) {
+    throw UsageError("\"" + text + "\" is no 32-bit number");
+  }
+  return static_cast<std::int32_t>(value);
+}
+
+int parse_count(const std::string &text) {
+  const std::int32_t count = parse_number(text);
+  if (count < 1 || count > 1000000) throw UsageError("\"" + text + "\" is no count");
+  return count;
+}
+
+/** The row of a table that has this name. */
+template <typename Row>
+const Row &parse_choice(const std::vector<Row> &rows, const std::string &name) {
+  std::string choices;
+  for (const Row &row : rows) {
+    if (row.name == name) return row;
+    choices += std::string(" ") + row.name;
+  }
+  throw UsageError("\"" + name + "\" is none of" + choices);
+}
+
+struct Switch {
+  std::string name;
+  bool on;
+};
+
+struct PortName {
+  std::string name;
+  host::Port port;
+};
+
+struct Announcement {
+  std::string name;
+};
+
+bool parse_switch(const std::string &text) {
+  return parse_choice<Switch>({{"on", true}, {"off", false}}, text).on;
+}
+
+const MethodInfo &parse_method(const std::string &name) {
+  return parse_choice(methods(), name);
+}
+
+host::EventBundle::Bytes parse_hex(const std::string &text) {
+  const auto is_digit = [](unsigned char letter) { return std::isxdigit(letter) != 0; };
+  if (text.size() % 2 != 0 || !std::all_of(text.begin(), text.end(), is_digit)) {
+    throw UsageError("\"" + text + "\" is no row of hexadecimal bytes");
+  }
+  host::EventBundle::Bytes bytes;
+  for (std::size_t i = 0; i < text.size(); i += 2) {
+    bytes.push_back(static_cast<std::uint8_t>(std::stoi(text.substr(i, 2), nullptr, 16)));
+  }
+  return bytes;
+}
+
+std::vector<std::string> split(const std::string &text) {
+  std::vector<std::string> parts;
+  for (std::size_t begin = 0; begin <= text.size();) {
+    const std::size_t end = std::min(text.find(',', begin), text.size());
+    parts.push_back(text.substr(begin, end - begin));
+    begin = end + 1;
+  }
+  return parts;
+}
+
+/** KEY=TYPE:VALUE */
+EventPayload::value_type parse_entry(const std::string &text) {
+  using Value = host::EventBundle::Value;
+  struct Type {
+    std::string name;
+    std::function<Value(const std::string &)> parse;
+  };
+  const std::vector<Type> types = {
+      {"str", [](const std::string &value) { return value; }},
+      {"array", split},
+      {"int32", [](const std::string &value) { return code_bytes(parse_number(value)); }},
+      {"bytes", parse_hex},
+  };
+  const std::size_t equals = text.find('=');
+  const std::size_t colon = text.find(':', std::min(equals, text.size()));
+  if (colon == std::string::npos) throw UsageError("\"" + text + "\" is no KEY=TYPE:VALUE");
+  const std::string type = text.substr(equals + 1, colon - equals - 1);
+  return {text.substr(0, equals), parse_choice(types, type).parse(text.substr(colon + 1))};
+}
+
+void publish_event(Service &service, const Words &words) {
+  const std::vector<Announcement> events = {{kUpdateStatus}, {kModelStatus}, {kAgentStatus}};
+  const std::string &status = parse_choice(events, words[0]).name;
+  EventPayload payload;
+  for (auto word = words.begin() + 1; word != words.end(); ++word) {
+    payload.push_back(parse_entry(*word));
+  }
+  service.events().publish(status, payload);
+}
+
+void set_reply(Service &service, const Words &words) {
+  const MethodInfo &info = parse_method(words[0]);
+  if (info.method == Method::kGetLicense) {
+    throw UsageError("get_license answers with a text: use license TEXT");
+  }
+  if (words[1] == "default") {
+    service.faults().replies.erase(info.method);
+  } else {
+    service.faults().replies[info.method] = parse_number(words[1]);
+  }
+}
+
+void set_crash(Service &service, const Words &words) {
+  Faults &faults = service.faults();
+  if (words.empty()) {
+    faults.crash_at_any = true;
+  } else {
+    faults.crash_at.insert(parse_method(words[0]).method);
+  }
+}
+
+void set_silence(Service &service, const Words &words) {
+  if (words[0] == "off") {
+    service.faults().silent.clear();
+  } else {
+    service.faults().silent.insert(parse_method(words[0]).method);
+  }
+}
+
+void send_garbage(Service &service, const Words &words) {
+  const std::vector<PortName> ports = {{"main", host::Port::kMain},
+                                       {"callback", host::Port::kCallback}};
+  service.port().send_garbage(parse_choice(ports, words[0]).port,
+                              parse_choice(garbage_kinds(), words[1]).bytes);
+}
+
+void update_itself(Service &service, const Words &words, const Respond &respond) {
+  int rounds = 1;
+  if (!words.empty()) {
+    if (words[0] != "--count" || words.size() != 2) throw UsageError("use update --count N");
+    rounds = parse_count(words[1]);
+  }
+  service.update_itself(rounds, [respond] { respond({Outcome::kOk, ""}); });
+}
+
+void restart(Service &service, const Words &, const Respond &respond) {
+  service.restart([respond] { respond({Outcome::kOk, ""}); });
+}
+
+/** A command that sets one number which is used once. */
+Run once(std::optional<std::int32_t> Faults::*code) {
+  return silently([code](Service &service, const Words &words) {
+    service.faults().*code = parse_number(words[0]);
+  });
+}
+
+std::vector<Command> make_commands() {
+  return {
+      {"status", "", "what it is doing, as JSON", 0, 0,
+       at_once([](Service &service, const Words &) { return to_text(service.status(), 2); })},
+      {"stop", "", "end", 0, 0, silently([](Service &service, const Words &) { service.stop(); })},
+      {"update", "[--count N]",
+       "update itself: announce \"Update\", drop all connections, come back, announce \"Launch\"",
+       0, 2, update_itself},
+      {"restart", "", "drop all connections without a word, come back, announce \"Launch\"", 0, 0,
+       restart},
+      {"announce", "Update|Launch", "publish this agent status, and nothing else", 1, 1,
+       silently([](Service &service, const Words &words) {
+         const std::vector<Announcement> keys = {{"Update"}, {"Launch"}};
+         service.announce(parse_choice(keys, words[0]).name);
+       })},
+      {"event", "STATUS [KEY=TYPE:VALUE...]",
+       "publish any event; STATUS is update_status, model_status or agent_status, TYPE is str, "
+       "array (comma-separated), int32 or bytes (hexadecimal)",
+       1, kAnyNumber, silently(publish_event)},
+      {"drop", "", "drop all connections", 0, 0,
+       silently([](Service &service, const Words &) { service.port().drop_connections(); })},
+      {"reject", "on|off", "refuse new connections", 1, 1,
+       silently([](Service &service, const Words &words) {
+         service.faults().reject = parse_switch(words[0]);
+       })},
+      {"license", "TEXT", "change the licence text", 1, 1,
+       silently(
+           [](Service &service, const Words &words) { service.state().set_license(words[0]); })},
+      {"reply", "METHOD CODE|default",
+       "answer every request of a method with this code, or result number", 2, 2,
+       silently(set_reply)},
+      {"silent", "METHOD|off", "never answer a method; off: answer every one again", 1, 1,
+       silently(set_silence)},
+      {"crash-before-reply", "[METHOD]", "crash at the next request, of this method if given", 0, 1,
+       silently(set_crash)},
+      {"stray", "COUNT", "send parcels that are no result before the next synchronous reply", 1, 1,
+       silently([](Service &service, const Words &words) {
+         service.faults().stray_parcels = parse_count(words[0]);
+       })},
+      {"garbage", "main|callback half-frame|oversized|rubbish|empty",
+       "send bytes that are no parcel on this port of every connection", 2, 2,
+       silently(send_garbage)},
+      {"delegate-fault", "wrong-seq|wrong-id|twice|truncated|huge-count",
+       "spoil the next asynchronous answer", 1, 1,
+       silently([](Service &service, const Words &words) {
+         service.faults().delegate_fault = &parse_choice(delegate_faults(), words[0]);
+       })},
+      {"fail-update", "CODE", "the next update of agents fails with this code", 1, 1,
+       once(&Faults::update_failure)},
+      {"own", "CODE", "the next update of agents tells its requester this result", 1, 1,
+       once(&Faults::own_result)},
+      {"fail-models", "CODE", "the next update or uninstallation of models fails with this number",
+       1, 1, once(&Faults::model_failure)},
+  };
+}
+
+const std::vector<Command> &commands() {
+  static const std::vector<Command> table = make_commands();
+  return table;
+}
+
+std::string synopsis(const Command &command) {
+  return std::string(command.name) + (*command.arguments == '\0' ? "" : " ") + command.arguments;
+}
+
+/** Throws UsageError. */
+const Command &parse_command(const Words &words) {
+  if (words.empty()) throw UsageError("no command");
+  const Command &command = parse_choice(commands(), words[0]);
+  const std::size_t count = words.size() - 1;
+  if (count < command.least || count > command.most) {
+    throw UsageError("use " + synopsis(command));
+  }
+  return command;
+}
+
+}  // namespace
+
+std::string commands_help() {
+  std::string text = "Commands:\n";
+  for (const Command &command : commands()) {
+    text += "  " + synopsis(command) + "\n        " + command.help + "\n";
+  }
+  text += "\nMethods:\n ";
+  for (const MethodInfo &info : methods()) text += std::string(" ") + info.name;
+  return text + "\n";
+}
+
+std::optional<std::string> usage_error(const Words &words) {
+  try {
+    parse_command(words);
+    return std::nullopt;
+  } catch (const UsageError &error) {
+    return error.what();
+  }
+}
+
+void execute_command(Service &service, const Words &words, const Respond &respond) {
+  try {
+    const Command &command = parse_command(words);
+    command.run(service, Words(words.begin() + 1, words.end()), respond);
+  } catch (const UsageError &error) {
+    respond({Outcome::kUsage, error.what()});
+  } catch (const std::exception &error) {
+    respond({Outcome::kRefused, error.what()});
+  }
+}
+
+}  // namespace korvane::emulator

@@ -1,0 +1,70 @@
+/** The control socket, by which a running emulator is told what to do. */
+#ifndef KORVANE_EMULATOR_CONTROL_H_
+#define KORVANE_EMULATOR_CONTROL_H_
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "frame.h"
+#include "main_loop.h"
+#include "unique_fd.h"
+
+namespace korvane::emulator {
+
+/** What a command came to. */
+struct Outcome {
+  enum Status { kOk = 0, kRefused = 1, kUsage = 2 };
+  Status status;
+  std::string text;
+};
+
+using Words = std::vector<std::string>;
+/** Called once, now or later. */
+using Respond = std::function<void(const Outcome &)>;
+
+/**
+ * One command per connection: a frame with a JSON array of words, answered by a
+ * frame with a JSON object. Driven by a main loop; other users are turned away.
+ */
+class ControlServer {
+ public:
+  using Execute = std::function<void(const Words &, Respond)>;
+
+  /** Throws std::system_error. */
+  ControlServer(host::MainLoop &loop, std::filesystem::path path, Execute execute);
+  ControlServer(const ControlServer &) = delete;
+  ControlServer &operator=(const ControlServer &) = delete;
+  ~ControlServer();
+
+ private:
+  struct Caller {
+    host::UniqueFd socket;
+    host::MainLoop::SourceId source = 0;
+    host::FrameReader reader;
+    bool has_asked = false;
+  };
+
+  void accept_caller();
+  void read(std::uint64_t id);
+  void respond(std::uint64_t id, const Outcome &outcome);
+  void forget(std::uint64_t id);
+
+  host::MainLoop &loop_;
+  const std::filesystem::path path_;
+  const Execute execute_;
+  host::UniqueFd listener_;
+  host::MainLoop::SourceId listener_source_;
+  std::uint64_t next_caller_ = 1;
+  std::map<std::uint64_t, Caller> callers_;
+};
+
+/** Has a command executed by the emulator that listens at the path, and waits for the outcome. */
+Outcome send_command(const std::filesystem::path &path, const Words &words);
+
+}  // namespace korvane::emulator
+
+#endif  // KORVANE_EMULATOR_CONTROL_H_

@@ -1,0 +1,102 @@
+/** The service manager. */
+#ifndef KORVANE_EMULATOR_SERVICE_H_
+#define KORVANE_EMULATOR_SERVICE_H_
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "agent_update.h"
+#include "device.h"
+#include "events.h"
+#include "faults.h"
+#include "json_file.h"
+#include "main_loop.h"
+#include "model_jobs.h"
+#include "service_port.h"
+#include "service_state.h"
+#include "trace.h"
+
+namespace korvane::emulator {
+
+/**
+ * Serves every method from the state of the current device, and does at will
+ * what a service manager does seldom. Lives on the thread of its loop.
+ */
+class Service {
+ public:
+  struct Options {
+    std::chrono::milliseconds tick;  ///< between two steps of anything that takes time
+    bool trace;
+  };
+
+  Service(host::MainLoop &loop, const host::Device &device, const Options &options);
+  Service(const Service &) = delete;
+  Service &operator=(const Service &) = delete;
+  ~Service() = default;
+
+  void listen() { port_.open(); }
+  void announce(const std::string &key) { agent_status({{key, "announced"}}); }
+
+  /**
+   * Updates itself, several times in a row: announces "Update", goes away, comes back and
+   * announces "Launch". done is called at the end. std::runtime_error when it is away already.
+   */
+  void update_itself(int rounds, std::function<void()> done);
+  /** Goes away without a word, comes back and announces "Launch". */
+  void restart(std::function<void()> done);
+  void stop() { loop_.quit(); }
+
+  Json status() const;
+  Faults &faults() { return faults_; }
+  ServiceState &state() { return state_; }
+  Events &events() { return events_; }
+  ServicePort &port() { return port_; }
+
+ private:
+  /** Being away, once or several times. */
+  struct Absence {
+    bool announced;
+    int rounds;
+    std::function<void()> done;
+    std::size_t clients = 0;      ///< how many were connected before
+    std::size_t subscribers = 0;  ///< and how many heard the announcement
+    std::chrono::steady_clock::time_point deadline = {};
+  };
+
+  std::size_t agent_status(const EventPayload &payload) {
+    return events_.publish(kAgentStatus, payload);
+  }
+  void be_away(Absence absence);
+  void go_away();
+  void come_back();
+  void await_clients();
+
+  void serve(const Address &address, const ServicePort::Peer &peer, const Parcel &parcel);
+  void answer(const Address &address, const ServicePort::Peer &peer, const Request &request);
+  void answer_code(const Address &address, const Request &request, std::int32_t code);
+  void answer_update(const Address &address, const ServicePort::Peer &peer, const Request &request);
+  void answer_list(const Address &address, const Request &request);
+  ModelList list_for(const Request &request, std::int32_t &result) const;
+  void answer_job(const Address &address, const Request &request);
+
+  host::MainLoop &loop_;
+  const std::chrono::milliseconds tick_;
+  const Trace trace_;
+  Faults faults_;
+  ServiceState state_;
+  Events events_;
+  ServicePort port_;
+  AgentUpdate agent_update_;
+  ModelJobs model_jobs_;
+  std::optional<Absence> absence_;
+  std::uint64_t requests_ = 0;
+  std::uint64_t malformed_ = 0;
+};
+
+}  // namespace korvane::emulator
+
+#endif  // KORVANE_EMULATOR_SERVICE_H_

@@ -1,0 +1,70 @@
+/** What the service manager remembers on the device. */
+#ifndef KORVANE_EMULATOR_SERVICE_STATE_H_
+#define KORVANE_EMULATOR_SERVICE_STATE_H_
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "device.h"
+#include "protocol.h"
+
+namespace korvane::emulator {
+
+/** A model that agents offer. */
+struct OfferedModel {
+  std::string agent;
+  std::string id;
+  std::string title;
+  std::string description;
+  std::string installed;                  ///< version; empty when the model is not installed
+  std::vector<std::string> versions;      ///< oldest first
+  std::vector<std::string> applications;  ///< that may use it; empty: every one
+
+  bool has_version(const std::string &version) const;
+};
+
+/**
+ * The service manager's state, kept in service/state.json of the device and, for
+ * the agents' versions, in their package files. Every change is on disk when the
+ * operation returns. Failures are std::runtime_error.
+ */
+class ServiceState {
+ public:
+  explicit ServiceState(host::Device device);
+
+  /** Reads the state from disk again. */
+  void load();
+
+  std::int32_t agent_api_level() const { return agent_api_level_; }
+  const std::string &license() const { return license_; }
+  void set_license(const std::string &text);
+
+  /** Those of the names that are agents; without names, every agent. */
+  std::vector<std::string> agents(const std::vector<std::string> *names = nullptr) const;
+  /** Raises an agent's package to the version that is available. */
+  void update_agent(const std::string &agent);
+
+  /** The installed models of an agent, or those that an application may use. */
+  ModelList usable_models(const std::string &id, bool with_description) const;
+  /** Every version of a model; null when there is no such model. */
+  const OfferedModel *find_model(const std::string &id) const;
+  /** Makes the version the installed one; an empty version is the newest. */
+  void install_model(const std::string &id, const std::string &version);
+  void uninstall_model(const std::string &id);
+
+ private:
+  void save() const;
+  void set_installed(const std::string &id, const std::string &version);
+
+  host::Device device_;
+  std::int32_t agent_api_level_ = 0;
+  std::string license_;
+  std::map<std::string, std::string> available_;  ///< agent: newest version of its package
+  std::vector<OfferedModel> models_;
+};
+
+}  // namespace korvane::emulator
+
+#endif  // KORVANE_EMULATOR_SERVICE_STATE_H_

@@ -1,0 +1,34 @@
+/** A line for every parcel and event. */
+#ifndef KORVANE_EMULATOR_TRACE_H_
+#define KORVANE_EMULATOR_TRACE_H_
+
+#include <cstdint>
+#include <string>
+
+#include "protocol.h"
+
+namespace korvane::emulator {
+
+/** Writes to standard error, when it is on. Values that a parcel lacks show as "<truncated>". */
+class Trace {
+ public:
+  explicit Trace(bool on) : on_(on) {}
+
+  void request(std::uint64_t connection, Parcel parcel) const;
+  /** A parcel on the main port; info is the method it answers, or null. */
+  void reply(std::uint64_t connection, const MethodInfo *info, Parcel parcel) const;
+  /** A parcel on the callback port. */
+  void callback(std::uint64_t connection, Parcel parcel) const;
+  void event(const std::string &name, const std::string &payload, std::size_t reached) const;
+  void note(const std::string &text) const;
+
+ private:
+  bool on_;
+};
+
+/** A text in quotes, on one line. */
+std::string quoted(const std::string &text);
+
+}  // namespace korvane::emulator
+
+#endif  // KORVANE_EMULATOR_TRACE_H_
