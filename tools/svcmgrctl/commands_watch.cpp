@@ -1,0 +1,65 @@
+#include "commands.h"
+
+namespace korvane::svcmgrctl {
+
+namespace {
+
+/** Tells what happens on the device to updates and models, until it is destroyed. */
+class StatusListener {
+ public:
+  explicit StatusListener(Session &session) : session_(session) {
+    check(korvane_svcmgr_set_update_status_cb(handle_update, this));
+    check(korvane_svcmgr_ai_register_status_cb(handle_model, this));
+  }
+  ~StatusListener() {
+    korvane_svcmgr_unset_update_status_cb();
+    korvane_svcmgr_ai_deregister_status_cb();
+  }
+  StatusListener(const StatusListener &) = delete;
+  StatusListener &operator=(const StatusListener &) = delete;
+
+ private:
+  static void handle_update(korvane_svcmgr_update_status_e status, void *listener) {
+    tell(listener, "update", describe_update_status, status);
+  }
+
+  static void handle_model(int, korvane_svcmgr_ai_state_e state, void *listener) {
+    tell(listener, "model", describe_model_state, state);
+  }
+
+  static void tell(void *listener, const char *kind, CodeText (*describe)(int), int code) {
+    Session &session = static_cast<StatusListener *>(listener)->session_;
+    session.guard([&] { session.output().event(kind, describe(code)); });
+  }
+
+  Session &session_;
+};
+
+/** Connects and tells every event of the connection until the end of the watch. */
+void watch_connection(Session &session, const Deadline &end) {
+  session.on_connection([&session](korvane_svcmgr_connection_state_e state) {
+    session.output().event("connection", describe_connection_state(state));
+  });
+  session.catch_interruptions();
+  session.connect();
+  session.watch(end);
+  session.output().succeed("");
+}
+
+}  // namespace
+
+void run_connect(Session &session, const Arguments &arguments) {
+  if (arguments.watch) {
+    watch_connection(session, arguments.watch_end);
+    return;
+  }
+  session.connect();
+  session.output().succeed("connected", JsonObject().add("connected", true));
+}
+
+void run_watch(Session &session, const Arguments &arguments) {
+  const StatusListener listener(session);
+  watch_connection(session, arguments.watch_end);
+}
+
+}  // namespace korvane::svcmgrctl

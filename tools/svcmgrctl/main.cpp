@@ -1,0 +1,209 @@
+// A command line on the client library of the service manager.
+
+#include <CLI/CLI.hpp>
+#include <clocale>
+#include <cstdio>
+#include <cstdlib>
+#include <iostream>
+#include <memory>
+#include <string>
+#include <utility>
+
+#include "commands.h"
+
+namespace {
+
+using namespace korvane::svcmgrctl;
+
+constexpr int kFailureStatus = 1;
+constexpr int kUsageStatus = 2;
+constexpr double kLongestTime = 1e6;
+
+struct Settings {
+  std::string device;
+  std::string app;
+  double timeout = 30;
+  bool json = false;
+  bool verbose = false;
+  Arguments arguments;
+  std::string command;  ///< in full, as it was given
+  Command run = nullptr;
+};
+
+const CLI::Validator kSeconds(
+    [](std::string &text) -> std::string {
+      double seconds = 0;
+      const bool is_number = CLI::detail::lexical_cast(text, seconds);
+      if (is_number && seconds >= 0 && seconds <= kLongestTime) return "";
+      return "\"" + text + "\" is no number of seconds from 0 to 1000000";
+    },
+    "");
+
+const CLI::Validator kNotEmpty(
+    [](std::string &text) -> std::string { return text.empty() ? "it must not be empty" : ""; },
+    "");
+
+const CLI::Validator kModelWord(
+    [](std::string &text) -> std::string {
+      const std::size_t at = text.rfind('@');
+      const bool is_whole = !text.empty() && at != 0 && at != text.size() - 1;
+      return is_whole ? "" : "\"" + text + "\" is no ID or ID@VERSION";
+    },
+    "");
+
+/** The command line's grammar: fills the settings while it is parsed. */
+class Grammar {
+ public:
+  explicit Grammar(Settings &settings)
+      : settings_(settings),
+        app_("Asks and watches the service manager of a device.", "svcmgrctl") {
+    app_.fallthrough();
+    app_.require_subcommand(1);
+    app_.get_formatter()->column_width(34);
+    app_.failure_message([](const CLI::App *app, const CLI::Error &error) {
+      return "svcmgrctl: " + CLI::FailureMessage::simple(app, error);
+    });
+    define_options();
+    define_service_commands();
+    define_model_commands();
+    app_.footer(
+        "Exit status: 0 done, 1 the call failed, 2 bad usage.\n"
+        "The options may also stand after the command, and \"svcmgrctl COMMAND --help\" tells "
+        "more\n"
+        "about each. $KORVANE_LOG (debug, info, error, none) has the library write its log.");
+  }
+
+  void parse(int argc, char **argv) { app_.parse(argc, argv); }
+
+  /** Shows the help that was asked for, or what is wrong. Returns the exit status. */
+  int report(const CLI::ParseError &error) const {
+    return app_.exit(error) == EXIT_SUCCESS ? EXIT_SUCCESS : kUsageStatus;
+  }
+
+ private:
+  void define_options() {
+    app_.add_option("--device", settings_.device, "Device directory")
+        ->type_name("DIR")
+        ->envname("KORVANE_DEVICE");
+    app_.add_option("--app", settings_.app, "Application to call as")
+        ->type_name("ID")
+        ->envname("KORVANE_APP_ID");
+    app_.add_option("--timeout", settings_.timeout,
+                    "Longest time that the command may take, 0 for any (default: 30);\n"
+                    "a watch lasts longer once it is connected")
+        ->type_name("SECONDS")
+        ->check(kSeconds);
+    app_.add_flag("--json", settings_.json, "Write JSON, one object a line");
+    app_.add_flag("--verbose", settings_.verbose, "Have the library write its whole log");
+  }
+
+  CLI::App *define(CLI::App &parent, const std::string &name, const std::string &help,
+                   Command run) {
+    CLI::App *command = parent.add_subcommand(name, help);
+    const std::string full_name = (&parent == &app_ ? "" : parent.get_name() + " ") + name;
+    command->callback([this, full_name, run] {
+      settings_.command = full_name;
+      settings_.run = run;
+    });
+    return command;
+  }
+
+  CLI::Option *define_watch_time(CLI::App *command) {
+    const auto end_after = [this](const double &seconds) {
+      settings_.arguments.watch_end = Deadline(seconds);
+    };
+    return command
+        ->add_option_function<double>("--for", end_after,
+                                      "End the watch after this time, not by interruption")
+        ->type_name("SECONDS")
+        ->check(kSeconds);
+  }
+
+  void define_service_commands() {
+    Arguments &arguments = settings_.arguments;
+    CLI::App *connect =
+        define(app_, "connect", "Connect and disconnect, or watch the connection", run_connect);
+    CLI::Option *watch = connect->add_flag("--watch", arguments.watch,
+                                           "Tell what happens to the connection until interrupted");
+    define_watch_time(connect)->needs(watch);
+    define(app_, "client-level", "Show the client API level of the application", run_client_level);
+    define(app_, "agent-level", "Show the API level of the installed agent", run_agent_level);
+    define(app_, "license", "Show the text of the agent's licence", run_license);
+    CLI::App *update =
+        define(app_, "update", "Update the agents named, or all, and wait for the end", run_update);
+    update->add_option("AGENT", arguments.agents, "Package IDs of agents")->check(kNotEmpty);
+    update->add_flag("--no-wait", arguments.no_wait, "Do not wait for the end of the update");
+    define(app_, "is-updating", "Tell whether an update is under way", run_is_updating);
+    define_watch_time(define(app_, "watch",
+                             "Tell what happens to updates, models and the connection", run_watch));
+  }
+
+  void define_model_commands() {
+    Arguments &arguments = settings_.arguments;
+    CLI::App *models = app_.add_subcommand("models", "List, update and uninstall AI models");
+    models->require_subcommand(1);
+    CLI::App *list =
+        define(*models, "list", "List the models that the application can use", run_models_list);
+    CLI::Option *category = list->add_option("--category", arguments.category,
+                                             "Those of the agent that provides this category")
+                                ->type_name("C")
+                                ->check(kNotEmpty);
+    list->add_flag("--description", arguments.description, "Show the descriptions, too")
+        ->excludes(category);
+    CLI::App *versions =
+        define(*models, "versions", "List the versions of a model", run_models_versions);
+    versions->add_option("ID", arguments.model, "The model")->required()->check(kNotEmpty);
+    CLI::App *update =
+        define(*models, "update", "Update models and show how it goes", run_models_update);
+    update->add_option("ID[@VERSION]", arguments.models, "The models, the newest where no version")
+        ->required()
+        ->check(kModelWord);
+    CLI::App *uninstall =
+        define(*models, "uninstall", "Uninstall models and show how it goes", run_models_uninstall);
+    uninstall->add_option("ID", arguments.models, "The models")->required()->check(kNotEmpty);
+  }
+
+  Settings &settings_;
+  CLI::App app_;
+};
+
+/** Tells the platform on which device and as which application to call. */
+void choose_caller(const Settings &settings) {
+  if (settings.device.empty()) throw CLI::RequiredError("--device DIR (or $KORVANE_DEVICE)");
+  if (settings.app.empty()) throw CLI::RequiredError("--app ID (or $KORVANE_APP_ID)");
+  setenv("KORVANE_DEVICE", settings.device.c_str(), 1);
+  setenv("KORVANE_APP_ID", settings.app.c_str(), 1);
+  setenv("KORVANE_LOG", settings.verbose ? "debug" : "none", settings.verbose ? 1 : 0);
+}
+
+int run(const Settings &settings) {
+  const Output output(settings.command, settings.json);
+  try {
+    Session session(output, settings.timeout > 0 ? Deadline(settings.timeout) : Deadline());
+    settings.run(session, settings.arguments);
+    return EXIT_SUCCESS;
+  } catch (const Failure &failure) {
+    output.fail(failure.text());
+  } catch (const std::bad_alloc &) {
+    output.fail(describe_error(SVCMGR_ERROR_OUT_OF_MEMORY));
+  }
+  return kFailureStatus;
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+  std::setlocale(LC_CTYPE, "C.UTF-8");  // for the widths of characters; all texts are UTF-8
+  Settings settings;
+  Grammar grammar(settings);
+  try {
+    grammar.parse(argc, argv);
+    choose_caller(settings);
+  } catch (const CLI::ParseError &error) {
+    return grammar.report(error);
+  }
+  const int status = run(settings);
+  if (std::ferror(stdout) == 0) return status;
+  std::cerr << "svcmgrctl: " << settings.command << ": the output could not be written\n";
+  return kFailureStatus;
+}

@@ -1,0 +1,101 @@
+#include "progress_view.h"
+
+#include <korvane_svcmgr.h>
+
+#include <algorithm>
+#include <cstdint>
+
+#include "text.h"
+
+namespace korvane::svcmgrctl {
+
+namespace {
+
+constexpr std::size_t kSmallestBar = 10;
+constexpr std::size_t kLargestBar = 40;
+constexpr std::size_t kBarFrame = 4;    ///< its brackets, the space before and the column after it
+constexpr std::size_t kStateWidth = 7;  ///< of "started", the longest state that a bar shows
+
+std::string how_far(const Progress &progress) {
+  if (progress.failed()) return "failed";
+  if (progress.state == SVCMGR_AI_STATE_COMPLETED) return "completed";
+  if (progress.state == SVCMGR_AI_STATE_START && progress.percentage == 0) return "started";
+  return std::to_string(progress.percentage) + " %";
+}
+
+/** A bar of that many columns between its brackets. */
+std::string bar(int percentage, std::size_t columns) {
+  const auto share = static_cast<std::size_t>(std::clamp(percentage, 0, 100));
+  const std::size_t filled = columns * share / 100;
+  return " [" + std::string(filled, '#') + std::string(columns - filled, '.') + "]";
+}
+
+/** The bar with what belongs to it, in fewer columns than the terminal has: none may scroll it. */
+std::string bar_line(const std::u32string &label, const Progress &progress, std::size_t width) {
+  const std::string state = how_far(progress);
+  const std::size_t indent = state.size() < kStateWidth ? kStateWidth - state.size() : 0;
+  std::u32string text = label + std::u32string(indent + 2, U' ') + decode_utf8(state);
+  const std::size_t taken = display_width(text) + kBarFrame;
+  if (taken + kSmallestBar <= width) {
+    return encode_utf8(text) + bar(progress.percentage, std::min(width - taken, kLargestBar));
+  }
+  while (!text.empty() && display_width(text) >= width) text.erase(0, 1);
+  return encode_utf8(text);
+}
+
+}  // namespace
+
+bool Progress::failed() const {
+  return result != SVCMGR_ERROR_NONE || state == SVCMGR_AI_STATE_FAILED;
+}
+
+bool Progress::ends_model() const {
+  return failed() || state == SVCMGR_AI_STATE_COMPLETED;
+}
+
+bool Progress::ends_request() const {
+  return failed() || (ends_model() && std::int64_t{index} + 1 >= count);
+}
+
+ProgressView::~ProgressView() {
+  remove_bar(true);
+}
+
+std::string ProgressView::name(const Progress &progress) const {
+  const auto index = static_cast<std::size_t>(progress.index);
+  return progress.index >= 0 && index < names_.size() ? names_[index] : "model";
+}
+
+std::string ProgressView::label(const Progress &progress) const {
+  return name(progress) + " (" + std::to_string(std::int64_t{progress.index} + 1) + "/" +
+         std::to_string(progress.count) + ")";
+}
+
+void ProgressView::tell(const Progress &progress) const {
+  JsonObject object;
+  object.add("event", "progress").add("model", name(progress)).add("result", progress.result);
+  object.add("state", progress.state).add("index", progress.index).add("count", progress.count);
+  object.add("percentage", progress.percentage);
+  output_.report(label(progress) + ": " + how_far(progress), object);
+}
+
+void ProgressView::remove_bar(bool leave_line) {
+  if (!drawn_) return;
+  output_.draw("\r\x1b[K");
+  if (leave_line) tell(*drawn_);
+  drawn_.reset();
+}
+
+void ProgressView::show(const Progress &progress) {
+  remove_bar(drawn_ && drawn_->index != progress.index);
+  const auto width = output_.terminal_width();
+  if (!width || progress.ends_model()) {
+    tell(progress);
+    return;
+  }
+  const std::u32string text = printable(decode_utf8(label(progress)));
+  output_.draw(bar_line(text, progress, *width));
+  drawn_ = progress;
+}
+
+}  // namespace korvane::svcmgrctl
