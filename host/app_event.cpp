@@ -27,6 +27,9 @@ using korvane::host::UniqueFd;
 
 namespace {
 
+/** The longest pause of a sender that is waited for. */
+constexpr int kSenderPauseMs = 500;
+
 /** One subscription; kept alive by whoever is delivering an event of it. */
 class Subscription : public std::enable_shared_from_this<Subscription> {
  public:
@@ -106,6 +109,8 @@ class Subscription : public std::enable_shared_from_this<Subscription> {
     senders_.emplace(*source, sender);
   }
 
+  /** Reads what is there; true when the sender is done with, its event delivered if it was whole.
+   */
   /** Reads what is there; true when the sender is done with, its event delivered if it was whole.
    */
   bool read_event(Sender &sender) {

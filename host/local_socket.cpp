@@ -126,6 +126,8 @@ ReadState read_available(int socket, FrameReader &reader) {
   return again ? ReadState::kNothing : ReadState::kEnd;
 }
 
+bool wait_readable(int socket, int timeout_ms) { return wait_ready(socket, POLLIN, timeout_ms); }
+
 std::optional<Bytes> read_frame(int socket, FrameReader &reader, int begin_timeout_ms) {
   const auto frame_deadline = [] {
     return std::chrono::steady_clock::now() + std::chrono::milliseconds(kFrameTimeoutMs);

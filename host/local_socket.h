@@ -36,6 +36,9 @@ enum class ReadState { kData, kNothing, kEnd };
 /** Takes what has arrived, at most one buffer full, without waiting. kEnd: lost or broken. */
 ReadState read_available(int socket, FrameReader &reader);
 
+/** Waits until something can be read, or the peer has gone; false when the time was up. */
+bool wait_readable(int socket, int timeout_ms);
+
 /** Waits for the next frame; with a limit once it has begun. Empty when the connection is lost. */
 std::optional<Bytes> read_frame(int socket, FrameReader &reader, int begin_timeout_ms);
 
