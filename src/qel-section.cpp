@@ -50,8 +50,12 @@ off_t read_extent(const unsigned char *bytes, std::size_t width) {
   return value <= 0x7FFFFFFF ? static_cast<off_t>(value) : 0;
 }
 
-bool read_at(std::FILE *file, off_t offset, void *target, std::size_t size) {
-  return fseeko(file, offset, SEEK_SET) == 0 && std::fread(target, size, 1, file) == 1;
+enum class ReadAt { kDone, kFailed, kBehindEnd };
+
+ReadAt read_at(std::FILE *file, off_t offset, void *target, std::size_t size) {
+  if (fseeko(file, offset, SEEK_SET) != 0) return ReadAt::kFailed;
+  if (std::fread(target, size, 1, file) == 1) return ReadAt::kDone;
+  return std::feof(file) != 0 ? ReadAt::kBehindEnd : ReadAt::kFailed;
 }
 
 #pragma GCC diagnostic push
@@ -80,11 +84,13 @@ std::optional<qel_section_s> find_marker(std::FILE *file, const unsigned char *h
   for (std::uint64_t i = 0; i < count; ++i) {
     unsigned char entry[64] = {};
     const auto position = table + static_cast<off_t>(i * layout.entry_size);
-    if (!read_at(file, position, entry, layout.entry_size)) continue;
+    const ReadAt read = read_at(file, position, entry, layout.entry_size);
+    if (read == ReadAt::kBehindEnd) break;  // all further entries lie behind the end, too
+    if (read == ReadAt::kFailed) continue;
     qel_section_s section = {};
     if (read_extent(entry + layout.section_size, layout.word_size) != sizeof(section)) continue;
     const off_t offset = read_extent(entry + layout.section_offset, layout.word_size);
-    if (!read_at(file, offset, &section, sizeof(section))) continue;
+    if (read_at(file, offset, &section, sizeof(section)) != ReadAt::kDone) continue;
     if (std::memcmp(section.magic, kMagic, sizeof(kMagic)) == 0) return section;
   }
   return std::nullopt;
