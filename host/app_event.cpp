@@ -6,10 +6,10 @@
 
 #include <atomic>
 #include <cstring>
+#include <deque>
 #include <filesystem>
 #include <map>
 #include <memory>
-#include <vector>
 
 #include "bundle_handle.h"
 #include "device.h"
@@ -26,9 +26,6 @@ using korvane::host::Parcel;
 using korvane::host::UniqueFd;
 
 namespace {
-
-/** The longest pause of a sender that is waited for. */
-constexpr int kSenderPauseMs = 500;
 
 /** One subscription; kept alive by whoever is delivering an event of it. */
 class Subscription : public std::enable_shared_from_this<Subscription> {
@@ -54,6 +51,8 @@ class Subscription : public std::enable_shared_from_this<Subscription> {
     MainLoop::instance().remove(source_);
     for (const auto &[source, sender] : senders_) MainLoop::instance().remove(source);
     senders_.clear();
+    MainLoop::instance().remove(turn_);
+    waiting_.clear();
     listener_.reset();
     std::error_code ignored;
     std::filesystem::remove(path_, ignored);
@@ -65,58 +64,59 @@ class Subscription : public std::enable_shared_from_this<Subscription> {
     FrameReader reader;
   };
 
-  /**
-   * Takes everyone of one process who waits now: what it sent before it dropped a connection is
-   * not left for a turn behind the drop. What the next process sent, once that one had gone,
-   * waits its turn.
-   */
   void accept_senders() {
-    std::vector<std::shared_ptr<Sender>> senders;
     while (UniqueFd socket = korvane::host::accept_peer(listener_.get())) {
-      senders.push_back(std::make_shared<Sender>());
-      senders.back()->socket = std::move(socket);
+      waiting_.push_back(std::make_shared<Sender>());
+      waiting_.back()->socket = std::move(socket);
     }
-    if (senders.empty()) return;
-    const pid_t first = korvane::host::peer_process(senders.front()->socket.get());
-    for (const auto &sender : senders) {
-      if (!active_) return;
-      if (korvane::host::peer_process(sender->socket.get()) == first) {
-        take(sender);
-      } else {
-        MainLoop::instance().post([weak = weak_from_this(), sender] {
-          const auto self = weak.lock();
-          if (self != nullptr && self->active_) self->take(sender);
-        });
-      }
-    }
+    if (turn_ == 0) serve_waiting();
   }
 
+  /**
+   * Serves the senders of one process: what it sent before it dropped a connection is not left for
+   * a turn behind the drop. What the next process sent, once that one had gone, waits its turn.
+   */
+  void serve_waiting() {
+    turn_ = 0;
+    if (waiting_.empty()) return;
+    const auto first_process = [this] {
+      return korvane::host::peer_process(waiting_.front()->socket.get());
+    };
+    const pid_t process = first_process();
+    while (!waiting_.empty() && first_process() == process) {
+      const auto sender = std::move(waiting_.front());
+      waiting_.pop_front();
+      take(sender);
+    }
+    if (waiting_.empty()) return;
+    turn_ = MainLoop::instance().post([weak = weak_from_this()] {
+      if (const auto self = weak.lock()) self->serve_waiting();
+    });
+  }
+
+  /**
+   * Watches a sender, then reads what it sent: read before, what comes in between would be ranked
+   * behind all that happens until it is watched.
+   */
   void take(const std::shared_ptr<Sender> &sender) {
-    if (read_event(*sender)) return;
-    // The rest of the event is still under way.
-    auto source = std::make_shared<MainLoop::SourceId>();
-    *source = MainLoop::instance().add_descriptor(
-        sender->socket.get(), EPOLLIN, [weak = weak_from_this(), sender, source](std::uint32_t) {
-          const auto self = weak.lock();
-          if (self == nullptr) return;
-          const MainLoop::SourceId id = *source;
-          const auto keep = sender;
-          if (!keep->reader.has_frame() && !self->ends(*keep)) return;
-          MainLoop::instance().remove(id);
-          self->senders_.erase(id);
-          self->deliver(keep->reader);
-        });
+    const auto source = std::make_shared<MainLoop::SourceId>();
+    *source = MainLoop::instance().add_descriptor(sender->socket.get(), EPOLLIN,
+                                                  [weak = weak_from_this(), source](std::uint32_t) {
+                                                    if (const auto self = weak.lock())
+                                                      self->read(*source);
+                                                  });
     senders_.emplace(*source, sender);
+    read(*source);
   }
 
-  /** Reads what is there; true when the sender is done with, its event delivered if it was whole.
-   */
-  /** Reads what is there; true when the sender is done with, its event delivered if it was whole.
-   */
-  bool read_event(Sender &sender) {
-    if (!ends(sender)) return false;
-    deliver(sender.reader);
-    return true;
+  /** Reads what is there; the sender is done with once its event is whole, or it has gone. */
+  void read(MainLoop::SourceId source) {
+    const auto entry = senders_.find(source);
+    if (entry == senders_.end() || !ends(*entry->second)) return;
+    const auto sender = entry->second;
+    senders_.erase(entry);
+    MainLoop::instance().remove(source);
+    deliver(sender->reader);
   }
 
   static bool ends(Sender &sender) {
@@ -150,6 +150,8 @@ class Subscription : public std::enable_shared_from_this<Subscription> {
   std::filesystem::path path_;
   UniqueFd listener_;
   MainLoop::SourceId source_ = 0;
+  std::deque<std::shared_ptr<Sender>> waiting_;  ///< accepted, not read from yet
+  MainLoop::SourceId turn_ = 0;                  ///< set while some wait for their turn
   std::map<MainLoop::SourceId, std::shared_ptr<Sender>> senders_;
 };
 
@@ -184,7 +186,8 @@ int event_remove_event_handler(event_handler_h handler) {
 }
 
 const char *get_error_message(int error) {
+  constexpr int kMaxErrno = 4095;
   if (error == static_cast<int>(0xFEEB0071U)) return "No such package";
-  const char *text = error > 0 ? nullptr : strerrordesc_np(-error);
+  const char *text = error > 0 || error < -kMaxErrno ? nullptr : strerrordesc_np(-error);
   return text != nullptr ? text : "Unknown error";
 }

@@ -29,9 +29,13 @@ constexpr std::uintmax_t kMaxFileSize = 1 << 20;
 }
 
 Json parse(const fs::path &file) {
-  std::ifstream stream(file, std::ios::binary);
+  // Opening anything but a regular file, a pipe for one, might block.
   std::error_code ignored;
-  if (!stream || fs::file_size(file, ignored) > kMaxFileSize) fail(EIO, file.string());
+  if (!fs::is_regular_file(file, ignored) || fs::file_size(file, ignored) > kMaxFileSize) {
+    fail(EIO, file.string());
+  }
+  std::ifstream stream(file, std::ios::binary);
+  if (!stream) fail(EIO, file.string());
   const std::string text{std::istreambuf_iterator<char>(stream), {}};
   // The parser recurses when it releases a document: depth is limited while reading.
   const auto limit_depth = [](int depth, Json::parse_event_t, Json &) {

@@ -20,6 +20,7 @@ void send_event(const std::filesystem::path &subscriber, const Bytes &frame,
     const UniqueFd socket = connect_to(subscriber);
     ++(write_all(socket.get(), frame, kStallMs) == 0 ? result.reached : result.dropped);
   } catch (const std::system_error &error) {
+    if (error.code() == std::errc::no_such_file_or_directory) return;  // unsubscribed meanwhile
     if (error.code() != std::errc::connection_refused) {
       ++result.dropped;
       return;
@@ -43,7 +44,8 @@ PublishResult publish_event(const std::string &event_name, const EventBundle &pa
   }
   std::vector<std::filesystem::path> subscribers;
   for (const auto &entry : std::filesystem::directory_iterator(folder)) {
-    subscribers.push_back(entry.path());
+    const bool is_unlisted = entry.path().filename().string().front() == '.';
+    if (!is_unlisted) subscribers.push_back(entry.path());
   }
   std::sort(subscribers.begin(), subscribers.end());
   PublishResult result;

@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
+#include <iterator>
 #include <system_error>
 
 namespace korvane::host {
@@ -60,14 +61,17 @@ bool is_own_user(int socket) {
   return peer_of(socket).uid == geteuid();
 }
 
-/** Waits until the socket is ready or the time is up; -1 waits without limit. */
-bool wait_ready(int socket, short events, int timeout_ms) {
+/**
+ * Waits until the socket is ready, the time is up (-1: no limit), or the peer of the companion, if
+ * there is one, has gone.
+ */
+bool wait_ready(int socket, short events, int timeout_ms, int companion = -1) {
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeout_ms);
   int left = timeout_ms;
   for (;;) {
-    pollfd entry = {socket, events, 0};
-    const int count = poll(&entry, 1, left);
-    if (count > 0) return true;
+    pollfd entries[] = {{socket, events, 0}, {companion, POLLRDHUP, 0}};
+    const int count = poll(entries, std::size(entries), left);
+    if (count > 0) return entries[0].revents != 0;
     if (count == 0 || errno != EINTR) return false;
     if (timeout_ms >= 0) {
       left = static_cast<int>(std::chrono::duration_cast<std::chrono::milliseconds>(
@@ -82,14 +86,16 @@ bool wait_ready(int socket, short events, int timeout_ms) {
 
 UniqueFd listen_at(const std::filesystem::path &path) {
   UniqueFd socket = new_socket();
-  unlink(path.c_str());
-  const mode_t mask = umask(077);
-  const int bound = with_address(path, [&socket](const sockaddr *address, socklen_t size) {
+  // Nobody may meet a socket that does not listen yet: it would pass for one whose owner died.
+  const std::filesystem::path unlisted = path.parent_path() / ("." + path.filename().string());
+  unlink(unlisted.c_str());
+  const int bound = with_address(unlisted, [&socket](const sockaddr *address, socklen_t size) {
     return bind(socket.get(), address, size);
   });
-  umask(mask);
   if (bound != 0) fail("bind");
+  if (chmod(unlisted.c_str(), 0600) != 0) fail("chmod");
   if (listen(socket.get(), kBacklog) != 0) fail("listen");
+  if (rename(unlisted.c_str(), path.c_str()) != 0) fail("rename");
   return socket;
 }
 
@@ -126,9 +132,8 @@ ReadState read_available(int socket, FrameReader &reader) {
   return again ? ReadState::kNothing : ReadState::kEnd;
 }
 
-bool wait_readable(int socket, int timeout_ms) { return wait_ready(socket, POLLIN, timeout_ms); }
-
-std::optional<Bytes> read_frame(int socket, FrameReader &reader, int begin_timeout_ms) {
+std::optional<Bytes> read_frame(int socket, FrameReader &reader, int begin_timeout_ms,
+                                int companion) {
   const auto frame_deadline = [] {
     return std::chrono::steady_clock::now() + std::chrono::milliseconds(kFrameTimeoutMs);
   };
@@ -144,9 +149,11 @@ std::optional<Bytes> read_frame(int socket, FrameReader &reader, int begin_timeo
                                      .count());
       if (timeout < 0) return std::nullopt;
     }
-    if (!wait_ready(socket, POLLIN, timeout)) return std::nullopt;
+    const bool ready = wait_ready(socket, POLLIN, timeout, companion);
+    // What came just before the companion ended is taken all the same.
     const ReadState state = read_available(socket, reader);
-    if (state == ReadState::kEnd && !reader.has_frame()) return std::nullopt;
+    const bool lost = state == ReadState::kEnd || (state == ReadState::kNothing && !ready);
+    if (lost && !reader.has_frame()) return std::nullopt;
   }
 }
 

@@ -15,7 +15,8 @@ namespace korvane::host {
 
 /**
  * A listening socket at a path of any length, which replaces what is there.
- * Non-blocking. Throws std::system_error.
+ * Non-blocking. It appears at the path once it listens; until then its name
+ * begins with a dot. Throws std::system_error.
  */
 UniqueFd listen_at(const std::filesystem::path &path);
 
@@ -36,11 +37,12 @@ enum class ReadState { kData, kNothing, kEnd };
 /** Takes what has arrived, at most one buffer full, without waiting. kEnd: lost or broken. */
 ReadState read_available(int socket, FrameReader &reader);
 
-/** Waits until something can be read, or the peer has gone; false when the time was up. */
-bool wait_readable(int socket, int timeout_ms);
-
-/** Waits for the next frame; with a limit once it has begun. Empty when the connection is lost. */
-std::optional<Bytes> read_frame(int socket, FrameReader &reader, int begin_timeout_ms);
+/**
+ * Waits for the next frame; with a limit once it has begun. Empty when the connection is lost, of
+ * which the end of a companion socket is a sign too.
+ */
+std::optional<Bytes> read_frame(int socket, FrameReader &reader, int begin_timeout_ms,
+                                int companion = -1);
 
 /** Writes everything, waiting for the peer to take it, within a limit; 0 or an errno value. */
 int write_all(int socket, const Bytes &bytes, int stall_timeout_ms);

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <system_error>
 
+#include "guard.h"
 #include "korvane_host.h"
 
 namespace korvane::host {
@@ -60,9 +61,9 @@ MainLoop::SourceId MainLoop::add_descriptor(int descriptor, std::uint32_t epoll_
   return add(descriptor, epoll_events, UniqueFd(), std::move(handler));
 }
 
-MainLoop::SourceId MainLoop::add(int descriptor, std::uint32_t epoll_events, UniqueFd timer,
+MainLoop::SourceId MainLoop::add(int descriptor, std::uint32_t epoll_events, UniqueFd due,
                                  std::function<void(std::uint32_t)> handler) {
-  auto source = std::make_shared<Source>(Source{descriptor, std::move(timer), std::move(handler)});
+  auto source = std::make_shared<Source>(Source{descriptor, std::move(due), std::move(handler)});
   const std::lock_guard<std::mutex> guard(mutex_);
   const SourceId id = next_id_++;
   const auto entry = sources_.emplace(id, std::move(source)).first;
@@ -89,14 +90,18 @@ void MainLoop::change_events(SourceId id, std::uint32_t epoll_events) {
 
 MainLoop::SourceId MainLoop::add_timer(std::chrono::milliseconds delay,
                                        std::function<void()> handler) {
-  UniqueFd timer = start_timer(delay);
-  const int descriptor = timer.get();
-  return add(descriptor, EPOLLIN, std::move(timer),
+  return add_once(start_timer(delay), std::move(handler));
+}
+
+MainLoop::SourceId MainLoop::add_once(UniqueFd due, std::function<void()> handler) {
+  const int descriptor = due.get();
+  return add(descriptor, EPOLLIN, std::move(due),
              [handler = std::move(handler)](std::uint32_t) { handler(); });
 }
 
 MainLoop::SourceId MainLoop::post(std::function<void()> task) {
-  return add_timer(std::chrono::milliseconds(0), std::move(task));
+  UniqueFd due = checked(eventfd(1, EFD_CLOEXEC | EFD_NONBLOCK), "eventfd");
+  return add_once(std::move(due), std::move(task));
 }
 
 void MainLoop::remove(SourceId id) {
@@ -145,29 +150,15 @@ int MainLoop::step(int timeout_ms) {
     if (entry != sources_.end()) source = entry->second;
   }
   if (source == nullptr) return 1;
-  if (source->timer) remove(event.data.u64);
+  if (source->due) remove(event.data.u64);
   source->handler(event.events);
   return 1;
 }
 
 }  // namespace korvane::host
 
+using korvane::host::guarded;
 using korvane::host::MainLoop;
-
-namespace {
-
-template <typename Body>
-int guarded(Body body) noexcept {
-  try {
-    return body();
-  } catch (const std::system_error &error) {
-    return -error.code().value();
-  } catch (...) {
-    return -ENOMEM;
-  }
-}
-
-}  // namespace
 
 int korvane_host_main_loop_run(void) {
   return guarded([] { return MainLoop::instance().run(); });

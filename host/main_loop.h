@@ -40,7 +40,7 @@ class MainLoop {
   void change_events(SourceId id, std::uint32_t epoll_events);
   /** Calls the handler once, after the delay. */
   SourceId add_timer(std::chrono::milliseconds delay, std::function<void()> handler);
-  /** Calls the task once, from the loop. */
+  /** Calls the task once, from the loop; tasks in the order in which they were posted. */
   SourceId post(std::function<void()> task);
   /** Forgets a source; an unknown one is ignored. */
   void remove(SourceId id);
@@ -57,13 +57,14 @@ class MainLoop {
  private:
   struct Source {
     int descriptor;
-    UniqueFd timer;  ///< set for a timer, which is served once
+    UniqueFd due;  ///< set for a timer or a task, which is served once
     std::function<void(std::uint32_t)> handler;
   };
 
   /** Makes the loop's descriptor unreadable again after a wake-up. */
   void clear_wake_up();
-  SourceId add(int descriptor, std::uint32_t epoll_events, UniqueFd timer,
+  SourceId add_once(UniqueFd due, std::function<void()> handler);
+  SourceId add(int descriptor, std::uint32_t epoll_events, UniqueFd due,
                std::function<void(std::uint32_t)> handler);
 
   UniqueFd epoll_;

@@ -107,8 +107,10 @@ class RpcPortProxy : public std::enable_shared_from_this<RpcPortProxy> {
   std::optional<Bytes> read(rpc_port_s &from) {
     const bool collected = &from == &callback_ && from.reader.has_frame();
     if (broken_ && !collected) return std::nullopt;
-    auto frame = read_frame(from.socket.get(), from.reader, kNoLimit);
+    const rpc_port_s &other = &from == &main_ ? callback_ : main_;
+    auto frame = read_frame(from.socket.get(), from.reader, kNoLimit, other.socket.get());
     if (!frame) break_connection();
+    if (&from == &callback_ && announced_ > 0) --announced_;
     return frame;
   }
 
@@ -197,9 +199,10 @@ class RpcPortProxy : public std::enable_shared_from_this<RpcPortProxy> {
   }
 
   void deliver_received() {
-    // A callback that takes no parcel hears of it once all the same.
-    std::size_t left = callback_.reader.frame_count();
-    for (; left > 0 && callback_.reader.has_frame() && !destroyed_; --left) deliver(received);
+    while (!destroyed_ && announced_ < callback_.reader.frame_count()) {
+      ++announced_;
+      deliver(received);
+    }
   }
 
   template <typename Callback, typename... Arguments>
@@ -219,6 +222,7 @@ class RpcPortProxy : public std::enable_shared_from_this<RpcPortProxy> {
   std::string port_name_;
   rpc_port_s main_;
   rpc_port_s callback_;
+  std::size_t announced_ = 0;  ///< frames on the callback port that were told of and not taken
   MainLoop::SourceId main_source_ = 0;
   MainLoop::SourceId callback_source_ = 0;
 };

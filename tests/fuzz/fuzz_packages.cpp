@@ -1,0 +1,47 @@
+// Arbitrary JSON as a package file of the workstation platform.
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+
+#include "fuzz_platform.h"
+#include "korvane_svcmgr.h"
+#include "package.h"
+
+namespace {
+
+bool visit_entry(const char *key, const char *value, void *) {
+  fuzz::require(key != nullptr && value != nullptr);
+  return true;
+}
+
+bool visit_package(package_info_h package, void *) {
+  for (const auto get : {package_info_get_package, package_info_get_version}) {
+    char *text = nullptr;
+    fuzz::require(get(package, &text) == 0 && text != nullptr);
+    std::free(text);
+  }
+  return true;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
+  static const std::string device = [] {
+    const std::string folder = fuzz::scratch_folder();
+    std::filesystem::create_directory(folder + "/packages");
+    setenv("KORVANE_DEVICE", folder.c_str(), 1);
+    return folder;
+  }();
+  std::ofstream(device + "/packages/" SVCMGR_APP_ID ".json", std::ios::binary)
+      .write(reinterpret_cast<const char *>(data), static_cast<std::streamsize>(size));
+  fuzz::require(package_manager_foreach_package_info(visit_package, nullptr) == 0);
+  app_info_h app = nullptr;
+  if (app_info_create(SVCMGR_APP_ID, &app) == 0) {
+    app_info_foreach_metadata(app, visit_entry, nullptr);
+    app_info_destroy(app);
+  }
+  korvane_svcmgr_ai_progress_h progress = nullptr;
+  fuzz::require(korvane_svcmgr_ai_progress_create(&progress) == SVCMGR_ERROR_NONE);
+  korvane_svcmgr_ai_progress_destroy(progress);
+  return 0;
+}

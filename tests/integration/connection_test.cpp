@@ -1,0 +1,120 @@
+// The life of a connection, with the service manager in another process.
+#include <signal.h>
+
+#include <csignal>
+
+#include "service_fixture.h"
+
+namespace {
+
+using Events = std::vector<std::pair<int, korvane_svcmgr_connection_state_e>>;
+
+const Events kLost = {{0, SVCMGR_CONNECTION_DISCONNECTED}};
+const Events kBack = {{0, SVCMGR_CONNECTION_CONNECTED}};
+const Events kRefused = {{SVCMGR_ERROR_PERMISSION_DENIED, SVCMGR_CONNECTION_REJECTED}};
+
+class ConnectionTest : public ServiceTest {
+ protected:
+  /** Whether the connection carries a call. */
+  static int call() {
+    int level = 0;
+    return korvane_svcmgr_get_agent_api_level(&level);
+  }
+  static bool connected() {
+    bool updating = false;
+    return korvane_svcmgr_is_being_updated(&updating) == SVCMGR_ERROR_NONE;
+  }
+  bool heard_something() const { return !connection_events_.empty(); }
+};
+
+TEST_F(ConnectionTest, ConnectsOnceAndDisconnectsInSilence) {
+  EXPECT_EQ(call(), SVCMGR_ERROR_NOT_CONNECTED);
+  connect();
+  EXPECT_EQ(call(), SVCMGR_ERROR_NONE);
+  EXPECT_EQ(korvane_svcmgr_connect(on_connection, this), SVCMGR_ERROR_ALREADY_CONNECTED);
+  EXPECT_EQ(korvane_svcmgr_disconnect(), SVCMGR_ERROR_NONE);
+  EXPECT_EQ(call(), SVCMGR_ERROR_NOT_CONNECTED);
+  connect();
+  EXPECT_EQ(call(), SVCMGR_ERROR_NONE);
+}
+
+TEST_F(ConnectionTest, RefusedByTheService) {
+  control({"reject", "on"});
+  ASSERT_EQ(korvane_svcmgr_connect(on_connection, this), SVCMGR_ERROR_NONE);
+  ASSERT_TRUE(run_until([this] { return heard_something(); }));
+  EXPECT_EQ(take_connection_events(), kRefused);
+  EXPECT_EQ(call(), SVCMGR_ERROR_NOT_CONNECTED);
+}
+
+TEST_F(ConnectionTest, NoServiceToConnectTo) {
+  kill_emulator();
+  EXPECT_EQ(korvane_svcmgr_connect(on_connection, this), SVCMGR_ERROR_CONNECTION_FAILED);
+  start_emulator();
+  connect();
+}
+
+TEST_F(ConnectionTest, LostWhenTheServiceIsKilledAndMadeAgainAtItsNextLaunch) {
+  connect();
+  kill_emulator();
+  ASSERT_TRUE(run_until([this] { return heard_something(); }));
+  EXPECT_EQ(take_connection_events(), kLost);
+  EXPECT_EQ(call(), SVCMGR_ERROR_NOT_CONNECTED);
+  start_emulator();
+  ASSERT_TRUE(run_until([this] { return heard_something(); }));
+  EXPECT_EQ(take_connection_events(), kBack);
+  EXPECT_EQ(call(), SVCMGR_ERROR_NONE);
+}
+
+TEST_F(ConnectionTest, RestartOfTheServiceIsALossAndANewConnection) {
+  connect();
+  control({"restart"});
+  ASSERT_TRUE(run_until([this] { return connection_events_.size() >= 2; }));
+  EXPECT_EQ(take_connection_events(), (Events{kLost[0], kBack[0]}));
+  EXPECT_EQ(call(), SVCMGR_ERROR_NONE);
+}
+
+TEST_F(ConnectionTest, UpdatesOfTheServiceGoUnnoticed) {
+  connect();
+  for (int round = 0; round < 50; ++round) {
+    ChildProcess update;
+    update.start({EMULATOR, "ctl", "--device", device_, "update"});
+    ASSERT_TRUE(run_until([] { return !connected(); })) << "round " << round;
+    ASSERT_TRUE(run_until([] { return connected(); })) << "round " << round;
+    ASSERT_EQ(update.wait(), 0);
+    ASSERT_EQ(call(), SVCMGR_ERROR_NONE);
+    ASSERT_TRUE(take_connection_events().empty()) << "round " << round;
+  }
+  bool updating = false;
+  ASSERT_EQ(korvane_svcmgr_is_being_updated(&updating), SVCMGR_ERROR_NONE);
+  EXPECT_TRUE(updating);
+}
+
+TEST_F(ConnectionTest, AnnouncedUpdateOfAServiceThatIsKilledGoesUnnoticed) {
+  connect();
+  control({"announce", "Update"});
+  kill_emulator();
+  ASSERT_TRUE(run_until([] { return !connected(); }));
+  start_emulator();
+  ASSERT_TRUE(run_until([] { return connected(); }));
+  EXPECT_TRUE(take_connection_events().empty());
+}
+
+TEST_F(ConnectionTest, GarbageOnEitherPortIsALostConnection) {
+  for (const char *port : {"main", "callback"}) {
+    for (const char *kind : {"oversized", "rubbish"}) {
+      connect();
+      control({"garbage", port, kind});
+      if (std::string(port) == "main") {
+        EXPECT_NE(call(), SVCMGR_ERROR_NONE) << kind;
+      }
+      ASSERT_TRUE(run_until([this] { return heard_something(); })) << port << " " << kind;
+      EXPECT_EQ(take_connection_events(), kLost) << port << " " << kind;
+      control({"restart"});
+      ASSERT_TRUE(run_until([this] { return heard_something(); })) << port << " " << kind;
+      EXPECT_EQ(take_connection_events(), kBack) << port << " " << kind;
+      korvane_svcmgr_disconnect();
+    }
+  }
+}
+
+}  // namespace

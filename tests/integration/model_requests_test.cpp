@@ -1,0 +1,236 @@
+// AI model requests and model status, against the service manager in another process.
+#include <cstdlib>
+#include <functional>
+#include <memory>
+
+#include "service_fixture.h"
+
+namespace {
+
+struct Model {
+  std::string id, version, title, description;
+};
+
+struct Report {
+  int result, state, index, count, percentage;
+};
+
+/** What one request's callback has heard. */
+struct Answers {
+  std::vector<int> results;
+  std::vector<std::vector<Model>> lists;
+  std::vector<Report> reports;
+
+  bool ended() const {
+    return !reports.empty() && (reports.back().state == SVCMGR_AI_STATE_FAILED ||
+                                (reports.back().state == SVCMGR_AI_STATE_COMPLETED &&
+                                 reports.back().index + 1 >= reports.back().count));
+  }
+};
+
+std::string text_of(korvane_svcmgr_ai_model_info_h info,
+                    int (*get)(korvane_svcmgr_ai_model_info_h, char **)) {
+  char *text = nullptr;
+  EXPECT_EQ(get(info, &text), SVCMGR_ERROR_NONE);
+  const std::unique_ptr<char, decltype(&std::free)> owner(text, std::free);
+  return text != nullptr ? text : "";
+}
+
+void on_list(int result, korvane_svcmgr_ai_model_list_h list, void *user_data) {
+  auto &answers = *static_cast<Answers *>(user_data);
+  answers.results.push_back(result);
+  int size = 0;
+  EXPECT_EQ(korvane_svcmgr_ai_model_list_get_size(list, &size), SVCMGR_ERROR_NONE);
+  std::vector<Model> models;
+  for (int i = 0; i < size; ++i) {
+    korvane_svcmgr_ai_model_info_h info = nullptr;
+    EXPECT_EQ(korvane_svcmgr_ai_model_list_get(list, i, &info), SVCMGR_ERROR_NONE);
+    models.push_back({text_of(info, korvane_svcmgr_ai_model_info_get_id),
+                      text_of(info, korvane_svcmgr_ai_model_info_get_version),
+                      text_of(info, korvane_svcmgr_ai_model_info_get_title),
+                      text_of(info, korvane_svcmgr_ai_model_info_get_description)});
+    korvane_svcmgr_ai_model_info_destroy(info);
+  }
+  korvane_svcmgr_ai_model_list_destroy(list);
+  answers.lists.push_back(models);
+}
+
+void on_progress(int result, korvane_svcmgr_ai_progress_h progress, void *user_data) {
+  Report report = {result, 0, 0, 0, 0};
+  korvane_svcmgr_ai_progress_get_state(progress, &report.state);
+  korvane_svcmgr_ai_progress_get_index(progress, &report.index);
+  korvane_svcmgr_ai_progress_get_count(progress, &report.count);
+  korvane_svcmgr_ai_progress_get_percentage(progress, &report.percentage);
+  korvane_svcmgr_ai_progress_destroy(progress);
+  static_cast<Answers *>(user_data)->reports.push_back(report);
+}
+
+void on_status(int, korvane_svcmgr_ai_state_e state, void *user_data) {
+  static_cast<std::vector<int> *>(user_data)->push_back(state);
+}
+
+class ModelRequestsTest : public ServiceTest {
+ protected:
+  void SetUp() override { connect(); }
+
+  static std::vector<Model> list(bool described = false) {
+    Answers answers;
+    EXPECT_EQ(described
+                  ? korvane_svcmgr_ai_request_usable_model_list_with_description(on_list, &answers)
+                  : korvane_svcmgr_ai_request_usable_model_list(on_list, &answers),
+              SVCMGR_ERROR_NONE);
+    EXPECT_TRUE(run_until([&] { return !answers.lists.empty(); }));
+    EXPECT_EQ(answers.results, std::vector<int>{SVCMGR_ERROR_NONE});
+    return answers.lists.empty() ? std::vector<Model>() : answers.lists[0];
+  }
+
+  static int request(decltype(korvane_svcmgr_ai_request_to_update) function,
+                     const std::vector<Model> &models, Answers *answers) {
+    korvane_svcmgr_ai_model_list_h handle = nullptr;
+    korvane_svcmgr_ai_model_list_create(&handle);
+    for (const Model &model : models) {
+      korvane_svcmgr_ai_model_info_h info = nullptr;
+      korvane_svcmgr_ai_model_info_create(&info);
+      korvane_svcmgr_ai_model_info_set_id(info, model.id.c_str());
+      korvane_svcmgr_ai_model_info_set_version(info, model.version.c_str());
+      korvane_svcmgr_ai_model_list_add(handle, info);
+      korvane_svcmgr_ai_model_info_destroy(info);
+    }
+    const int error = function(handle, on_progress, answers);
+    korvane_svcmgr_ai_model_list_destroy(handle);
+    return error;
+  }
+
+  static std::vector<Model> versions_of(const std::string &id) {
+    korvane_svcmgr_ai_model_info_h info = nullptr;
+    korvane_svcmgr_ai_model_info_create(&info);
+    korvane_svcmgr_ai_model_info_set_id(info, id.c_str());
+    Answers answers;
+    EXPECT_EQ(korvane_svcmgr_ai_request_model_version_list(info, on_list, &answers),
+              SVCMGR_ERROR_NONE);
+    korvane_svcmgr_ai_model_info_destroy(info);
+    EXPECT_TRUE(run_until([&] { return !answers.lists.empty(); }));
+    return answers.lists.empty() ? std::vector<Model>() : answers.lists[0];
+  }
+};
+
+TEST_F(ModelRequestsTest, ListsArePlainDescribedOrOfOneAgent) {
+  const std::vector<Model> plain = list();
+  const std::vector<Model> described = list(true);
+  ASSERT_FALSE(plain.empty());
+  ASSERT_EQ(plain.size(), described.size());
+  for (std::size_t i = 0; i < plain.size(); ++i) {
+    EXPECT_EQ(plain[i].id, described[i].id);
+    EXPECT_EQ(plain[i].description, "");
+    EXPECT_NE(described[i].description, "");
+  }
+  Answers answers;
+  ASSERT_EQ(korvane_svcmgr_ai_request_usable_model_list_with_category(on_list, "vision", &answers),
+            SVCMGR_ERROR_NONE);
+  ASSERT_TRUE(run_until([&] { return !answers.lists.empty(); }));
+  EXPECT_FALSE(answers.lists[0].empty());
+  EXPECT_EQ(korvane_svcmgr_ai_request_usable_model_list_with_category(on_list, "none", &answers),
+            SVCMGR_ERROR_INVALID_PARAMETER);
+}
+
+TEST_F(ModelRequestsTest, AnUpdateShowsInTheNextListAndSurvivesARestart) {
+  const Model model = list().at(0);
+  const std::vector<Model> versions = versions_of(model.id);
+  ASSERT_GE(versions.size(), 2U);
+  Model wanted = versions.back().version != model.version ? versions.back() : versions.front();
+  std::vector<int> statuses;
+  ASSERT_EQ(korvane_svcmgr_ai_register_status_cb(on_status, &statuses), SVCMGR_ERROR_NONE);
+
+  Answers answers;
+  ASSERT_EQ(request(korvane_svcmgr_ai_request_to_update, {wanted}, &answers), SVCMGR_ERROR_NONE);
+  ASSERT_TRUE(run_until([&] { return answers.ended() && statuses.size() >= 2; }));
+  EXPECT_EQ(answers.reports.front().state, SVCMGR_AI_STATE_START);
+  EXPECT_EQ(answers.reports.back().state, SVCMGR_AI_STATE_COMPLETED);
+  EXPECT_GE(answers.reports.size(), 3U);
+  EXPECT_EQ(statuses, (std::vector<int>{SVCMGR_AI_STATE_START, SVCMGR_AI_STATE_COMPLETED}));
+  EXPECT_EQ(list().at(0).version, wanted.version);
+
+  control({"restart"});
+  ASSERT_TRUE(run_until([this] { return connection_events_.size() >= 2; }));
+  EXPECT_EQ(list().at(0).version, wanted.version);
+
+  Answers removal;
+  ASSERT_EQ(request(korvane_svcmgr_ai_request_to_uninstall, {wanted}, &removal), SVCMGR_ERROR_NONE);
+  ASSERT_TRUE(run_until([&] { return removal.ended(); }));
+  for (const Model &left : list()) EXPECT_NE(left.id, wanted.id);
+  korvane_svcmgr_ai_deregister_status_cb();
+}
+
+TEST_F(ModelRequestsTest, TwoRequestsOfOneKindAreToldApart) {
+  const std::vector<Model> models = list();
+  ASSERT_GE(models.size(), 2U);
+  Answers first;
+  Answers second;
+  ASSERT_EQ(request(korvane_svcmgr_ai_request_to_update, {models[0]}, &first), SVCMGR_ERROR_NONE);
+  ASSERT_EQ(request(korvane_svcmgr_ai_request_to_update, models, &second), SVCMGR_ERROR_NONE);
+  ASSERT_TRUE(run_until([&] { return first.ended() && second.ended(); }));
+  for (const Report &report : first.reports) EXPECT_EQ(report.count, 1);
+  for (const Report &report : second.reports) {
+    EXPECT_EQ(report.count, static_cast<int>(models.size()));
+  }
+}
+
+TEST_F(ModelRequestsTest, ResultNumbersAndOddEvents) {
+  const std::pair<const char *, int> rows[] = {{"2", SVCMGR_ERROR_NONE},
+                                               {"3", SVCMGR_ERROR_UPDATE_IN_PROGRESS},
+                                               {"5", SVCMGR_ERROR_NO_SPACE},
+                                               {"6", SVCMGR_ERROR_SERVICE_CODE_6},
+                                               {"8", SVCMGR_ERROR_QEL_DISABLED},
+                                               {"9", SVCMGR_ERROR_PERMISSION_DENIED},
+                                               {"4", SVCMGR_ERROR_INVALID_OPERATION}};
+  for (const auto &[reply, expected] : rows) {
+    control({"reply", "GetUsableModelList", reply});
+    Answers answers;
+    ASSERT_EQ(korvane_svcmgr_ai_request_usable_model_list(on_list, &answers), SVCMGR_ERROR_NONE);
+    ASSERT_TRUE(run_until([&] { return !answers.results.empty(); }));
+    EXPECT_EQ(answers.results[0], expected) << reply;
+  }
+  control({"reply", "GetUsableModelList", "default"});
+  for (const char *fault : {"wrong-seq", "wrong-id", "twice", "truncated", "huge-count"}) {
+    control({"delegate-fault", fault});
+    Answers faulty;
+    ASSERT_EQ(korvane_svcmgr_ai_request_usable_model_list(on_list, &faulty), SVCMGR_ERROR_NONE);
+    list();  // answered after the faulty one
+    const bool dropped = std::string(fault).find("wrong") == 0;
+    const std::size_t expected = dropped ? 0 : std::string(fault) == "twice" ? 2 : 1;
+    EXPECT_EQ(faulty.results.size(), expected) << fault;
+  }
+}
+
+TEST_F(ModelRequestsTest, ALostConnectionDropsOpenRequests) {
+  control({"silent", "GetUsableModelList"});
+  Answers answers;
+  for (int i = 0; i < 10; ++i) {
+    ASSERT_EQ(korvane_svcmgr_ai_request_usable_model_list(on_list, &answers), SVCMGR_ERROR_NONE);
+  }
+  kill_emulator();
+  ASSERT_TRUE(run_until([this] { return !connection_events_.empty(); }));
+  start_emulator();
+  ASSERT_TRUE(run_until([this] { return connection_events_.size() >= 2; }));
+  EXPECT_FALSE(list().empty());
+  EXPECT_TRUE(answers.results.empty());
+}
+
+TEST_F(ModelRequestsTest, AServiceUpdateWhileAModelIsUpdatedGoesUnnoticed) {
+  const std::vector<Model> models = list();
+  Answers answers;
+  ASSERT_EQ(request(korvane_svcmgr_ai_request_to_update, models, &answers), SVCMGR_ERROR_NONE);
+  ASSERT_TRUE(run_until([&] { return !answers.reports.empty(); }));
+  ChildProcess update;
+  update.start({EMULATOR, "ctl", "--device", device_, "update"});
+  bool updating = false;
+  ASSERT_TRUE(run_until([&] { return korvane_svcmgr_is_being_updated(&updating) != 0; }));
+  const std::size_t reports = answers.reports.size();
+  ASSERT_TRUE(run_until([&] { return korvane_svcmgr_is_being_updated(&updating) == 0; }));
+  ASSERT_EQ(update.wait(), 0);
+  EXPECT_FALSE(list().empty());
+  EXPECT_EQ(answers.reports.size(), reports);
+  EXPECT_TRUE(take_connection_events().empty());
+}
+
+}  // namespace

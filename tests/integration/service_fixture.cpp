@@ -1,0 +1,158 @@
+#include "service_fixture.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+#include <stdexcept>
+
+#include "korvane_host.h"
+
+namespace {
+
+/** Far beyond what any step takes; only a hang reaches it. */
+constexpr std::chrono::seconds kHangLimit(30);
+
+/** Starts a program whose output can be read from the descriptor returned. */
+std::pair<pid_t, int> spawn(const std::vector<std::string> &command) {
+  int pipe_ends[2];
+  if (pipe2(pipe_ends, O_CLOEXEC) != 0) throw std::runtime_error("pipe2");
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_adddup2(&actions, pipe_ends[1], STDOUT_FILENO);
+  posix_spawn_file_actions_adddup2(&actions, pipe_ends[1], STDERR_FILENO);
+  std::vector<char *> arguments;
+  for (const std::string &word : command) arguments.push_back(const_cast<char *>(word.c_str()));
+  arguments.push_back(nullptr);
+  pid_t pid = -1;
+  const int error = posix_spawn(&pid, arguments[0], &actions, nullptr, arguments.data(), environ);
+  posix_spawn_file_actions_destroy(&actions);
+  close(pipe_ends[1]);
+  if (error != 0) throw std::runtime_error("cannot start " + command[0]);
+  return {pid, pipe_ends[0]};
+}
+
+int wait_for(pid_t pid) {
+  int status = 0;
+  waitpid(pid, &status, 0);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+}
+
+}  // namespace
+
+Finished run_program(const std::vector<std::string> &command) {
+  const auto [pid, output] = spawn(command);
+  Finished finished = {};
+  char buffer[4096];
+  for (ssize_t count; (count = read(output, buffer, sizeof(buffer))) > 0;) {
+    finished.output.append(buffer, static_cast<std::size_t>(count));
+  }
+  close(output);
+  finished.status = wait_for(pid);
+  return finished;
+}
+
+ChildProcess::~ChildProcess() {
+  if (!running()) return;
+  send_signal(SIGKILL);
+  wait();
+}
+
+void ChildProcess::start(const std::vector<std::string> &command) {
+  std::tie(pid_, output_) = spawn(command);
+}
+
+std::string ChildProcess::read_line() {
+  std::string line;
+  for (char letter; read(output_, &letter, 1) == 1 && letter != '\n';) line += letter;
+  return line;
+}
+
+void ChildProcess::send_signal(int signal) const {
+  ::kill(pid_, signal);
+}
+
+int ChildProcess::wait() {
+  const int status = wait_for(pid_);
+  close(output_);
+  pid_ = -1;
+  return status;
+}
+
+ServiceTest::ServiceTest() {
+  std::string name = testing::TempDir() + "korvane-XXXXXX";
+  if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("mkdtemp");
+  device_ = name + "/device";
+  setenv("KORVANE_DEVICE", device_.c_str(), 1);
+  setenv("KORVANE_APP_ID", SAMPLE_APP_ID, 1);
+  if (run_program({EMULATOR, "--device", device_, "--init"}).status != 0) {
+    throw std::runtime_error("no sample device");
+  }
+  start_emulator();
+}
+
+ServiceTest::~ServiceTest() {
+  korvane_svcmgr_disconnect();
+  std::filesystem::remove_all(std::filesystem::path(device_).parent_path());
+}
+
+void ServiceTest::start_emulator() {
+  emulator_.start({EMULATOR, "--device", device_, "--tick", "2"});
+  const std::string line = emulator_.read_line();
+  ASSERT_NE(line.find("ready"), std::string::npos) << line;
+}
+
+void ServiceTest::kill_emulator() {
+  emulator_.send_signal(SIGKILL);
+  ASSERT_EQ(emulator_.wait(), -SIGKILL);
+}
+
+std::string ServiceTest::control(const std::vector<std::string> &arguments) {
+  std::vector<std::string> command = {EMULATOR, "ctl", "--device", device_};
+  command.insert(command.end(), arguments.begin(), arguments.end());
+  const Finished finished = run_program(command);
+  EXPECT_EQ(finished.status, 0) << arguments[0] << ": " << finished.output;
+  return finished.output;
+}
+
+bool ServiceTest::run_until(const std::function<bool()> &condition, int longest_wait_ms) {
+  const auto deadline = std::chrono::steady_clock::now() + kHangLimit;
+  while (!condition()) {
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+        deadline - std::chrono::steady_clock::now());
+    if (left.count() <= 0) return false;
+    korvane_host_main_loop_step(
+        static_cast<int>(std::min<std::int64_t>(left.count(), longest_wait_ms)));
+  }
+  return true;
+}
+
+void ServiceTest::settle() {
+  ASSERT_TRUE(run_until(
+      [this] { return control({"status"}).find("\"jobs\": []") != std::string::npos; }, 1));
+  while (korvane_host_main_loop_step(0) == 1) {
+  }
+}
+
+void ServiceTest::connect() {
+  ASSERT_EQ(korvane_svcmgr_connect(on_connection, this), SVCMGR_ERROR_NONE);
+  ASSERT_TRUE(run_until([this] { return !connection_events_.empty(); }));
+  const std::vector<ConnectionEvent> expected = {{0, SVCMGR_CONNECTION_CONNECTED}};
+  ASSERT_EQ(take_connection_events(), expected);
+}
+
+std::vector<ServiceTest::ConnectionEvent> ServiceTest::take_connection_events() {
+  return std::exchange(connection_events_, {});
+}
+
+void ServiceTest::on_connection(int result, korvane_svcmgr_connection_state_e state,
+                                void *user_data) {
+  static_cast<ServiceTest *>(user_data)->connection_events_.emplace_back(result, state);
+}

@@ -1,0 +1,117 @@
+/** What the tests of the library share: the application's side of it. */
+#ifndef KORVANE_TESTS_UNIT_LIBRARY_TEST_H_
+#define KORVANE_TESTS_UNIT_LIBRARY_TEST_H_
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <functional>
+#include <initializer_list>
+#include <string>
+#include <vector>
+
+#include "korvane_svcmgr.h"
+#include "scripted_platform.h"
+
+/** A callback of any type that does nothing, or a null one. */
+struct Callback {
+  // clang-format off
+  template <typename... Arguments> using Function = void (*)(Arguments...);
+  template <typename... Arguments> operator Function<Arguments...>() const {
+    return given ? [](Arguments...) {} : Function<Arguments...>(); }
+  // clang-format on
+  bool given = true;
+};
+
+/** One application: its callbacks record what they hear as texts. Leaves the library idle. */
+class LibraryTest : public ::testing::Test {
+ protected:
+  LibraryTest() { platform.reset(); }
+  ~LibraryTest() override;
+  void TearDown() override;
+
+  /** Connects, and forgets what was recorded on the way. */
+  void connect();
+  int start_connecting() { return korvane_svcmgr_connect(on_connection, this); }
+  /** Answers the last request of a kind that was sent. */
+  void answer(int kind, const Parcel &payload);
+  /** The test program, by a path that is longer than 51 characters. */
+  static std::filesystem::path own_program();
+  /** A folder of the test's own. */
+  std::filesystem::path directory();
+
+  // Each takes the test as user data, records, and then does what reaction says, once.
+  // clang-format off
+  static void on_connection(int result, korvane_svcmgr_connection_state_e state, void *test) { hear(test, "connection", {result, state}); }
+  static void on_update_status(korvane_svcmgr_update_status_e status, void *test) { hear(test, "update", {status}); }
+  static void on_model_status(int result, korvane_svcmgr_ai_state_e state, void *test) { hear(test, "model", {result, state}); }
+  // clang-format on
+  static void on_models(int result, korvane_svcmgr_ai_model_list_h list, void *test);
+  static void on_progress(int result, korvane_svcmgr_ai_progress_h progress, void *test);
+  static void hear(void *test, std::string text, std::initializer_list<int> values);
+
+  ScriptedPlatform &platform = ::platform();
+  Texts heard;
+  std::function<void()> reaction;
+
+ private:
+  std::filesystem::path directory_;
+};
+
+/** One of each public handle, or none; released at the end. */
+struct Handles {
+  explicit Handles(bool filled);
+  Handles(const Handles &) = delete;
+  Handles &operator=(const Handles &) = delete;
+  ~Handles();
+  bool empty() const;
+  /** Appends a model with those texts that are not null to models. */
+  void add_model(const std::vector<const char *> &texts);
+
+  korvane_svcmgr_agent_list_h agents = nullptr;     ///< "agent.one"
+  korvane_svcmgr_ai_model_info_h info = nullptr;    ///< "m1", "1.0", "Title", "Description"
+  korvane_svcmgr_ai_model_list_h models = nullptr;  ///< a copy of info
+  korvane_svcmgr_ai_progress_h progress = nullptr;
+};
+
+/** The other arguments of calls, and what came out; or null pointers. */
+struct Others {
+  explicit Others(bool all_given = true) : callback{all_given} {}
+  ~Others() { std::free(text); }
+  // clang-format off
+  template <typename Value> Value *out(Value &value) const { return callback.given ? &value : nullptr; }
+  // clang-format on
+  bool untouched() const;
+
+  Callback callback;
+  const char *name_in = callback.given ? "a text that does not fit into a short string" : nullptr;
+  int number = -77;
+  bool truth = false;
+  char *text = nullptr;
+  Handles made{false};
+};
+
+/** An exported function, called with valid arguments. */
+enum Pointers { kNeither = 0, kHandle = 1, kOther = 2, kBoth = 3 };
+struct ApiCall {
+  std::string name;
+  std::string entry;  ///< the level and message of its entry log line
+  const char *null_text;
+  Pointers takes;  ///< those that must not be null
+  int (*call)(Handles &handles, Others &others);
+};
+extern const std::vector<ApiCall> kApiCalls;
+
+/** What the platform's log holds since the last look; what the application has heard. */
+#define EXPECT_LOG(expected) EXPECT_EQ(std::string(expected), platform.take_log())
+#define EXPECT_LOG_HAS(part) EXPECT_THAT(platform.take_log(), ::testing::HasSubstr(part))
+#define EXPECT_HEARD(...) EXPECT_EQ((Texts{__VA_ARGS__}), heard)
+
+/** The four texts of a model info, with "|" between them; a failed get shows as its code. */
+std::string describe(korvane_svcmgr_ai_model_info_h info);
+/** The number of entries of a list, and each entry in brackets. */
+std::string describe(korvane_svcmgr_ai_model_list_h list);
+
+#endif  // KORVANE_TESTS_UNIT_LIBRARY_TEST_H_

@@ -1,0 +1,133 @@
+#include <algorithm>
+#include <memory>
+#include <set>
+#include <thread>
+
+#include "SvcMgrAppProxy.h"
+#include "SvcMgrAppProxyHandler.h"
+#include "library_test.h"
+
+using namespace rpc_port::SvcMgrAppProxy::proxy;
+
+namespace {
+
+using Port = SvcMgrAppPort;
+/** Drawn before any test runs. */
+const int kFirstNumbers[] = {Port::RequestToUninstallCallback(true).GetSeq(),
+                             Port::GetUsableModelListCallback(true).GetSeq()};
+
+class PortTest : public LibraryTest, public Port::IEventListener {
+ protected:
+  // clang-format off
+  void TearDown() override { port.reset(); LibraryTest::TearDown(); }
+  void OnConnected() override { heard.emplace_back("connected"); }
+  void OnDisconnected() override { heard.emplace_back("disconnected"); }
+  void OnRejected() override { heard.emplace_back("rejected"); }
+  void remove(int kind) { port->RemoveDelegateByTag(std::to_string(kind) + "::" + std::to_string(first)); }
+  void answer_to(int number, int kind = 4, bool once = false, int command = 1) {
+    platform.deliver({command, kind, first + number, once, 3, 17, 1, 2, 50}); }
+  // clang-format on
+
+  /** Records its answers and its end, under its number counted from first. */
+  struct Progress : Port::RequestToUpdateCallback {
+    Progress(PortTest &owner, bool once) : RequestToUpdateCallback(once), test(owner) {}
+    ~Progress() override { test.heard.push_back("gone " + name); }
+    void OnReceived(int code, AIUpdateProgressInfo) override { hear(&test, name, {code}); }
+    PortTest &test;
+    std::string name = std::to_string(GetSeq() - test.first);
+  };
+
+  void open() {
+    port = std::make_unique<Port>(this, "org.example.service");
+    port->Connect(true);
+    heard.clear();
+    first = Port::RequestToUpdateCallback(false).GetSeq() + 1;
+  }
+  void request(bool once = false) {
+    const AIModelInfo model("id", "1", "title", "text");
+    port->RequestToUpdate(std::make_unique<Progress>(*this, once), AIModelList({model, {}}, 7));
+  }
+
+  std::unique_ptr<Port> port = std::make_unique<Port>(this, "org.example.service");
+  int first = Port::RequestToUpdateCallback(false).GetSeq() + 1;
+};
+
+TEST_F(PortTest, DelegatesAreFoundByKindAndNumber) {
+  open();
+  for (const bool once : {false, false, true}) request(once);
+  EXPECT_EQ(
+      (Parcel{8, 4, first + 2, true, Count{2}, "id", "1", "title", "text", "", "", "", "", 7}),
+      platform.sent.back());
+  EXPECT_THAT(kFirstNumbers, ::testing::ElementsAre(0, 1));
+  answer_to(1, 4, true);
+  answer_to(1);
+  answer_to(0, 5);
+  answer_to(3);
+  answer_to(0, 4, false, 0);
+  for (int i = 0; i < 2; ++i) answer_to(2);
+  for (const int kind : {5, 4}) remove(kind);
+  platform.report_rejected();
+  platform.report_disconnected();
+  answer_to(1);
+  request();
+  port.reset();
+  EXPECT_HEARD("1 3", "1 3", "2 3", "gone 2", "gone 0", "rejected", "gone 1", "disconnected",
+               "gone 3");
+}
+
+TEST_F(PortTest, Failures) {
+  EXPECT_THROW(request(), NotConnectedSocketException);
+  EXPECT_HEARD("gone 0");
+  open();
+  platform.fail("rpc_port_parcel_send", -7);
+  EXPECT_THROW(request(), InvalidIOException);
+  EXPECT_LOG_HAS("P RequestToUpdate: Failed to send parcel. result(-7)|");
+  platform.repair();
+  answer_to(0);
+  EXPECT_HEARD("0 3") << "stays registered after a failed send";
+  platform.replies = {{1, 99}, {"0", 98}, {}, {0, 13}, {0, 14}, {0}};
+  EXPECT_EQ(13, port->get_agent_api_level());
+  EXPECT_EQ(14, port->request_update());
+  EXPECT_EQ("", port->get_license()) << "a text that cannot be read is empty";
+  EXPECT_THROW(port->get_license(), InvalidProtocolException);
+  platform.answer(5);
+  std::thread([this] { EXPECT_EQ(5, port->request_update()) << "the lock is free"; }).join();
+}
+
+TEST_F(PortTest, ADelegateMayDoAnythingWhileItIsCalled) {
+  const std::function<void()> deeds[] = {[this] { request(); }, [this] { port.reset(); },
+                                         [this] { remove(4); },
+                                         [this] { platform.report_disconnected(); }};
+  for (const bool once : {false, true}) {
+    for (const auto &deed : deeds) {
+      open();
+      request(once);
+      reaction = deed;
+      answer_to(0);
+      EXPECT_EQ("0 3", heard[0]);
+      const int gone = &deed == deeds && !once ? 0 : 1;
+      EXPECT_EQ(gone, std::count(heard.begin(), heard.end(), "gone 0"));
+    }
+  }
+}
+
+TEST_F(PortTest, Threads) {
+  open();
+  // Each answer repeats the method: one that the other thread took would show.
+  platform.on_send = [this] { platform.replies.push_back({0, platform.sent.back()[0]}); };
+  std::set<int> numbers[2];
+  const auto run = [&](int (Port::*method)(), int id, std::size_t thread) {
+    EXPECT_FALSE(SvcMgrAppProxyHandler::GetInstance().IsConnected()) << "guarded first use";
+    for (int i = 0; i < 300; ++i) {
+      EXPECT_EQ(id, (port.get()->*method)());
+      numbers[thread].insert(Port::RequestToUpdateCallback(true).GetSeq());
+    }
+  };
+  std::thread other(run, &Port::request_update, 4, 1);
+  run(&Port::get_agent_api_level, 2, 0);
+  other.join();
+  numbers[0].insert(numbers[1].begin(), numbers[1].end());
+  EXPECT_EQ(600U, numbers[0].size());
+}
+
+}  // namespace
