@@ -1,17 +1,13 @@
 // The device directory, parcels, and the main loop.
 #include <poll.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 
 #include <fstream>
-#include <system_error>
 
 #include "app_event.h"
 #include "device.h"
-#include "event_publisher.h"
 #include "host_fixture.h"
 #include "korvane_host.h"
-#include "local_socket.h"
 #include "package.h"
 #include "rpc_port.h"
 
@@ -118,62 +114,6 @@ TEST_F(HostDeviceTest, RunFolderThatOthersReachIsRefused) {
     EXPECT_EQ(error, mode == 0700 ? 0 : -EACCES) << mode;
     if (error == 0) event_remove_event_handler(handler);
   }
-}
-
-TEST_F(HostDeviceTest, ForeignUserNeitherConnectsNorPublishes) {
-  if (geteuid() != 0) GTEST_SKIP() << "only root can become another user";
-  const fs::path path = Device::current().run_directory("events") / "socket";
-  const UniqueFd listener = listen_at(path);
-  for (const fs::path &part : {path, path.parent_path(), device_ / "run", device_}) {
-    ASSERT_EQ(chmod(part.c_str(), 0777), 0);
-  }
-  const pid_t child = fork();
-  if (child == 0) {
-    if (setuid(65534) != 0) _exit(10);
-    int refused = 0;
-    const auto expect_refusal = [&refused](auto call) {
-      try {
-        call();
-      } catch (const std::system_error &error) {
-        if (error.code().value() == EACCES) ++refused;
-      }
-    };
-    expect_refusal([&] { connect_to(path); });
-    expect_refusal([] { publish_event("a", EventBundle()); });
-    _exit(refused);
-  }
-  int status = 0;
-  ASSERT_EQ(waitpid(child, &status, 0), child);
-  EXPECT_TRUE(WIFEXITED(status));
-  EXPECT_EQ(WEXITSTATUS(status), 2);
-}
-
-TEST(HostParcel, TruncatedAtEveryLength) {
-  Parcel whole;
-  whole.write_int32(-2);
-  whole.write_bool(true);
-  whole.write_string("text");
-  whole.write_array_count(3);
-  constexpr std::size_t kEnds[] = {4, 5, 13, 17};
-  for (std::size_t size = 0; size <= whole.bytes().size(); ++size) {
-    const auto end = whole.bytes().begin() + static_cast<std::ptrdiff_t>(size);
-    Parcel part(Bytes(whole.bytes().begin(), end));
-    std::int32_t number = 77, count = 77;
-    bool truth = false;
-    std::string text = "old";
-    const bool read[] = {part.read_int32(number), size >= kEnds[0] && part.read_bool(truth),
-                         size >= kEnds[1] && part.read_string(text),
-                         size >= kEnds[2] && part.read_array_count(count)};
-    for (std::size_t i = 0; i < 4; ++i) EXPECT_EQ(read[i], size >= kEnds[i]) << size << " " << i;
-    EXPECT_EQ(number, read[0] ? -2 : 77);
-    EXPECT_EQ(truth, read[1]);
-    EXPECT_EQ(text, read[2] ? "text" : "old");
-    EXPECT_EQ(count, read[3] ? 3 : 77);
-  }
-  std::string text = "old";
-  bool truth = false;
-  EXPECT_FALSE(Parcel(Bytes{0xFF, 0xFF, 0xFF, 0xFF, 1}).read_string(text));
-  EXPECT_FALSE(Parcel(Bytes{2}).read_bool(truth));
 }
 
 TEST(HostMainLoop, StepsTimersAndPosts) {

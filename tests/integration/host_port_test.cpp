@@ -220,18 +220,6 @@ TEST_F(HostPortTest, ClientLosesTheConnectionOnceByAFault) {
   }
 }
 
-TEST_F(HostPortTest, CallbackPortLostBeforeTheAnswer) {
-  Client client;
-  listen();
-  ASSERT_EQ(client.connect(), 0);
-  accept_both();
-  peers_[1].reset();
-  run_idle();
-  put(peers_[0], answer(kAccepted));
-  run_idle();
-  EXPECT_EQ(client.log, (Log{"connected", "disconnected"}));
-}
-
 TEST_F(HostPortTest, ParcelsBeforeTheEndAreDeliveredBeforeIt) {
   const Fault ends[] = {{"main ends", 0, {}, true},
                         {"callback ends", 1, {}, true},
@@ -313,20 +301,6 @@ TEST_F(HostPortTest, ConnectFailsAtOnce) {
   setenv("KORVANE_DEVICE", valid.c_str(), 1);
   open(client);  // none of the failures was final
   EXPECT_NE(client.connect(), 0);
-}
-
-TEST_F(HostPortTest, SendRefusesWhatIsLongerThanAFrame) {
-  Client client;
-  open(client);
-  const std::string longest(kMaxFrameSize - sizeof(std::int32_t), 'x');
-  EXPECT_EQ(Client::send(client.port(0), longest + "x"), -EMSGSIZE);
-  auto received = std::async(std::launch::async, [&] {
-    FrameReader reader;
-    return read_frame(peers_[0].get(), reader, 10000);
-  });
-  EXPECT_EQ(Client::send(client.port(0), longest), 0);
-  const auto frame = received.get();
-  EXPECT_EQ(frame ? frame->size() : 0, kMaxFrameSize);
 }
 
 class HostServerTest : public HostTest {
@@ -419,16 +393,6 @@ TEST_F(HostServerTest, DropsAFaultyClientOnceAfterItsParcels) {
     server_.send(last_, Port::kMain, Parcel());
     log_.clear();
   }
-}
-
-TEST_F(HostServerTest, RefusesByName) {
-  setenv("KORVANE_APP_ID", "refused", 1);
-  Client client;
-  ASSERT_EQ(client.connect(), 0);
-  run_idle();
-  unsetenv("KORVANE_APP_ID");
-  EXPECT_EQ(client.log, Log{"rejected"});
-  EXPECT_EQ(log_, Log{});
 }
 
 /** Connects by hand and tells whether it was answered; for a forked process, so without tests. */
