@@ -12,21 +12,13 @@ AgentStatusEventHandler::AgentStatusEventHandler()
 void AgentStatusEventHandler::KeepConnection() {
   LOG_INFO("Keep the CONNECTION");
   keep_connection = true;
-  try {
-    subscription.RegisterEvent();
-  } catch (...) {
-    LOG_ERROR("Failed to register event");
-  }
+  svcmgr::subscribe(HERE, subscription);
 }
 
 void AgentStatusEventHandler::DontCareConnection() {
   LOG_INFO("Don't care about CONNECTION");
   keep_connection = false;
-  try {
-    subscription.DeregisterEvent();
-  } catch (...) {
-    LOG_ERROR("Failed to deregister event");
-  }
+  svcmgr::unsubscribe(HERE, subscription);
 }
 
 void AgentStatusEventHandler::AgentEventCallback(const char *event_name, bundle_h event_data,

@@ -28,23 +28,13 @@ void ModelUpdateEventHandler::SetEventCallback(korvane_svcmgr_ai_status_cb appli
                                                void *application_data) {
   callback = application_callback;
   user_data = application_data;
-  try {
-    subscription.RegisterEvent();
-  } catch (...) {
-    LOG_ERROR("Failed to register event");
-  }
+  svcmgr::subscribe(HERE, subscription);
 }
 
 bool ModelUpdateEventHandler::UnsetEventCallback() {
   callback = nullptr;
   user_data = nullptr;
-  try {
-    subscription.DeregisterEvent();
-  } catch (...) {
-    LOG_ERROR("Failed to deregister event");
-    return false;
-  }
-  return true;
+  return svcmgr::unsubscribe(HERE, subscription);
 }
 
 void ModelUpdateEventHandler::ModelEventCallback(const char *event_name, bundle_h event_data,

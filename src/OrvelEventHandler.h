@@ -91,6 +91,26 @@ class OrvelEventHandler {
 
 namespace svcmgr {
 
+/** Subscribes; a failure is logged for the caller and absorbed. */
+inline void subscribe(const Site &site, OrvelEventHandler &subscription) noexcept {
+  try {
+    subscription.RegisterEvent();
+  } catch (...) {
+    LOG_ERROR_AT(site, "Failed to register event");
+  }
+}
+
+/** Ends a subscription; a failure is logged for the caller, and false. */
+inline bool unsubscribe(const Site &site, OrvelEventHandler &subscription) noexcept {
+  try {
+    subscription.DeregisterEvent();
+    return true;
+  } catch (...) {
+    LOG_ERROR_AT(site, "Failed to deregister event");
+    return false;
+  }
+}
+
 /** Runs the body of a platform event callback; exceptions end up in the log. */
 template <typename Body>
 void run_event_callback(const Site &site, Body body) noexcept {

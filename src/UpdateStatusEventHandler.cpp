@@ -41,21 +41,13 @@ void UpdateStatusEventHandler::SetEventCallback(
     korvane_svcmgr_update_status_cb application_callback, void *application_data) {
   callback = application_callback;
   user_data = application_data;
-  try {
-    subscription.RegisterEvent();
-  } catch (...) {
-    LOG_ERROR("Failed to register event");
-  }
+  svcmgr::subscribe(HERE, subscription);
 }
 
 void UpdateStatusEventHandler::UnsetEventCallback() {
   callback = nullptr;
   user_data = nullptr;
-  try {
-    subscription.DeregisterEvent();
-  } catch (...) {
-    LOG_ERROR("Failed to deregister event");
-  }
+  svcmgr::unsubscribe(HERE, subscription);
 }
 
 void UpdateStatusEventHandler::UpdateEventCallback(const char *event_name, bundle_h event_data,

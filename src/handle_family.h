@@ -29,6 +29,38 @@ const typename Entries::value_type &entry_at(const Site &site, const Entries &en
   return entries[static_cast<std::size_t>(index)];
 }
 
+// Whole functions of the families whose entry is logged at info level.
+
+template <typename Record>
+int create_handle(const Site &site, Record **handle, const char *failure) try {
+  enter(site, EntryLog::kInfo);
+  require(site, kInvalidParameterLoud, handle);
+  *handle = make_record<Record>(site, failure);
+  return SVCMGR_ERROR_NONE;
+} catch (...) {
+  return failure_code(site);
+}
+
+template <typename Record>
+int destroy_handle(const Site &site, Record *handle) try {
+  enter(site, EntryLog::kInfo);
+  require(site, kInvalidParameterLoud, handle);
+  delete handle;
+  return SVCMGR_ERROR_NONE;
+} catch (...) {
+  return failure_code(site);
+}
+
+template <typename Record, typename Entries>
+int get_list_size(const Site &site, const Record *list, Entries Record::*entries, int *size) try {
+  enter(site);
+  require(site, kInvalidParameter, list, size);
+  *size = static_cast<int>((list->*entries).size());
+  return SVCMGR_ERROR_NONE;
+} catch (...) {
+  return failure_code(site);
+}
+
 }  // namespace svcmgr
 
 #endif  // KORVANE_SVCMGR_HANDLE_FAMILY_H_

@@ -3,38 +3,20 @@
 #include "korvane_svcmgr.h"
 
 using svcmgr::enter;
-using svcmgr::EntryLog;
 using svcmgr::failure_code;
-using svcmgr::kInvalidParameter;
 using svcmgr::kInvalidParameterLoud;
 using svcmgr::require;
 
-int korvane_svcmgr_agent_list_create(korvane_svcmgr_agent_list_h *list) try {
-  enter(HERE, EntryLog::kInfo);
-  require(HERE, kInvalidParameterLoud, list);
-  *list = svcmgr::make_record<korvane_svcmgr_agent_list_s>(
-      HERE, "Failed to create korvane_svcmgr_agent_list_s.");
-  return SVCMGR_ERROR_NONE;
-} catch (...) {
-  return failure_code(HERE);
+int korvane_svcmgr_agent_list_create(korvane_svcmgr_agent_list_h *list) {
+  return svcmgr::create_handle(HERE, list, "Failed to create korvane_svcmgr_agent_list_s.");
 }
 
-int korvane_svcmgr_agent_list_destroy(korvane_svcmgr_agent_list_h list) try {
-  enter(HERE, EntryLog::kInfo);
-  require(HERE, kInvalidParameterLoud, list);
-  delete list;
-  return SVCMGR_ERROR_NONE;
-} catch (...) {
-  return failure_code(HERE);
+int korvane_svcmgr_agent_list_destroy(korvane_svcmgr_agent_list_h list) {
+  return svcmgr::destroy_handle(HERE, list);
 }
 
-int korvane_svcmgr_agent_list_get_size(korvane_svcmgr_agent_list_h list, int *size) try {
-  enter(HERE);
-  require(HERE, kInvalidParameter, list, size);
-  *size = static_cast<int>(list->names.size());
-  return SVCMGR_ERROR_NONE;
-} catch (...) {
-  return failure_code(HERE);
+int korvane_svcmgr_agent_list_get_size(korvane_svcmgr_agent_list_h list, int *size) {
+  return svcmgr::get_list_size(HERE, list, &korvane_svcmgr_agent_list_s::names, size);
 }
 
 int korvane_svcmgr_agent_list_add(korvane_svcmgr_agent_list_h list, const char *agent) try {

@@ -3,11 +3,9 @@
 #include "korvane_svcmgr.h"
 
 using svcmgr::enter;
-using svcmgr::EntryLog;
 using svcmgr::failure_code;
 using svcmgr::HeapText;
 using svcmgr::kInvalidParameter;
-using svcmgr::kInvalidParameterLoud;
 using svcmgr::kModelTextLimit;
 using svcmgr::require;
 using svcmgr::Site;
@@ -43,23 +41,12 @@ int get_text(const Site &site, korvane_svcmgr_ai_model_info_h info, TextField fi
 
 }  // namespace
 
-int korvane_svcmgr_ai_model_info_create(korvane_svcmgr_ai_model_info_h *info) try {
-  enter(HERE, EntryLog::kInfo);
-  require(HERE, kInvalidParameterLoud, info);
-  *info = svcmgr::make_record<korvane_svcmgr_ai_model_info_s>(
-      HERE, "Failed to create korvane_svcmgr_ai_model_info_h.");
-  return SVCMGR_ERROR_NONE;
-} catch (...) {
-  return failure_code(HERE);
+int korvane_svcmgr_ai_model_info_create(korvane_svcmgr_ai_model_info_h *info) {
+  return svcmgr::create_handle(HERE, info, "Failed to create korvane_svcmgr_ai_model_info_h.");
 }
 
-int korvane_svcmgr_ai_model_info_destroy(korvane_svcmgr_ai_model_info_h info) try {
-  enter(HERE, EntryLog::kInfo);
-  require(HERE, kInvalidParameterLoud, info);
-  delete info;
-  return SVCMGR_ERROR_NONE;
-} catch (...) {
-  return failure_code(HERE);
+int korvane_svcmgr_ai_model_info_destroy(korvane_svcmgr_ai_model_info_h info) {
+  return svcmgr::destroy_handle(HERE, info);
 }
 
 #define MODEL_INFO_TEXT(field, unset_message)                                                  \

@@ -7,7 +7,6 @@
 using svcmgr::enter;
 using svcmgr::EntryLog;
 using svcmgr::failure_code;
-using svcmgr::kInvalidParameter;
 using svcmgr::kInvalidParameterLoud;
 using svcmgr::require;
 
@@ -29,14 +28,8 @@ std::unique_ptr<korvane_svcmgr_ai_model_info_s> deep_copy(
 
 }  // namespace
 
-int korvane_svcmgr_ai_model_list_create(korvane_svcmgr_ai_model_list_h *list) try {
-  enter(HERE, EntryLog::kInfo);
-  require(HERE, kInvalidParameterLoud, list);
-  *list = svcmgr::make_record<korvane_svcmgr_ai_model_list_s>(
-      HERE, "Failed to create korvane_svcmgr_ai_model_list_s.");
-  return SVCMGR_ERROR_NONE;
-} catch (...) {
-  return failure_code(HERE);
+int korvane_svcmgr_ai_model_list_create(korvane_svcmgr_ai_model_list_h *list) {
+  return svcmgr::create_handle(HERE, list, "Failed to create korvane_svcmgr_ai_model_list_s.");
 }
 
 int korvane_svcmgr_ai_model_list_destroy(korvane_svcmgr_ai_model_list_h list) try {
@@ -53,13 +46,8 @@ int korvane_svcmgr_ai_model_list_destroy(korvane_svcmgr_ai_model_list_h list) tr
   return failure_code(HERE);
 }
 
-int korvane_svcmgr_ai_model_list_get_size(korvane_svcmgr_ai_model_list_h list, int *size) try {
-  enter(HERE);
-  require(HERE, kInvalidParameter, list, size);
-  *size = static_cast<int>(list->models.size());
-  return SVCMGR_ERROR_NONE;
-} catch (...) {
-  return failure_code(HERE);
+int korvane_svcmgr_ai_model_list_get_size(korvane_svcmgr_ai_model_list_h list, int *size) {
+  return svcmgr::get_list_size(HERE, list, &korvane_svcmgr_ai_model_list_s::models, size);
 }
 
 int korvane_svcmgr_ai_model_list_add(korvane_svcmgr_ai_model_list_h list,

@@ -124,7 +124,6 @@ void Session::watch(const Deadline &end) {
 
 void Session::deliver_event(int timeout_ms) {
   if (deadline_.has_passed()) throw Failure(time_is_up());
-  if (deadline_.has_passed()) throw Failure(time_is_up());
   const int result = korvane_host_main_loop_step(timeout_ms);
   if (callback_error_) std::rethrow_exception(std::exchange(callback_error_, nullptr));
   if (result < 0 && result != -EINTR) {
