@@ -132,13 +132,11 @@ Device chosen_device(const Arguments &arguments) {
   return Device(directory);
 }
 
-}  // namespace
-
-int main(int argc, char **argv) {
+int run(int argc, char **argv) {
   CLI::App app("Stands in for the service manager on a device directory.", "svcmgr-emulator");
   Arguments arguments;
+  const CLI::App *ctl = define(app, arguments);
   try {
-    const CLI::App *ctl = define(app, arguments);
     app.parse(argc, argv);
     const Device device = chosen_device(arguments);
     if (ctl->parsed()) return control_emulator(device, ctl->remaining());
@@ -147,6 +145,14 @@ int main(int argc, char **argv) {
     return EXIT_SUCCESS;
   } catch (const CLI::ParseError &error) {
     return app.exit(error) == EXIT_SUCCESS ? EXIT_SUCCESS : kUsageFailure;
+  }
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+  try {
+    return run(argc, argv);
   } catch (const std::exception &error) {
     std::cerr << "svcmgr-emulator: " << error.what() << '\n';
     return kFailure;

@@ -76,7 +76,7 @@ std::string delegate_event(Parcel &parcel) {
   if (!delegate) return "event <truncated>";
   const auto &block = std::get<DelegateBlock>(*delegate);
   const MethodInfo *info = find_delegate(block.id);
-  const std::string text =
+  std::string text =
       std::string("event ") + (info == nullptr ? "?" : info->name) + " delegate=" + text_of(block);
   if (info == nullptr) return text;
   const Field &code = info_of(Method::kRequestUpdate).answer;

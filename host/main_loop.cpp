@@ -63,14 +63,12 @@ MainLoop::SourceId MainLoop::add_descriptor(int descriptor, std::uint32_t epoll_
 
 MainLoop::SourceId MainLoop::add(int descriptor, std::uint32_t epoll_events, UniqueFd due,
                                  std::function<void(std::uint32_t)> handler) {
-  auto source = std::make_shared<Source>(Source{descriptor, std::move(due), std::move(handler)});
+  auto source = std::make_shared<Source>(
+      Source{descriptor, epoll_events, std::move(due), std::move(handler)});
   const std::lock_guard<std::mutex> guard(mutex_);
   const SourceId id = next_id_++;
   const auto entry = sources_.emplace(id, std::move(source)).first;
-  epoll_event event = {};
-  event.events = epoll_events;
-  event.data.u64 = id;
-  if (epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, descriptor, &event) != 0) {
+  if (arm(EPOLL_CTL_ADD, id, *entry->second) != 0) {
     const int error = errno;
     sources_.erase(entry);
     throw std::system_error(error, std::generic_category(), "epoll_ctl");
@@ -82,10 +80,25 @@ void MainLoop::change_events(SourceId id, std::uint32_t epoll_events) {
   const std::lock_guard<std::mutex> guard(mutex_);
   const auto source = sources_.find(id);
   if (source == sources_.end()) return;
+  source->second->epoll_events = epoll_events;
+  arm(EPOLL_CTL_MOD, id, *source->second);
+}
+
+/**
+ * Arms a source for one turn. Left armed it would keep its place in epoll's queue while it is
+ * served, and what it gets next would overtake what other sources got before that.
+ */
+int MainLoop::arm(int operation, SourceId id, const Source &source) const {
   epoll_event event = {};
-  event.events = epoll_events;
+  event.events = source.epoll_events | static_cast<std::uint32_t>(EPOLLONESHOT);
   event.data.u64 = id;
-  epoll_ctl(epoll_.get(), EPOLL_CTL_MOD, source->second->descriptor, &event);
+  return epoll_ctl(epoll_.get(), operation, source.descriptor, &event);
+}
+
+void MainLoop::arm_again(SourceId id) {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  const auto source = sources_.find(id);
+  if (source != sources_.end()) arm(EPOLL_CTL_MOD, id, *source->second);
 }
 
 MainLoop::SourceId MainLoop::add_timer(std::chrono::milliseconds delay,
@@ -143,16 +156,25 @@ int MainLoop::step(int timeout_ms) {
     clear_wake_up();
     return 1;
   }
+  serve(SourceId{event.data.u64}, event.events);
+  return 1;
+}
+
+void MainLoop::serve(SourceId id, std::uint32_t epoll_events) {
   std::shared_ptr<Source> source;
   {
     const std::lock_guard<std::mutex> guard(mutex_);
-    const auto entry = sources_.find(SourceId{event.data.u64});
+    const auto entry = sources_.find(id);
     if (entry != sources_.end()) source = entry->second;
   }
-  if (source == nullptr) return 1;
-  if (source->due) remove(event.data.u64);
-  source->handler(event.events);
-  return 1;
+  if (source == nullptr) return;
+  if (source->due) remove(id);
+  struct ArmAgain {
+    MainLoop &loop;
+    SourceId id;
+    ~ArmAgain() { loop.arm_again(id); }
+  } const arm_again_after = {*this, id};
+  source->handler(epoll_events);
 }
 
 }  // namespace korvane::host

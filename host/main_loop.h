@@ -20,7 +20,8 @@ namespace korvane::host {
  * Sources are served one at a time, in the order in which they became ready:
  * what a peer announced before it dropped a connection is delivered before the
  * drop. Sources may be added and removed from any thread and from inside
- * handlers; a removed source is not called any more.
+ * handlers; a removed source is not called any more. A source whose handler
+ * runs is not served again, by a nested step either, until the handler returns.
  */
 class MainLoop {
  public:
@@ -57,6 +58,7 @@ class MainLoop {
  private:
   struct Source {
     int descriptor;
+    std::uint32_t epoll_events;
     UniqueFd due;  ///< set for a timer or a task, which is served once
     std::function<void(std::uint32_t)> handler;
   };
@@ -66,6 +68,10 @@ class MainLoop {
   SourceId add_once(UniqueFd due, std::function<void()> handler);
   SourceId add(int descriptor, std::uint32_t epoll_events, UniqueFd due,
                std::function<void(std::uint32_t)> handler);
+
+  int arm(int operation, SourceId id, const Source &source) const;
+  void arm_again(SourceId id);
+  void serve(SourceId id, std::uint32_t epoll_events);
 
   UniqueFd epoll_;
   UniqueFd wake_up_;
