@@ -59,7 +59,9 @@ Finished run_program(const std::vector<std::string> &command) {
   return finished;
 }
 
-ChildProcess::~ChildProcess() {
+ChildProcess::~ChildProcess() { end(); }
+
+void ChildProcess::end() {
   if (!running()) return;
   send_signal(SIGKILL);
   wait();
@@ -100,6 +102,7 @@ ServiceTest::ServiceTest() {
 
 ServiceTest::~ServiceTest() {
   korvane_svcmgr_disconnect();
+  emulator_.end();  // it may be writing to the device still
   std::filesystem::remove_all(std::filesystem::path(device_).parent_path());
 }
 
