@@ -38,7 +38,9 @@ int korvane_svcmgr_ai_model_list_destroy(korvane_svcmgr_ai_model_list_h list) tr
   for (auto &model : list->models) {
     // Should the entry's own destroy refuse, because the service manager vanished meanwhile, the
     // list still releases it.
-    if (korvane_svcmgr_ai_model_info_destroy(model.get()) == SVCMGR_ERROR_NONE) model.release();
+    if (korvane_svcmgr_ai_model_info_destroy(model.get()) == SVCMGR_ERROR_NONE) {
+      static_cast<void>(model.release());
+    }
   }
   delete list;
   return SVCMGR_ERROR_NONE;
