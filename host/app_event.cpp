@@ -64,12 +64,22 @@ class Subscription : public std::enable_shared_from_this<Subscription> {
     FrameReader reader;
   };
 
+  /**
+   * The socket is watched again before anything is delivered: whoever connects from then on has
+   * a place in the order of what happens, and the others are here.
+   */
   void accept_senders() {
+    accept_waiting();
+    MainLoop::instance().change_events(source_, EPOLLIN);
+    accept_waiting();
+    if (turn_ == 0) serve_waiting();
+  }
+
+  void accept_waiting() {
     while (UniqueFd socket = korvane::host::accept_peer(listener_.get())) {
       waiting_.push_back(std::make_shared<Sender>());
       waiting_.back()->socket = std::move(socket);
     }
-    if (turn_ == 0) serve_waiting();
   }
 
   /**

@@ -1,5 +1,6 @@
 // Application events: several subscribers, dead ones, slow senders, and their order.
 #include <algorithm>
+#include <functional>
 #include <utility>
 
 #include "app_event.h"
@@ -22,10 +23,11 @@ EventBundle payload(const std::string &text) {
 
 class HostEventsTest : public HostTest {
  protected:
-  /** A subscription that logs "name:text"; it may end itself at the first event. */
+  /** A subscription that logs "name:text"; it may end itself, or do more, at the first event. */
   struct Subscriber {
     Log *log;
     bool once = false;
+    std::function<void()> then = nullptr;
     event_handler_h handler = nullptr;
 
     ~Subscriber() { remove(); }
@@ -38,6 +40,7 @@ class HostEventsTest : public HostTest {
       char *text = nullptr;
       bundle_get_str(bundle, "text", &text);
       self.log->push_back(std::string(name) + ":" + (text == nullptr ? "none" : text));
+      if (const auto then = std::exchange(self.then, nullptr)) then();
       if (self.once) self.remove();
     }
   };
@@ -125,7 +128,11 @@ TEST_F(HostEventsTest, HalfSentEventDelaysNoOther) {
 }
 
 TEST_F(HostEventsTest, EventsBeforeADropAreDeliveredBeforeIt) {
-  for (const int count : {1, 3}) {
+  const struct {
+    int count;
+    bool while_one_is_delivered;
+  } cases[] = {{1, false}, {3, false}, {3, true}};
+  for (const auto &entry : cases) {
     log_.clear();
     Subscriber subscriber{&log_};
     ASSERT_EQ(subscriber.add("a"), 0);
@@ -143,12 +150,21 @@ TEST_F(HostEventsTest, EventsBeforeADropAreDeliveredBeforeIt) {
     ASSERT_EQ(rpc_port_proxy_connect(proxy, "svc", "port"), 0);
     run_idle();
     Log expected;
-    for (int i = 0; i < count; ++i) {
-      publish_event("a", payload(std::to_string(i)));
-      expected.push_back("a:" + std::to_string(i));
+    const auto send_and_drop = [&] {
+      for (int i = 0; i < entry.count; ++i) {
+        publish_event("a", payload(std::to_string(i)));
+        expected.push_back("a:" + std::to_string(i));
+      }
+      server.disconnect(connection);
+      expected.push_back("disconnected");
+    };
+    if (entry.while_one_is_delivered) {
+      subscriber.then = send_and_drop;
+      publish_event("a", payload("first"));
+      expected.push_back("a:first");
+    } else {
+      send_and_drop();
     }
-    server.disconnect(connection);
-    expected.push_back("disconnected");
     run_idle();
     EXPECT_EQ(log_, expected);
     rpc_port_proxy_destroy(proxy);
