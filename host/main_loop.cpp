@@ -15,26 +15,14 @@ namespace korvane::host {
 
 namespace {
 
-/** The identity of the descriptor that only wakes the loop up. */
+// The identities of the loop's own descriptors.
 constexpr MainLoop::SourceId kWakeUp = 0;
+constexpr MainLoop::SourceId kClock = 1;
+constexpr MainLoop::SourceId kFirstSource = 2;
 
 UniqueFd checked(int descriptor, const char *what) {
   if (descriptor < 0) throw std::system_error(errno, std::generic_category(), what);
   return UniqueFd(descriptor);
-}
-
-UniqueFd start_timer(std::chrono::milliseconds delay) {
-  UniqueFd timer =
-      checked(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK), "timerfd_create");
-  using std::chrono::nanoseconds;
-  using std::chrono::seconds;
-  const nanoseconds wait = std::max<nanoseconds>(delay, nanoseconds(1));  // 0 would disarm it
-  const auto whole = std::chrono::duration_cast<seconds>(wait);
-  itimerspec when = {};
-  when.it_value.tv_sec = static_cast<time_t>(whole.count());
-  when.it_value.tv_nsec = static_cast<long>((wait - whole).count());
-  timerfd_settime(timer.get(), 0, &when, nullptr);
-  return timer;
 }
 
 }  // namespace
@@ -47,11 +35,12 @@ MainLoop &MainLoop::instance() {
 
 MainLoop::MainLoop()
     : epoll_(checked(epoll_create1(EPOLL_CLOEXEC), "epoll_create1")),
-      wake_up_(checked(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK), "eventfd")) {
-  epoll_event event = {};
-  event.events = EPOLLIN;
-  event.data.u64 = kWakeUp;
-  epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, wake_up_.get(), &event);
+      wake_up_(checked(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK), "eventfd")),
+      clock_(
+          checked(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK), "timerfd_create")),
+      next_id_(kFirstSource) {
+  arm(EPOLL_CTL_ADD, kWakeUp, wake_up_.get(), EPOLLIN);
+  arm(EPOLL_CTL_ADD, kClock, clock_.get(), EPOLLIN);
 }
 
 MainLoop::~MainLoop() = default;
@@ -68,7 +57,7 @@ MainLoop::SourceId MainLoop::add(int descriptor, std::uint32_t epoll_events, Uni
   const std::lock_guard<std::mutex> guard(mutex_);
   const SourceId id = next_id_++;
   const auto entry = sources_.emplace(id, std::move(source)).first;
-  if (arm(EPOLL_CTL_ADD, id, *entry->second) != 0) {
+  if (arm(EPOLL_CTL_ADD, id, descriptor, epoll_events) != 0) {
     const int error = errno;
     sources_.erase(entry);
     throw std::system_error(error, std::generic_category(), "epoll_ctl");
@@ -81,45 +70,66 @@ void MainLoop::change_events(SourceId id, std::uint32_t epoll_events) {
   const auto source = sources_.find(id);
   if (source == sources_.end()) return;
   source->second->epoll_events = epoll_events;
-  arm(EPOLL_CTL_MOD, id, *source->second);
+  arm(EPOLL_CTL_MOD, id, source->second->descriptor, epoll_events);
 }
 
 /**
  * Arms a source for one turn. Left armed it would keep its place in epoll's queue while it is
  * served, and what it gets next would overtake what other sources got before that.
  */
-int MainLoop::arm(int operation, SourceId id, const Source &source) const {
+int MainLoop::arm(int operation, SourceId id, int descriptor, std::uint32_t epoll_events) const {
   epoll_event event = {};
-  event.events = source.epoll_events | static_cast<std::uint32_t>(EPOLLONESHOT);
+  event.events = epoll_events | static_cast<std::uint32_t>(EPOLLONESHOT);
   event.data.u64 = id;
-  return epoll_ctl(epoll_.get(), operation, source.descriptor, &event);
+  return epoll_ctl(epoll_.get(), operation, descriptor, &event);
 }
 
 void MainLoop::arm_again(SourceId id) {
   const std::lock_guard<std::mutex> guard(mutex_);
   const auto source = sources_.find(id);
-  if (source != sources_.end()) arm(EPOLL_CTL_MOD, id, *source->second);
+  if (source == sources_.end()) return;
+  arm(EPOLL_CTL_MOD, id, source->second->descriptor, source->second->epoll_events);
 }
 
 MainLoop::SourceId MainLoop::add_timer(std::chrono::milliseconds delay,
                                        std::function<void()> handler) {
-  return add_once(start_timer(delay), std::move(handler));
+  const auto due = std::chrono::steady_clock::now() + delay;
+  const std::lock_guard<std::mutex> guard(mutex_);
+  const SourceId id = next_id_++;
+  timers_.emplace(std::pair(due, id), std::move(handler));
+  set_clock();
+  return id;
 }
 
-MainLoop::SourceId MainLoop::add_once(UniqueFd due, std::function<void()> handler) {
-  const int descriptor = due.get();
-  return add(descriptor, EPOLLIN, std::move(due),
-             [handler = std::move(handler)](std::uint32_t) { handler(); });
+void MainLoop::set_clock() const {
+  itimerspec when = {};
+  if (!timers_.empty()) {
+    const auto due = timers_.begin()->first.first.time_since_epoch();
+    const auto whole = std::chrono::duration_cast<std::chrono::seconds>(due);
+    when.it_value.tv_sec = static_cast<time_t>(whole.count());
+    when.it_value.tv_nsec = static_cast<long>(std::chrono::nanoseconds(due - whole).count());
+  }
+  timerfd_settime(clock_.get(), TFD_TIMER_ABSTIME, &when, nullptr);
 }
 
 MainLoop::SourceId MainLoop::post(std::function<void()> task) {
   UniqueFd due = checked(eventfd(1, EFD_CLOEXEC | EFD_NONBLOCK), "eventfd");
-  return add_once(std::move(due), std::move(task));
+  const int descriptor = due.get();
+  return add(descriptor, EPOLLIN, std::move(due),
+             [task = std::move(task)](std::uint32_t) { task(); });
 }
 
 void MainLoop::remove(SourceId id) {
+  // What handlers hold is let go after the lock.
   std::shared_ptr<Source> removed;
+  decltype(timers_)::node_type removed_timer;
   const std::lock_guard<std::mutex> guard(mutex_);
+  const auto timer = std::find_if(timers_.begin(), timers_.end(),
+                                  [id](const auto &entry) { return entry.first.second == id; });
+  if (timer != timers_.end()) {
+    removed_timer = timers_.extract(timer);
+    set_clock();
+  }
   const auto source = sources_.find(id);
   if (source == sources_.end()) return;
   removed = std::move(source->second);
@@ -145,6 +155,7 @@ void MainLoop::quit() {
 void MainLoop::clear_wake_up() {
   std::uint64_t value = 0;
   [[maybe_unused]] const ssize_t size = read(wake_up_.get(), &value, sizeof(value));
+  arm(EPOLL_CTL_MOD, kWakeUp, wake_up_.get(), EPOLLIN);
 }
 
 int MainLoop::step(int timeout_ms) {
@@ -154,6 +165,10 @@ int MainLoop::step(int timeout_ms) {
   if (count == 0) return 0;
   if (event.data.u64 == kWakeUp) {
     clear_wake_up();
+    return 1;
+  }
+  if (event.data.u64 == kClock) {
+    serve_timer();
     return 1;
   }
   serve(SourceId{event.data.u64}, event.events);
@@ -175,6 +190,21 @@ void MainLoop::serve(SourceId id, std::uint32_t epoll_events) {
     ~ArmAgain() { loop.arm_again(id); }
   } const arm_again_after = {*this, id};
   source->handler(epoll_events);
+}
+
+void MainLoop::serve_timer() {
+  std::function<void()> handler;
+  {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    const auto first = timers_.begin();
+    if (first != timers_.end() && first->first.first <= std::chrono::steady_clock::now()) {
+      handler = std::move(first->second);
+      timers_.erase(first);
+    }
+    set_clock();
+    arm(EPOLL_CTL_MOD, kClock, clock_.get(), EPOLLIN);
+  }
+  if (handler) handler();
 }
 
 }  // namespace korvane::host

@@ -9,6 +9,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <utility>
 
 #include "unique_fd.h"
 
@@ -59,26 +60,31 @@ class MainLoop {
   struct Source {
     int descriptor;
     std::uint32_t epoll_events;
-    UniqueFd due;  ///< set for a timer or a task, which is served once
+    UniqueFd due;  ///< set for a task, which is served once
     std::function<void(std::uint32_t)> handler;
   };
 
   /** Makes the loop's descriptor unreadable again after a wake-up. */
   void clear_wake_up();
-  SourceId add_once(UniqueFd due, std::function<void()> handler);
   SourceId add(int descriptor, std::uint32_t epoll_events, UniqueFd due,
                std::function<void(std::uint32_t)> handler);
 
-  int arm(int operation, SourceId id, const Source &source) const;
+  int arm(int operation, SourceId id, int descriptor, std::uint32_t epoll_events) const;
   void arm_again(SourceId id);
   void serve(SourceId id, std::uint32_t epoll_events);
+  void serve_timer();
+  /** Makes the timers' descriptor readable when the first of them is due. */
+  void set_clock() const;
 
   UniqueFd epoll_;
   UniqueFd wake_up_;
+  UniqueFd clock_;  ///< one descriptor for all timers, however many there are
   std::atomic<bool> quit_{false};
   std::mutex mutex_;
-  SourceId next_id_ = 1;
+  SourceId next_id_;
   std::map<SourceId, std::shared_ptr<Source>> sources_;
+  std::map<std::pair<std::chrono::steady_clock::time_point, SourceId>, std::function<void()>>
+      timers_;
 };
 
 }  // namespace korvane::host
