@@ -1,10 +1,7 @@
 #include "events.h"
 
 #include <cstring>
-#include <filesystem>
-#include <iterator>
 
-#include "device.h"
 #include "event_publisher.h"
 
 namespace korvane::emulator {
@@ -67,10 +64,7 @@ std::size_t Events::publish(const std::string &status, const EventPayload &paylo
 }
 
 std::size_t subscriptions(const std::string &status) {
-  const auto folder = host::Device::current().run_directory("events") / name_of(status);
-  std::error_code ignored;
-  const std::filesystem::directory_iterator entries(folder, ignored);
-  return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
+  return host::event_subscribers(name_of(status)).size();
 }
 
 }  // namespace korvane::emulator

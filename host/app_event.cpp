@@ -32,18 +32,26 @@ class Subscription : public std::enable_shared_from_this<Subscription> {
  public:
   Subscription(const char *event_name, event_cb callback, void *user_data)
       : name_(event_name), callback_(callback), user_data_(user_data) {}
+  Subscription(const Subscription &) = delete;
+  Subscription &operator=(const Subscription &) = delete;
+  ~Subscription() { stop(); }
 
+  /**
+   * Publishers see the socket once it is watched: what they send before, their dropping a
+   * connection would overtake.
+   */
   void start() {
     static std::atomic<unsigned> next_number{0};
     const auto folder =
         korvane::host::Device::current().run_directory(std::filesystem::path("events") / name_);
     path_ = folder / (std::to_string(getpid()) + "." + std::to_string(next_number++));
-    listener_ = korvane::host::listen_at(path_);
+    listener_ = korvane::host::listen_unlisted(path_);
     source_ = MainLoop::instance().add_descriptor(listener_.get(), EPOLLIN,
                                                   [weak = weak_from_this()](std::uint32_t) {
                                                     if (const auto self = weak.lock())
                                                       self->accept_senders();
                                                   });
+    korvane::host::enlist(path_);
   }
 
   void stop() {

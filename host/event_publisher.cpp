@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <system_error>
-#include <vector>
 
 #include "device.h"
 #include "frame.h"
@@ -33,21 +32,26 @@ void send_event(const std::filesystem::path &subscriber, const Bytes &frame,
 
 }  // namespace
 
-PublishResult publish_event(const std::string &event_name, const EventBundle &payload) {
+std::vector<std::filesystem::path> event_subscribers(const std::string &event_name) {
   if (!is_plain_name(event_name)) {
     throw std::system_error(EINVAL, std::generic_category(), "event name");
   }
   const auto folder = Device::current().run_directory(std::filesystem::path("events") / event_name);
-  Bytes frame;
-  if (!append_frame(frame, payload.encode().bytes())) {
-    throw std::system_error(EMSGSIZE, std::generic_category(), "event payload");
-  }
   std::vector<std::filesystem::path> subscribers;
   for (const auto &entry : std::filesystem::directory_iterator(folder)) {
     const bool is_unlisted = entry.path().filename().string().front() == '.';
     if (!is_unlisted) subscribers.push_back(entry.path());
   }
   std::sort(subscribers.begin(), subscribers.end());
+  return subscribers;
+}
+
+PublishResult publish_event(const std::string &event_name, const EventBundle &payload) {
+  const auto subscribers = event_subscribers(event_name);
+  Bytes frame;
+  if (!append_frame(frame, payload.encode().bytes())) {
+    throw std::system_error(EMSGSIZE, std::generic_category(), "event payload");
+  }
   PublishResult result;
   for (const auto &subscriber : subscribers) send_event(subscriber, frame, result);
   return result;

@@ -3,7 +3,9 @@
 #define KORVANE_HOST_EVENT_PUBLISHER_H_
 
 #include <cstddef>
+#include <filesystem>
 #include <string>
+#include <vector>
 
 #include "event_bundle.h"
 
@@ -14,6 +16,9 @@ struct PublishResult {
   std::size_t dead = 0;     ///< sockets of subscribers that died, removed now
   std::size_t dropped = 0;  ///< subscribers that did not take the event in time, or are not ours
 };
+
+/** The sockets of those who hear of an event on the current device, some of them dead, perhaps. */
+std::vector<std::filesystem::path> event_subscribers(const std::string &event_name);
 
 /**
  * Sends an event to every subscriber on the current device.

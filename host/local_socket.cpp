@@ -82,12 +82,16 @@ bool wait_ready(int socket, short events, int timeout_ms, int companion = -1) {
   }
 }
 
+std::filesystem::path unlisted_path(const std::filesystem::path &path) {
+  return path.parent_path() / ("." + path.filename().string());
+}
+
 }  // namespace
 
-UniqueFd listen_at(const std::filesystem::path &path) {
+UniqueFd listen_unlisted(const std::filesystem::path &path) {
   UniqueFd socket = new_socket();
   // Nobody may meet a socket that does not listen yet: it would pass for one whose owner died.
-  const std::filesystem::path unlisted = path.parent_path() / ("." + path.filename().string());
+  const std::filesystem::path unlisted = unlisted_path(path);
   unlink(unlisted.c_str());
   const int bound = with_address(unlisted, [&socket](const sockaddr *address, socklen_t size) {
     return bind(socket.get(), address, size);
@@ -95,7 +99,16 @@ UniqueFd listen_at(const std::filesystem::path &path) {
   if (bound != 0) fail("bind");
   if (chmod(unlisted.c_str(), 0600) != 0) fail("chmod");
   if (listen(socket.get(), kBacklog) != 0) fail("listen");
-  if (rename(unlisted.c_str(), path.c_str()) != 0) fail("rename");
+  return socket;
+}
+
+void enlist(const std::filesystem::path &path) {
+  if (rename(unlisted_path(path).c_str(), path.c_str()) != 0) fail("rename");
+}
+
+UniqueFd listen_at(const std::filesystem::path &path) {
+  UniqueFd socket = listen_unlisted(path);
+  enlist(path);
   return socket;
 }
 
@@ -116,6 +129,11 @@ UniqueFd accept_peer(int listener) {
   UniqueFd socket(accept4(listener, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
   if (socket && !is_own_user(socket.get())) socket.reset();
   return socket;
+}
+
+bool peer_has_ended(int socket) {
+  pollfd entry = {socket, POLLRDHUP, 0};
+  return poll(&entry, 1, 0) == 1;
 }
 
 pid_t peer_process(int socket) {

@@ -14,10 +14,14 @@
 namespace korvane::host {
 
 /**
- * A listening socket at a path of any length, which replaces what is there.
- * Non-blocking. It appears at the path once it listens; until then its name
- * begins with a dot. Throws std::system_error.
+ * A non-blocking, listening socket at a path of any length that nobody knows yet: its name begins
+ * with a dot until enlist() gives it the path, where it replaces what is there. Both throw
+ * std::system_error.
  */
+UniqueFd listen_unlisted(const std::filesystem::path &path);
+void enlist(const std::filesystem::path &path);
+
+/** A listening socket that is enlisted at once. */
 UniqueFd listen_at(const std::filesystem::path &path);
 
 /**
@@ -28,6 +32,9 @@ UniqueFd connect_to(const std::filesystem::path &path);
 
 /** The next waiting peer; empty when there is none or it is another user's, who is turned away. */
 UniqueFd accept_peer(int listener);
+
+/** Whether the peer has ended its side. */
+bool peer_has_ended(int socket);
 
 /** The process at the other end. */
 pid_t peer_process(int socket);

@@ -109,7 +109,7 @@ class RpcPortProxy : public std::enable_shared_from_this<RpcPortProxy> {
     if (broken_ && !collected) return std::nullopt;
     const rpc_port_s &other = &from == &main_ ? callback_ : main_;
     auto frame = read_frame(from.socket.get(), from.reader, kNoLimit, other.socket.get());
-    if (!frame) break_connection();
+    if (!frame) give_up();
     if (&from == &callback_ && announced_ > 0) --announced_;
     return frame;
   }
@@ -117,7 +117,7 @@ class RpcPortProxy : public std::enable_shared_from_this<RpcPortProxy> {
   int send(rpc_port_s &to, const Bytes &payload) {
     if (broken_) return -EPIPE;
     const int error = send_frame(to, payload);
-    if (error != 0 && error != -EMSGSIZE) break_connection();
+    if (error != 0 && error != -EMSGSIZE) give_up();
     return error;
   }
 
@@ -148,6 +148,17 @@ class RpcPortProxy : public std::enable_shared_from_this<RpcPortProxy> {
   void stop_watching() {
     MainLoop::instance().remove(std::exchange(main_source_, 0));
     MainLoop::instance().remove(std::exchange(callback_source_, 0));
+  }
+
+  /**
+   * Nothing is read or sent any more. A peer that has ended its side hears of the end here only
+   * when the application does, and may wait for that before it announces that it is back.
+   */
+  void give_up() {
+    broken_ = true;
+    if (!peer_has_ended(main_.socket.get()) && !peer_has_ended(callback_.socket.get())) {
+      break_connection();
+    }
   }
 
   /** Makes both ends see the end of the connection. */
