@@ -46,6 +46,14 @@ TEST_F(ConnectionTest, RefusedByTheService) {
   EXPECT_EQ(call(), SVCMGR_ERROR_NOT_CONNECTED);
 }
 
+TEST_F(ConnectionTest, KilledBeforeItAnswers) {
+  emulator_.stop();
+  ASSERT_EQ(korvane_svcmgr_connect(on_connection, this), SVCMGR_ERROR_NONE);
+  kill_emulator();
+  ASSERT_TRUE(run_until([this] { return heard_something(); }));
+  EXPECT_EQ(take_connection_events(), kRefused);
+}
+
 TEST_F(ConnectionTest, NoServiceToConnectTo) {
   kill_emulator();
   EXPECT_EQ(korvane_svcmgr_connect(on_connection, this), SVCMGR_ERROR_CONNECTION_FAILED);
@@ -101,9 +109,12 @@ TEST_F(ConnectionTest, AnnouncedUpdateOfAServiceThatIsKilledGoesUnnoticed) {
 
 TEST_F(ConnectionTest, GarbageOnEitherPortIsALostConnection) {
   for (const char *port : {"main", "callback"}) {
-    for (const char *kind : {"oversized", "rubbish"}) {
+    for (const char *kind : {"oversized", "rubbish", "half-frame"}) {
       connect();
       control({"garbage", port, kind});
+      ChildProcess drop;  // the rest of half a frame never comes
+      if (kind == std::string("half-frame"))
+        drop.start({EMULATOR, "ctl", "--device", device_, "drop"});
       if (std::string(port) == "main") {
         EXPECT_NE(call(), SVCMGR_ERROR_NONE) << kind;
       }

@@ -59,7 +59,9 @@ Finished run_program(const std::vector<std::string> &command) {
   return finished;
 }
 
-ChildProcess::~ChildProcess() { end(); }
+ChildProcess::~ChildProcess() {
+  end();
+}
 
 void ChildProcess::end() {
   if (!running()) return;
@@ -79,6 +81,11 @@ std::string ChildProcess::read_line() {
 
 void ChildProcess::send_signal(int signal) const {
   ::kill(pid_, signal);
+}
+
+void ChildProcess::stop() const {
+  send_signal(SIGSTOP);
+  waitpid(pid_, nullptr, WUNTRACED);
 }
 
 int ChildProcess::wait() {

@@ -33,6 +33,8 @@ class ChildProcess {
   /** The next line of its output; empty when there is none any more. */
   std::string read_line();
   void send_signal(int signal) const;
+  /** Stops it, and returns when it has stopped; SIGCONT lets it go on. */
+  void stop() const;
   /** Kills it, if it runs, and waits for it. */
   void end();
   /** Waits for the end; the exit status, or minus the signal. */
