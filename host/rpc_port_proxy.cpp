@@ -16,11 +16,8 @@
 
 using korvane::host::Bytes;
 using korvane::host::guarded;
-using korvane::host::Hello;
-using korvane::host::MainLoop;
 using korvane::host::Parcel;
 using korvane::host::Port;
-using korvane::host::ReadState;
 using korvane::host::RpcPortProxy;
 
 namespace korvane::host {
@@ -216,11 +213,11 @@ class RpcPortProxy : public std::enable_shared_from_this<RpcPortProxy> {
     }
   }
 
+  /** Takes a copy, since a callback may register others. */
   template <typename Callback, typename... Arguments>
-  void deliver(const Registrations<Callback> &registrations, Arguments... arguments) {
+  void deliver(const Registrations<Callback> registrations, Arguments... arguments) {
     const auto keep_alive = shared_from_this();
-    const auto callbacks = registrations;
-    for (const auto &[callback, user_data] : callbacks) {
+    for (const auto &[callback, user_data] : registrations) {
       if (destroyed_) return;
       callback(endpoint_.c_str(), port_name_.c_str(), arguments..., user_data);
     }

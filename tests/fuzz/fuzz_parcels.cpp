@@ -70,7 +70,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
 
   const std::size_t start = size;
   while (size >= 2) {
-    std::size_t length = data[0] | data[1] << 8;
+    std::size_t length = data[0] | std::size_t{data[1]} << 8;
     data += 2;
     size -= 2;
     if (length > size) length = size;

@@ -4,6 +4,7 @@
 #include <clocale>
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
 #include <iostream>
 #include <memory>
 #include <string>
@@ -176,7 +177,7 @@ void choose_caller(const Settings &settings) {
   setenv("KORVANE_LOG", settings.verbose ? "debug" : "none", settings.verbose ? 1 : 0);
 }
 
-int run(const Settings &settings) {
+int run_command(const Settings &settings) {
   const Output output(settings.command, settings.json);
   try {
     Session session(output, settings.timeout > 0 ? Deadline(settings.timeout) : Deadline());
@@ -190,10 +191,7 @@ int run(const Settings &settings) {
   return kFailureStatus;
 }
 
-}  // namespace
-
-int main(int argc, char **argv) {
-  std::setlocale(LC_CTYPE, "C.UTF-8");  // for the widths of characters; all texts are UTF-8
+int run(int argc, char **argv) {
   Settings settings;
   Grammar grammar(settings);
   try {
@@ -202,8 +200,20 @@ int main(int argc, char **argv) {
   } catch (const CLI::ParseError &error) {
     return grammar.report(error);
   }
-  const int status = run(settings);
+  const int status = run_command(settings);
   if (std::ferror(stdout) == 0) return status;
   std::cerr << "svcmgrctl: " << settings.command << ": the output could not be written\n";
   return kFailureStatus;
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+  std::setlocale(LC_CTYPE, "C.UTF-8");  // for the widths of characters; all texts are UTF-8
+  try {
+    return run(argc, argv);
+  } catch (const std::exception &error) {
+    std::cerr << "svcmgrctl: " << error.what() << '\n';
+    return kFailureStatus;
+  }
 }

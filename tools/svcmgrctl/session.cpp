@@ -54,7 +54,7 @@ void handle_alarm(int) {
 void set_alarm(int milliseconds) {
   itimerval timer = {};
   timer.it_value.tv_sec = milliseconds / 1000;
-  timer.it_value.tv_usec = milliseconds % 1000 * 1000;
+  timer.it_value.tv_usec = suseconds_t{milliseconds % 1000} * 1000;
   setitimer(ITIMER_REAL, &timer, nullptr);
 }
 
