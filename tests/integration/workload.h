@@ -35,7 +35,6 @@ class Workload {
   /** Sees whether the library has lost, or made, a connection. To be called after every turn. */
   void note_connection();
 
-  bool connected() const { return connected_; }  ///< whether the library is, told of or not
   bool told_connected() const { return told_connected_; }
   std::size_t connections() const { return connections_; }  ///< made so far, told of or not
   std::size_t losses() const { return losses_; }            ///< of connections, told of
