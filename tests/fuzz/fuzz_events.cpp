@@ -1,10 +1,7 @@
 // Arbitrary bundles into the three event callbacks.
-#include "bundle_handle.h"
-#include "fuzz_platform.h"
+#include "fuzz_support.h"
 #include "korvane_svcmgr.h"
-
-using korvane::host::EventBundle;
-using korvane::host::Parcel;
+#include "scripted_platform.h"
 
 namespace {
 
@@ -21,23 +18,39 @@ void on_model(int result, korvane_svcmgr_ai_state_e state, void *) {
                  state == SVCMGR_AI_STATE_FAILED));
 }
 
+bundle_s take_bundle(fuzz::Input &input) {
+  bundle_s bundle;
+  while (!input.empty()) {
+    auto &value = bundle[input.text()];
+    const unsigned type = input.byte() % 3;
+    const std::string text = input.text();
+    if (type == 0) value = text;
+    if (type == 1) value = Texts{text};
+    if (type == 2) value = Bytes(text.begin(), text.end());
+  }
+  return bundle;
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
-  if (size == 0) return 0;
+  fuzz::Input input(data, size);
+  const unsigned flags = input.byte();
+  const bundle_s bundle = take_bundle(input);
+  platform().forget();
   korvane_svcmgr_set_update_status_cb(on_update, nullptr);
   korvane_svcmgr_ai_register_status_cb(on_model, nullptr);
   korvane_svcmgr_connect(on_connection, nullptr);
-  fuzz::report_connected();
-  const auto values = EventBundle::decode(Parcel({data + 1, data + size}));
-  bundle_s bundle{values.value_or(EventBundle()), {}};
-  if ((data[0] & 1) != 0) fuzz::report_disconnected();
+  platform().report_connected();
+  if ((flags & 1) != 0) platform().report_disconnected();
   for (const char *suffix : {".agent_status", ".update_status", ".model_status"}) {
-    fuzz::deliver_event(suffix, (data[0] & 2) != 0 ? "another event" : nullptr, &bundle);
+    platform().emit(suffix, bundle, (flags & 2) != 0 ? "another event" : nullptr);
   }
-  fuzz::report_connected();
+  platform().report_connected();
   bool updating = false;
   fuzz::require(korvane_svcmgr_is_being_updated(&updating) == SVCMGR_ERROR_NONE);
   korvane_svcmgr_disconnect();
+  fuzz::require(platform().violations.empty() &&
+                platform().live.size() == platform().subscriptions.size());
   return 0;
 }

@@ -1,9 +1,12 @@
 // Arbitrary byte streams into the socket framing of the workstation platform, in pieces.
 #include <sys/socket.h>
 
+#include <cstdlib>
+
 #include "event_bundle.h"
-#include "fuzz_platform.h"
+#include "fuzz_support.h"
 #include "local_socket.h"
+#include "rpc_port_handles.h"
 #include "rpc_port_protocol.h"
 #include "unique_fd.h"
 
@@ -13,6 +16,23 @@ using korvane::host::FrameReader;
 using korvane::host::Hello;
 using korvane::host::Parcel;
 using korvane::host::UniqueFd;
+
+namespace {
+
+/** Reads values of every type in turn, until none of them can be read. */
+void read_values(const Bytes &frame) {
+  rpc_port_parcel_s parcel{Parcel(frame)};
+  int number = 0;
+  bool truth = false;
+  char *text = nullptr;
+  while (rpc_port_parcel_read_string(&parcel, &text) == 0 ||
+         rpc_port_parcel_read_array_count(&parcel, &number) == 0 ||
+         rpc_port_parcel_read_bool(&parcel, &truth) == 0) {
+    std::free(std::exchange(text, nullptr));
+  }
+}
+
+}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
   if (size == 0) return 0;
@@ -30,6 +50,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     fuzz::require(cut.next() == frame);
     Hello::decode(Parcel(*frame));
     EventBundle::decode(Parcel(*frame));
+    read_values(*frame);
   }
   fuzz::require(!cut.next());
 

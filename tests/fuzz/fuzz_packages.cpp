@@ -3,7 +3,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "fuzz_platform.h"
+#include "fuzz_support.h"
 #include "korvane_svcmgr.h"
 #include "package.h"
 
@@ -30,6 +30,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     const std::string folder = fuzz::scratch_folder();
     std::filesystem::create_directory(folder + "/packages");
     setenv("KORVANE_DEVICE", folder.c_str(), 1);
+    setenv("KORVANE_LOG", "none", 1);
     return folder;
   }();
   std::ofstream(device + "/packages/" SVCMGR_APP_ID ".json", std::ios::binary)

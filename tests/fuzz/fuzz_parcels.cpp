@@ -1,14 +1,14 @@
 // Arbitrary parcels as results of synchronous calls and as answers to open asynchronous requests.
-// The input is cut into parcels: a length byte pair, then that many bytes.
 #include <cstdlib>
 
-#include "fuzz_platform.h"
+#include "fuzz_support.h"
 #include "korvane_svcmgr.h"
-#include "little_endian.h"
-
-using korvane::host::Bytes;
+#include "scripted_platform.h"
 
 namespace {
+
+/** Later ones would find nothing new, and would cost most of the time. */
+constexpr int kMostParcels = 32;
 
 int open_answers = 0;
 
@@ -34,24 +34,45 @@ void on_progress(int, korvane_svcmgr_ai_progress_h progress, void *) {
   korvane_svcmgr_ai_progress_destroy(progress);
 }
 
-void call_synchronously(const Bytes &parcel) {
+/** The values up to the end of the parcel, which is any kind that is none of a value. */
+Parcel take_parcel(fuzz::Input &input) {
+  Parcel parcel;
+  while (!input.empty()) {
+    switch (input.byte()) {
+      case 0:
+        parcel.emplace_back(input.number());
+        break;
+      case 1:
+        parcel.emplace_back(input.byte() != 0);
+        break;
+      case 2:
+        parcel.emplace_back(input.text());
+        break;
+      case 3:
+        parcel.emplace_back(Count{input.number()});
+        break;
+      default:
+        return parcel;
+    }
+  }
+  return parcel;
+}
+
+void call_synchronously(const Parcel &result) {
   int level = 0;
-  fuzz::queue_main(parcel);
+  platform().replies = {result};
   korvane_svcmgr_get_agent_api_level(&level);
   char *license = nullptr;
-  fuzz::queue_main(parcel);
+  platform().replies = {result};
   korvane_svcmgr_get_license_fulltext(&license);
   std::free(license);
-  fuzz::queue_main(parcel);
+  platform().replies = {result};
   korvane_svcmgr_request_update();
 }
 
-/** The parcel as an event for the delegate with this id and number, so that it is decoded. */
-Bytes addressed(std::uint32_t id, std::uint32_t sequence, const Bytes &payload) {
-  Bytes event(13);
-  korvane::host::store_u32(&event[0], 1);
-  korvane::host::store_u32(&event[4], id);
-  korvane::host::store_u32(&event[8], sequence);
+/** The parcel as an answer to a request, so that it is decoded. */
+Parcel addressed(const Parcel &request, const Parcel &payload) {
+  Parcel event = {1, request.at(1), request.at(2), false};
   event.insert(event.end(), payload.begin(), payload.end());
   return event;
 }
@@ -59,36 +80,30 @@ Bytes addressed(std::uint32_t id, std::uint32_t sequence, const Bytes &payload) 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
-  static std::uint32_t sequence = 0;
+  platform().forget();
   korvane_svcmgr_connect(on_connection, nullptr);
-  fuzz::report_connected();
+  platform().report_connected();
   korvane_svcmgr_ai_request_usable_model_list(on_models, nullptr);
   korvane_svcmgr_ai_model_list_h models = nullptr;
   korvane_svcmgr_ai_model_list_create(&models);
   korvane_svcmgr_ai_request_to_update(models, on_progress, nullptr);
   korvane_svcmgr_ai_model_list_destroy(models);
+  const std::vector<Parcel> requests = platform().sent;
+  fuzz::require(requests.size() == 2);
 
-  const std::size_t start = size;
-  while (size >= 2) {
-    std::size_t length = data[0] | std::size_t{data[1]} << 8;
-    data += 2;
-    size -= 2;
-    if (length > size) length = size;
-    const Bytes parcel(data, data + length);
-    data += length;
-    size -= length;
+  fuzz::Input input(data, size);
+  for (int count = 0; count < kMostParcels && !input.empty(); ++count) {
+    const Parcel parcel = take_parcel(input);
     call_synchronously(parcel);
-    for (const Bytes &event :
-         {parcel, addressed(1, sequence, parcel), addressed(4, sequence + 1, parcel)}) {
-      fuzz::queue_callback(event);
-      fuzz::report_received();
-    }
+    platform().deliver(parcel);
+    for (const Parcel &request : requests) platform().deliver(addressed(request, parcel));
   }
-  fuzz::require(start < 2 || open_answers > 0);
-  sequence += 2;
-  fuzz::report_disconnected();
+  fuzz::require(size == 0 || open_answers > 0);
+  platform().report_disconnected();
   korvane_svcmgr_connect(on_connection, nullptr);
-  fuzz::report_connected();
+  platform().report_connected();
   korvane_svcmgr_disconnect();
+  fuzz::require(platform().violations.empty() &&
+                platform().live.size() == platform().subscriptions.size());
   return 0;
 }
