@@ -12,12 +12,19 @@ struct Row {
   std::string output;  ///< what the output holds
 };
 
+constexpr const char *kDetect =
+    R"({"id":"vision.detect","version":"1.0.0","title":"Object detection","description":""})";
+
 class CommandLineTest : public ServiceTest {
  protected:
-  static Finished run(const std::string &program, const Words &arguments) {
-    Words command = arguments;
+  void check(const std::string &program, const Row &row) {
+    if (!row.prepare.empty()) control(row.prepare);
+    Words command = row.arguments;
     command.insert(command.begin(), program);
-    return run_program(command);
+    const Finished finished = run_program(command);
+    EXPECT_EQ(finished.status, row.status) << testing::PrintToString(command) << finished.output;
+    EXPECT_NE(finished.output.find(row.output), std::string::npos)
+        << testing::PrintToString(command) << finished.output;
   }
 };
 
@@ -27,12 +34,14 @@ TEST_F(CommandLineTest, CommandsTellWhatCame) {
       {{}, {"--json", "agent-level"}, 0, R"("level":13)"},
       {{"license", "a \"licence\"\x01"}, {"license", "--json"}, 0, R"(a \"licence\"\u0001)"},
       {{}, {"license"}, 0, "a \"licence\""},
+      {{"license", "SVCMGR_ERROR_QEL_DISABLED"}, {"license"}, 1, "SVCMGR_ERROR_QEL_DISABLED"},
+      {{"stray", "3"}, {"agent-level"}, 0, "13"},
       {{}, {"connect"}, 0, "connected"},
       {{}, {"is-updating"}, 0, "no"},
       {{}, {"update", "com.korvane.device.vision"}, 0, "completed"},
       {{}, {"models", "list", "--description"}, 0, "Finds people"},
       {{}, {"models", "list", "--category", "vision"}, 0, "vision.segment"},
-      {{}, {"models", "list", "--json"}, 0, R"("id":"vision.detect","version":"1.0.0")"},
+      {{}, {"models", "list", "--json"}, 0, kDetect},
       {{}, {"models", "update", "vision.detect@2.0.0", "--json"}, 0, R"("state":20)"},
       {{}, {"models", "list"}, 0, "2.0.0"},
       {{}, {"models", "uninstall", "vision.detect"}, 0, "completed"},
@@ -45,6 +54,10 @@ TEST_F(CommandLineTest, CommandsTellWhatCame) {
        R"("code":-1073741825)"},
       {{"reply", "request_update", "-13"}, {"update"}, 1, "SVCMGR_ERROR_PERMISSION_DENIED (-13)"},
       {{"fail-update", "7"}, {"update", "com.korvane.device.speech"}, 1, "7"},
+      {{"reply", "request_update_with_list", "-1073741831"},
+       {"update", "com.korvane.device.vision"},
+       1,
+       "SVCMGR_ERROR_UPDATE_IN_PROGRESS"},
       {{}, {"models", "update", "unknown"}, 1, "INVALID_OPERATION"},
       {{}, {"models", "list", "--category", "none"}, 1, "INVALID_PARAMETER"},
       {{"silent", "GetUsableModelList"}, {"models", "list", "--timeout", "0.05"}, 1, "TIMEOUT"},
@@ -54,17 +67,11 @@ TEST_F(CommandLineTest, CommandsTellWhatCame) {
       {{}, {"models", "versions"}, 2, "ID"},
       {{}, {"--help"}, 0, "agent-level"},
   };
-  for (const Row &row : rows) {
-    if (!row.prepare.empty()) control(row.prepare);
-    const Finished finished = run(SVCMGRCTL, row.arguments);
-    const std::string command = testing::PrintToString(row.arguments);
-    EXPECT_EQ(finished.status, row.status) << command << finished.output;
-    EXPECT_NE(finished.output.find(row.output), std::string::npos) << command << finished.output;
-  }
+  for (const Row &row : rows) check(SVCMGRCTL, row);
   kill_emulator();
-  EXPECT_EQ(run(SVCMGRCTL, {"agent-level"}).status, 1);
+  check(SVCMGRCTL, {{}, {"agent-level"}, 1, "SVCMGR_ERROR_CONNECTION_FAILED"});
   unsetenv("KORVANE_APP_ID");
-  EXPECT_EQ(run(SVCMGRCTL, {"agent-level"}).status, 2);
+  check(SVCMGRCTL, {{}, {"agent-level"}, 2, ""});
 }
 
 TEST_F(CommandLineTest, TheEmulatorRefusesWhatItCannotDo) {
@@ -79,26 +86,17 @@ TEST_F(CommandLineTest, TheEmulatorRefusesWhatItCannotDo) {
       {{}, {"ctl", "--device", device_ + "/none", "status"}, 1, ""},
       {{}, {"ctl", "--help"}, 0, "crash-before-reply"},
   };
-  for (const Row &row : rows) {
-    const Finished finished = run(EMULATOR, row.arguments);
-    const std::string command = testing::PrintToString(row.arguments);
-    EXPECT_EQ(finished.status, row.status) << command << finished.output;
-    EXPECT_NE(finished.output.find(row.output), std::string::npos) << command << finished.output;
-  }
+  for (const Row &row : rows) check(EMULATOR, row);
 }
 
 TEST_F(CommandLineTest, ExamplesRunToTheirEnd) {
   for (const char *example : {EXAMPLE_C, EXAMPLE_CPP}) {
-    const Finished finished = run(example, {});
-    EXPECT_EQ(finished.status, 0) << finished.output;
-    EXPECT_NE(finished.output.find("vision.detect"), std::string::npos) << finished.output;
-    control({"reply", "RequestToUpdate", "5"});
-    EXPECT_NE(run(example, {}).status, 0);
+    check(example, {{}, {}, 0, "vision.detect"});
+    check(example, {{"reply", "RequestToUpdate", "5"}, {}, 1, ""});
     control({"reply", "RequestToUpdate", "default"});
   }
   kill_emulator();
-  EXPECT_NE(run(EXAMPLE_C, {}).status, 0);
-  EXPECT_NE(run(EXAMPLE_CPP, {}).status, 0);
+  for (const char *example : {EXAMPLE_C, EXAMPLE_CPP}) check(example, {{}, {}, 1, ""});
 }
 
 }  // namespace
