@@ -1,4 +1,6 @@
 // The life of a connection, with the service manager in another process.
+#include <cstdlib>
+
 #include "service_fixture.h"
 
 namespace {
@@ -8,6 +10,22 @@ using Events = std::vector<std::pair<int, korvane_svcmgr_connection_state_e>>;
 const Events kLost = {{0, SVCMGR_CONNECTION_DISCONNECTED}};
 const Events kRefused = {{SVCMGR_ERROR_PERMISSION_DENIED, SVCMGR_CONNECTION_REJECTED}};
 const Events kBack = {{0, SVCMGR_CONNECTION_CONNECTED}};
+
+int get_license() {
+  char *text = nullptr;
+  const int error = korvane_svcmgr_get_license_fulltext(&text);
+  std::free(text);
+  return error == SVCMGR_ERROR_NONE && text == nullptr ? 1 : error;  // 1: success without a text
+}
+
+int update_listed() {
+  korvane_svcmgr_agent_list_h list = nullptr;
+  korvane_svcmgr_agent_list_create(&list);
+  korvane_svcmgr_agent_list_add(list, "com.korvane.device.vision");
+  const int error = korvane_svcmgr_request_update_with_list(list, nullptr);
+  korvane_svcmgr_agent_list_destroy(list);
+  return error;
+}
 
 class ConnectionTest : public ServiceTest {
  protected:
@@ -71,6 +89,31 @@ TEST_F(ConnectionTest, AnnouncedUpdateOfAServiceThatIsKilledGoesUnnoticed) {
   start_emulator();
   ASSERT_TRUE(run_until([] { return connected(); }));
   EXPECT_TRUE(take_connection_events().empty());
+}
+
+TEST_F(ConnectionTest, ServiceDiesBeforeItsReply) {
+  const struct {
+    const char *method;  ///< the name by which the emulator knows it
+    int (*run)();
+    int lost;  ///< what it returns then
+  } calls[] = {
+      {"get_agent_api_level", call, SVCMGR_ERROR_INVALID_API_LEVEL},
+      {"get_license", get_license, 1},
+      {"request_update", korvane_svcmgr_request_update, SVCMGR_ERROR_NOT_CONNECTED},
+      {"request_update_with_list", update_listed, SVCMGR_ERROR_NOT_CONNECTED},
+  };
+  for (const auto &entry : calls) {
+    connect();
+    control({"crash-before-reply", entry.method});
+    EXPECT_EQ(entry.run(), entry.lost) << entry.method;
+    ASSERT_TRUE(run_until([this] { return heard_something(); })) << entry.method;
+    EXPECT_EQ(take_connection_events(), kLost);
+    emulator_.wait();
+    start_emulator();
+    ASSERT_TRUE(run_until([this] { return heard_something(); })) << entry.method;
+    take_connection_events();
+    korvane_svcmgr_disconnect();
+  }
 }
 
 TEST_F(ConnectionTest, GarbageOnEitherPortIsALostConnection) {

@@ -4,9 +4,10 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <future>
 
+#include "app_event.h"
+#include "event_publisher.h"
 #include "host_fixture.h"
 #include "local_socket.h"
 #include "rpc_port_handles.h"
@@ -85,9 +86,6 @@ class Client {
     parcel.parcel.write_string(text);
     return rpc_port_parcel_send(&parcel, port);
   }
-  bool saw(const std::string &what) const {
-    return std::find(log.begin(), log.end(), what) != log.end();
-  }
 
   std::vector<std::string> log;
 
@@ -122,25 +120,30 @@ Bytes text_frame(const std::string &text) {
 
 class HostPortTest : public HostTest {
  protected:
-  void listen() { listener_ = listen_at(socket_path()); }
-  void accept_both() {
-    for (UniqueFd *peer : {&peers_[0], &peers_[1]}) {
-      pollfd entry = {listener_.get(), POLLIN, 0};
-      ASSERT_EQ(poll(&entry, 1, 10000), 1);
-      *peer = accept_peer(listener_.get());
-      FrameReader greeting;
-      ASSERT_TRUE(read_frame(peer->get(), greeting, 10000));
-    }
+  /** Connects to a peer that is greeted and then does its part; serves what comes of it. */
+  template <typename Part>
+  void connect(Client &client, bool sync, Part part, bool leave_at_once = false) {
+    const UniqueFd listener = listen_at(socket_path());
+    auto peer = std::async(std::launch::async, [&] {
+      for (UniqueFd &socket : peers_) {
+        pollfd entry = {listener.get(), POLLIN, 0};
+        ASSERT_EQ(poll(&entry, 1, 10000), 1);
+        socket = accept_peer(listener.get());
+        FrameReader greeting;
+        ASSERT_TRUE(read_frame(socket.get(), greeting, 10000));
+      }
+      part();
+    });
+    ASSERT_EQ(client.connect(sync), 0);
+    if (leave_at_once) client.destroy();
+    peer.get();
+    run_idle();
   }
   void open(Client &client) {
-    listen();
-    ASSERT_EQ(client.connect(), 0);
-    accept_both();
-    put(peers_[0], answer(kAccepted));
-    ASSERT_TRUE(run_until([&] { return client.saw("connected"); }));
+    connect(client, false, [this] { put(peers_[0], answer(kAccepted)); });
+    ASSERT_EQ(client.log, Log{"connected"});
   }
 
-  UniqueFd listener_;
   UniqueFd peers_[2];  ///< main, callback
 };
 
@@ -176,17 +179,7 @@ TEST_F(HostPortTest, ClientIsRejectedOnceByAFaultyAnswer) {
     for (const bool sync : {false, true}) {
       SCOPED_TRACE(fault.name);
       Client client;
-      listen();
-      auto server = std::async(std::launch::async, [&] {
-        accept_both();
-        fault.commit(peers_);
-      });
-      ASSERT_EQ(client.connect(sync), 0);
-      if (!sync) {
-        ASSERT_TRUE(run_until([&] { return !client.log.empty(); }));
-      }
-      server.get();
-      run_idle();
+      connect(client, sync, [&] { fault.commit(peers_); });
       EXPECT_EQ(client.log, Log{"rejected"});
       EXPECT_EQ(client.port(0), nullptr);
     }
@@ -237,18 +230,13 @@ TEST_F(HostPortTest, NoEventAfterDestroy) {
       SCOPED_TRACE(destroyer);
       if (expected.empty() && sync) continue;  // there is no moment while it is connecting
       Client client(destroyer);
-      listen();
-      auto server = std::async(std::launch::async, [&, refused = destroyer == "rejected"] {
-        accept_both();
-        // The client may be gone before it was told anything.
+      const std::int32_t verdict = destroyer == "rejected" ? kRejected : kAccepted;
+      const auto part = [&] {  // the client may be gone before it was told anything
         for (int i = 0; i < 2; ++i) write_all(peers_[1].get(), text_frame("x"), 10000);
-        write_all(peers_[0].get(), answer(refused ? kRejected : kAccepted), 10000);
+        write_all(peers_[0].get(), answer(verdict), 10000);
         for (UniqueFd &peer : peers_) peer.reset();
-      });
-      ASSERT_EQ(client.connect(sync), 0);
-      if (expected.empty()) client.destroy();
-      server.get();
-      run_idle();
+      };
+      connect(client, sync, part, expected.empty());
       EXPECT_EQ(client.log, expected);
     }
   }
@@ -313,7 +301,6 @@ class HostServerTest : public HostTest {
 TEST_F(HostServerTest, TurnsFaultyGreetingsAway) {
   Parcel wrong_magic;
   wrong_magic.write_int32(1);
-  const Bytes third_port = hello(static_cast<Port>(2));
   struct {
     const char *name;
     Bytes first, second;
@@ -321,7 +308,7 @@ TEST_F(HostServerTest, TurnsFaultyGreetingsAway) {
   } const cases[] = {{"rubbish", framed({1, 2, 3}), {}, true},
                      {"empty", framed({}), {}, true},
                      {"magic", framed(wrong_magic.bytes()), {}, true},
-                     {"no such port", third_port, hello(Port::kMain), true},
+                     {"no such port", hello(static_cast<Port>(2)), hello(Port::kMain), true},
                      {"oversized", kOversized, {}, true},
                      {"half", kHalfFrame, {}, false},
                      {"no counterpart", hello(Port::kMain), {}, false},
@@ -359,6 +346,44 @@ TEST_F(HostServerTest, DropsAFaultyClientOnceAfterItsParcels) {
     EXPECT_TRUE(server_.connections().empty());
     server_.send(last_, Port::kMain, Parcel());
     log_.clear();
+  }
+}
+
+TEST_F(HostServerTest, EventsBeforeADropAreDeliveredBeforeIt) {
+  struct Subscriber {
+    Log &log;
+    std::function<void()> then;
+
+    static void on_event(const char *, bundle_h, void *user_data) {
+      auto &self = *static_cast<Subscriber *>(user_data);
+      self.log.push_back("event");
+      if (const auto then = std::exchange(self.then, nullptr)) then();
+    }
+  };
+  for (const std::size_t count : {1U, 3U}) {
+    for (const bool while_one_is_delivered : {false, true}) {
+      Client client;
+      ASSERT_EQ(client.connect(), 0);
+      run_idle();
+      const auto send_and_drop = [&] {
+        for (std::size_t i = 0; i < count; ++i) publish_event("a", EventBundle());
+        server_.disconnect(last_);
+      };
+      Subscriber subscriber{client.log, send_and_drop};
+      event_handler_h handler = nullptr;
+      ASSERT_EQ(event_add_event_handler("a", Subscriber::on_event, &subscriber, &handler), 0);
+      if (while_one_is_delivered) {
+        publish_event("a", EventBundle());
+      } else {
+        std::exchange(subscriber.then, nullptr)();
+      }
+      run_idle();
+      event_remove_event_handler(handler);
+      Log expected(1 + count + (while_one_is_delivered ? 1 : 0), "event");
+      expected.front() = "connected";
+      expected.push_back("disconnected");
+      EXPECT_EQ(client.log, expected);
+    }
   }
 }
 
