@@ -10,12 +10,7 @@
 #include "rpc_port_protocol.h"
 #include "unique_fd.h"
 
-using korvane::host::Bytes;
-using korvane::host::EventBundle;
-using korvane::host::FrameReader;
-using korvane::host::Hello;
-using korvane::host::Parcel;
-using korvane::host::UniqueFd;
+using namespace korvane::host;
 
 namespace {
 
@@ -62,7 +57,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
   [[maybe_unused]] const ssize_t sent = send(writer.get(), data, size, MSG_NOSIGNAL);
   writer.reset();
   FrameReader frames;
-  while (korvane::host::read_frame(reader.get(), frames, -1)) {
+  while (read_frame(reader.get(), frames, -1)) {
   }
   return 0;
 }

@@ -38,21 +38,17 @@ void on_progress(int, korvane_svcmgr_ai_progress_h progress, void *) {
 Parcel take_parcel(fuzz::Input &input) {
   Parcel parcel;
   while (!input.empty()) {
-    switch (input.byte()) {
-      case 0:
-        parcel.emplace_back(input.number());
-        break;
-      case 1:
-        parcel.emplace_back(input.byte() != 0);
-        break;
-      case 2:
-        parcel.emplace_back(input.text());
-        break;
-      case 3:
-        parcel.emplace_back(Count{input.number()});
-        break;
-      default:
-        return parcel;
+    const unsigned kind = input.byte();
+    if (kind == 0) {
+      parcel.emplace_back(input.number());
+    } else if (kind == 1) {
+      parcel.emplace_back(input.byte() != 0);
+    } else if (kind == 2) {
+      parcel.emplace_back(input.text());
+    } else if (kind == 3) {
+      parcel.emplace_back(Count{input.number()});
+    } else {
+      break;
     }
   }
   return parcel;

@@ -31,15 +31,6 @@ class HostTest : public ::testing::Test {
 
   static korvane::host::MainLoop &loop() { return korvane::host::MainLoop::instance(); }
 
-  /** Runs the loop until the condition holds; false when it does not come about. */
-  template <typename Condition>
-  static bool run_until(Condition condition) {
-    while (!condition()) {
-      if (loop().step(10000) != 1) return false;
-    }
-    return true;
-  }
-
   /** Serves what is due. Local sockets hold nothing back: this is all there will be. */
   static void run_idle() {
     while (loop().step(0) == 1) {
