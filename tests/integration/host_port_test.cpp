@@ -191,7 +191,7 @@ TEST_F(HostPortTest, ClientLosesTheConnectionOnceByAFaultAfterTheParcelsBeforeIt
     for (const int reader : {-1, 0, 1}) {  // the port that is read meanwhile, if any
       // Rubbish is noticed by whoever reads the port: the loop, for the callback port.
       if (!fault.close && reader != fault.port && (reader >= 0 || fault.port == 0)) continue;
-      for (const std::size_t size : {0, 1, 40000}) {  // of the parcels before it, if any
+      for (const std::size_t size : {0U, 1U, 40000U}) {  // of the parcels before it, if any
         if (reader == 1 && size > 0) continue;
         SCOPED_TRACE(fault.name);
         Client client;
