@@ -1,3 +1,4 @@
+#include <climits>
 #include <cstdlib>
 #include <filesystem>
 #include <map>
@@ -9,6 +10,8 @@ namespace {
 
 /** The allocation of the library that fails, counted from 1; 0 for none. */
 int failing = 0, allocations = 0;
+/** What the library has taken by operator new. */
+std::size_t allocated = 0;
 
 bool fails_now() {
   return failing > 0 && AllocationScope::in_library && ++allocations == failing;
@@ -29,6 +32,7 @@ WRAPPED(char *, strndup, (const char *text, std::size_t size), (text, size))
 
 void *operator new(std::size_t size, const std::nothrow_t &) noexcept { return __wrap_malloc(size + 1); }
 void *operator new(std::size_t size) {
+  if (AllocationScope::in_library) allocated += size;
   void *memory = __wrap_malloc(size + 1);
   return memory != nullptr ? memory : throw std::bad_alloc();
 }
@@ -107,26 +111,63 @@ TEST_F(MemoryTest, EveryCall) {
 }
 
 TEST_F(MemoryTest, EveryEvent) {
-  const bundle_s own = {{"org.example.app", Bytes{0, 0, 0, 0}}};
+  const bundle_s own = {{"org.example.app", Bytes{0, 0, 0, 0}}}, started = {{"START", "s"}};
   const Parcel models = {0, Count{1}, "a long enough model ID to be allocated", "1", "t", "d", 1};
+  const Parcel progress = {0, 20, 0, 1, 100};
+  const std::string update_status = ".update_status", model_status = ".model_status";
   before = [&] {
+    const Handles handles(true);
     korvane_svcmgr_ai_request_usable_model_list(on_models, this);
+    korvane_svcmgr_ai_request_to_update(handles.models, on_progress, this);
     korvane_svcmgr_set_update_status_cb(on_update_status, this);
+    korvane_svcmgr_ai_register_status_cb(on_model_status, this);
   };
   const auto events = [&] {
     korvane_svcmgr_request_update();
     platform.report_connected();
     answer(1, models);
-    platform.emit(".update_status", own);
+    answer(4, progress);
+    platform.emit(update_status, own);
+    platform.emit(model_status, started);
   };
   fail_each(events, [&](bool hit) {
     if (hit) events();
-    ASSERT_LE(3U, heard.size());
-    EXPECT_THAT(Texts(heard.end() - 3, heard.end()),
+    ASSERT_LE(5U, heard.size());
+    EXPECT_THAT(Texts(heard.end() - 5, heard.end()),
                 ::testing::ElementsAre("connection 0 0",
                                        "models 0 1 [a long enough model ID to be allocated|1|t|d]",
-                                       "update 1"));
+                                       "progress 0 20 0 1 100", "update 1", "model 0 17"));
   });
+}
+
+TEST_F(MemoryTest, EveryStepOfAReconnection) {
+  const bundle_s update = {{"Update", "announced"}}, launch = {{"Launch", "announced"}};
+  const std::string agent_status = ".agent_status";
+  const auto update_of_the_service = [&] {
+    platform.emit(agent_status, update);
+    platform.report_disconnected();
+    platform.emit(agent_status, launch);
+    if (!platform.proxies.empty()) platform.report_connected();
+  };
+  fail_each(update_of_the_service, [&](bool hit) {
+    EXPECT_TRUE(hit || heard.empty()) << testing::PrintToString(heard);
+    int level = 0;
+    if (start_connecting() == 0) platform.report_connected();
+    EXPECT_EQ(0, korvane_svcmgr_get_agent_api_level(&level)) << "connected, or can connect again";
+  });
+}
+
+TEST_F(MemoryTest, AListThatClaimsMoreThanItBringsCostsNoMore) {
+  prepare();
+  korvane_svcmgr_ai_request_usable_model_list(on_models, this);
+  const auto cost = [&](int claimed) {
+    allocated = 0;
+    answer(1, {0, Count{claimed}, "a long enough model ID to be allocated", "1", "t", "d", 1});
+    return allocated;
+  };
+  const std::size_t honest = cost(1);
+  EXPECT_LT(0U, honest);
+  EXPECT_EQ(honest, cost(INT_MAX));
 }
 
 }  // namespace
