@@ -16,6 +16,18 @@ class ConnectionTest : public ServiceTest {
     int level = 0;
     return korvane_svcmgr_get_agent_api_level(&level);
   }
+  static int get_license() {
+    char *text = nullptr;
+    const int error = korvane_svcmgr_get_license_fulltext(&text);
+    return text == nullptr ? error : 1;
+  }
+  static int update_listed() {
+    korvane_svcmgr_agent_list_h list = nullptr;
+    korvane_svcmgr_agent_list_create(&list);
+    const int error = korvane_svcmgr_request_update_with_list(list, nullptr);
+    korvane_svcmgr_agent_list_destroy(list);
+    return error;
+  }
   bool heard_something() const { return !connection_events_.empty(); }
 };
 
@@ -42,7 +54,9 @@ TEST_F(ConnectionTest, ServiceDiesBeforeItsReply) {
     int lost;  ///< what it returns then
   } calls[] = {
       {"get_agent_api_level", call, SVCMGR_ERROR_INVALID_API_LEVEL},
+      {"get_license", get_license, SVCMGR_ERROR_NONE},
       {"request_update", korvane_svcmgr_request_update, SVCMGR_ERROR_NOT_CONNECTED},
+      {"request_update_with_list", update_listed, SVCMGR_ERROR_NOT_CONNECTED},
   };
   for (const auto &entry : calls) {
     connect();
@@ -65,8 +79,9 @@ TEST_F(ConnectionTest, GarbageOnEitherPortIsALostConnection) {
       connect();
       control({"garbage", port, kind});
       ChildProcess drop;  // the rest of half a frame never comes
-      if (kind == std::string("half-frame"))
+      if (kind == std::string("half-frame")) {
         drop.start({EMULATOR, "ctl", "--device", device_, "drop"});
+      }
       if (std::string(port) == "main") {
         EXPECT_NE(call(), SVCMGR_ERROR_NONE) << kind;
       }
