@@ -8,7 +8,7 @@
 namespace {
 
 /** Later ones would find nothing new, and would cost most of the time. */
-constexpr int kMostParcels = 32;
+constexpr int kMostParcels = 8;
 
 int open_answers = 0;
 
