@@ -10,10 +10,11 @@ namespace {
 
 /** The allocation of the library that fails, counted from 1; 0 for none. */
 int failing = 0, allocations = 0;
-/** What the library has taken by operator new. */
+/** What the library has taken: bytes by operator new, and one for each allocation. */
 std::size_t allocated = 0;
 
 bool fails_now() {
+  if (AllocationScope::in_library) ++allocated;
   return failing > 0 && AllocationScope::in_library && ++allocations == failing;
 }
 
