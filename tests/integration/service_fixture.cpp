@@ -18,7 +18,7 @@
 namespace {
 
 /** Far beyond what any step takes; only a hang reaches it. */
-constexpr std::chrono::seconds kHangLimit(30);
+constexpr std::chrono::seconds kHangLimit(120);
 
 /** Starts a program whose output can be read from the descriptor returned. */
 std::pair<pid_t, int> spawn(const std::vector<std::string> &command) {
