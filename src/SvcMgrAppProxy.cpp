@@ -99,6 +99,14 @@ void read_result(rpc_port_parcel_h parcel, std::string &result) {
   read_value(parcel, result);
 }
 
+/** The next parcel of a port; null when there is none, or the platform did not hand the port out.
+ */
+ParcelOwner read_parcel(rpc_port_h port) {
+  rpc_port_parcel_h handle = nullptr;
+  if (port == nullptr || rpc_port_parcel_create_from_port(&handle, port) != 0) return ParcelOwner();
+  return ParcelOwner(handle);
+}
+
 template <typename Payload, typename Delegate>
 void receive(rpc_port_parcel_h parcel, Delegate &delegate) {
   int result_code = kUnreadable;
@@ -237,12 +245,11 @@ void SvcMgrAppPort::OnReceivedCB(const char * /*endpoint*/, const char * /*port_
 }
 
 void SvcMgrAppPort::Receive() {
-  rpc_port_parcel_h handle = nullptr;
-  if (rpc_port_parcel_create_from_port(&handle, delegate_port_) != 0) {
+  const ParcelOwner parcel = read_parcel(delegate_port_);
+  if (parcel == nullptr) {
     LOG_PROXY_ERROR("OnReceivedCB", "Failed to create parcel from port");
     return;
   }
-  const ParcelOwner parcel(handle);
   int command = kUnreadable;
   rpc_port_parcel_read_int32(parcel.get(), &command);
   if (command == static_cast<int>(MethodId::Callback)) DispatchDelegate(parcel.get());
@@ -295,9 +302,8 @@ void SvcMgrAppPort::Send(const char *operation, ParcelOwner &request) const {
 
 ParcelOwner SvcMgrAppPort::WaitForResult() const {
   for (;;) {
-    rpc_port_parcel_h handle = nullptr;
-    if (rpc_port_parcel_create_from_port(&handle, main_port_) != 0) return ParcelOwner();
-    ParcelOwner parcel(handle);
+    ParcelOwner parcel = read_parcel(main_port_);
+    if (parcel == nullptr) return parcel;
     int command = kUnreadable;
     rpc_port_parcel_read_int32(parcel.get(), &command);
     if (command == static_cast<int>(MethodId::Result)) return parcel;

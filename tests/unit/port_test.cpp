@@ -92,6 +92,15 @@ TEST_F(PortTest, Failures) {
   EXPECT_THROW(port->get_license(), InvalidProtocolException);
   platform.answer(5);
   std::thread([this] { EXPECT_EQ(5, port->request_update()) << "the lock is free"; }).join();
+  for (const char *refused : {"rpc_port_parcel_create_from_port", "rpc_port_proxy_get_port"}) {
+    platform.fail(refused, -5);
+    open();
+    request();
+    answer_to(0);
+    EXPECT_HEARD() << "an event that cannot be read is lost";
+    EXPECT_LOG_HAS("P OnReceivedCB: Failed to create parcel from port|");
+    platform.repair();
+  }
 }
 
 TEST_F(PortTest, ADelegateMayDoAnythingWhileItIsCalled) {
