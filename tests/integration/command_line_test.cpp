@@ -43,7 +43,7 @@ TEST_F(CommandLineTest, CommandsTellWhatCame) {
       {{}, {"models", "list", "--category", "vision"}, 0, "vision.segment"},
       {{}, {"models", "list", "--json"}, 0, kDetect},
       {{}, {"models", "update", "vision.detect@2.0.0", "--json"}, 0, R"("state":20)"},
-      {{}, {"models", "list"}, 0, "2.0.0"},
+      {{"restart"}, {"models", "list"}, 0, "2.0.0"},
       {{}, {"models", "uninstall", "vision.detect"}, 0, "completed"},
       {{}, {"models", "versions", "vision.segment"}, 0, "1.3.0"},
       {{}, {"watch", "--for", "0.01"}, 0, "connected"},
