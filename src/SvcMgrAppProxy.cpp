@@ -107,15 +107,6 @@ ParcelOwner read_parcel(rpc_port_h port) {
   return ParcelOwner(handle);
 }
 
-template <typename Payload, typename Delegate>
-void receive(rpc_port_parcel_h parcel, Delegate &delegate) {
-  int result_code = kUnreadable;
-  rpc_port_parcel_read_int32(parcel, &result_code);
-  Payload payload;
-  Read(parcel, payload);
-  delegate.OnReceived(result_code, std::move(payload));
-}
-
 template <typename Body>
 void run_port_callback(const char *operation, Body body) noexcept {
   svcmgr::run_callback(body, [operation](const char *text) {
@@ -125,20 +116,45 @@ void run_port_callback(const char *operation, Body body) noexcept {
 
 }  // namespace
 
-#define SVCMGR_WIRE_OPERATIONS(type)                                     \
-  rpc_port_parcel_h Write(rpc_port_parcel_h parcel, const type &value) { \
-    write_value(parcel, value);                                          \
-    return parcel;                                                       \
-  }                                                                      \
-  rpc_port_parcel_h Read(rpc_port_parcel_h parcel, type &value) {        \
-    read_value(parcel, value);                                           \
-    return parcel;                                                       \
-  }
-SVCMGR_WIRE_OPERATIONS(AIModelInfo)
-SVCMGR_WIRE_OPERATIONS(AIModelList)
-SVCMGR_WIRE_OPERATIONS(AIUpdateProgressInfo)
-SVCMGR_WIRE_OPERATIONS(AgentNameList)
-#undef SVCMGR_WIRE_OPERATIONS
+rpc_port_parcel_h Write(rpc_port_parcel_h parcel, const AIModelInfo &info) {
+  write_value(parcel, info);
+  return parcel;
+}
+
+rpc_port_parcel_h Write(rpc_port_parcel_h parcel, const AIModelList &list) {
+  write_value(parcel, list);
+  return parcel;
+}
+
+rpc_port_parcel_h Write(rpc_port_parcel_h parcel, const AIUpdateProgressInfo &progress) {
+  write_value(parcel, progress);
+  return parcel;
+}
+
+rpc_port_parcel_h Write(rpc_port_parcel_h parcel, const AgentNameList &list) {
+  write_value(parcel, list);
+  return parcel;
+}
+
+rpc_port_parcel_h Read(rpc_port_parcel_h parcel, AIModelInfo &info) {
+  read_value(parcel, info);
+  return parcel;
+}
+
+rpc_port_parcel_h Read(rpc_port_parcel_h parcel, AIModelList &list) {
+  read_value(parcel, list);
+  return parcel;
+}
+
+rpc_port_parcel_h Read(rpc_port_parcel_h parcel, AIUpdateProgressInfo &progress) {
+  read_value(parcel, progress);
+  return parcel;
+}
+
+rpc_port_parcel_h Read(rpc_port_parcel_h parcel, AgentNameList &list) {
+  read_value(parcel, list);
+  return parcel;
+}
 
 SvcMgrAppPort::CallbackBase::CallbackBase(DelegateId id, bool once)
     : id_(static_cast<std::int32_t>(id)), seq_(next_seq_.fetch_add(1)), once_(once) {}
@@ -160,17 +176,11 @@ void SvcMgrAppPort::CallbackBase::ReadDelegate(rpc_port_parcel_h parcel, Callbac
   rpc_port_parcel_read_bool(parcel, &delegate.once_);
 }
 
-#define SVCMGR_DELEGATE_OPERATIONS(name, payload)                               \
-  void SvcMgrAppPort::name##Callback::ReceiveParcel(rpc_port_parcel_h parcel) { \
-    receive<payload>(parcel, *this);                                            \
-  }                                                                             \
-  void SvcMgrAppPort::name##Callback::OnReceived(int /*result_code*/, payload /*value*/) {}
-SVCMGR_DELEGATE_OPERATIONS(GetUsableModelList, AIModelList)
-SVCMGR_DELEGATE_OPERATIONS(GetUsableModelListWithDesc, AIModelList)
-SVCMGR_DELEGATE_OPERATIONS(GetModelVersionList, AIModelList)
-SVCMGR_DELEGATE_OPERATIONS(RequestToUpdate, AIUpdateProgressInfo)
-SVCMGR_DELEGATE_OPERATIONS(RequestToUninstall, AIUpdateProgressInfo)
-#undef SVCMGR_DELEGATE_OPERATIONS
+int SvcMgrAppPort::CallbackBase::ReadResultCode(rpc_port_parcel_h parcel) {
+  int result_code = 0;
+  read_result(parcel, result_code);
+  return result_code;
+}
 
 SvcMgrAppPort::SvcMgrAppPort(IEventListener *listener, std::string target_app_id)
     : main_port_(nullptr),

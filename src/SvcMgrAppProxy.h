@@ -193,6 +193,10 @@ class SvcMgrAppPort {
     static void WriteDelegate(rpc_port_parcel_h parcel, const CallbackBase &delegate);
     static void ReadDelegate(rpc_port_parcel_h parcel, CallbackBase &delegate);
 
+   protected:
+    /** The service manager's result, which stands before the payload; -1 when there is none. */
+    static int ReadResultCode(rpc_port_parcel_h parcel);
+
    private:
     std::int32_t id_;
     std::int32_t seq_;
@@ -201,19 +205,48 @@ class SvcMgrAppPort {
     static inline std::atomic<std::int32_t> next_seq_{0};
   };
 
-#define SVCMGR_DELEGATE_CLASS(name, payload)                                     \
-  class name##Callback : public CallbackBase {                                   \
-   public:                                                                       \
-    explicit name##Callback(bool once) : CallbackBase(DelegateId::name, once) {} \
-    void ReceiveParcel(rpc_port_parcel_h parcel) override;                       \
-    virtual void OnReceived(int result_code, payload value);                     \
-  }
-  SVCMGR_DELEGATE_CLASS(GetUsableModelList, AIModelList);
-  SVCMGR_DELEGATE_CLASS(GetUsableModelListWithDesc, AIModelList);
-  SVCMGR_DELEGATE_CLASS(GetModelVersionList, AIModelList);
-  SVCMGR_DELEGATE_CLASS(RequestToUpdate, AIUpdateProgressInfo);
-  SVCMGR_DELEGATE_CLASS(RequestToUninstall, AIUpdateProgressInfo);
-#undef SVCMGR_DELEGATE_CLASS
+  /** What the delegates of all kinds of request do: decode an answer, and pass it on. */
+  template <DelegateId kId, typename Payload>
+  class Delegate : public CallbackBase {
+   public:
+    explicit Delegate(bool once) : CallbackBase(kId, once) {}
+    void ReceiveParcel(rpc_port_parcel_h parcel) override {
+      const int result_code = ReadResultCode(parcel);
+      Payload value;
+      Read(parcel, value);
+      OnReceived(result_code, std::move(value));
+    }
+    virtual void OnReceived(int /*result_code*/, Payload /*value*/) {}
+  };
+
+  class GetUsableModelListCallback : public Delegate<DelegateId::GetUsableModelList, AIModelList> {
+   public:
+    using Delegate::Delegate;
+  };
+
+  class GetUsableModelListWithDescCallback
+      : public Delegate<DelegateId::GetUsableModelListWithDesc, AIModelList> {
+   public:
+    using Delegate::Delegate;
+  };
+
+  class GetModelVersionListCallback
+      : public Delegate<DelegateId::GetModelVersionList, AIModelList> {
+   public:
+    using Delegate::Delegate;
+  };
+
+  class RequestToUpdateCallback
+      : public Delegate<DelegateId::RequestToUpdate, AIUpdateProgressInfo> {
+   public:
+    using Delegate::Delegate;
+  };
+
+  class RequestToUninstallCallback
+      : public Delegate<DelegateId::RequestToUninstall, AIUpdateProgressInfo> {
+   public:
+    using Delegate::Delegate;
+  };
 
   /** Makes an unconnected port. Throws InvalidIOException. */
   SvcMgrAppPort(IEventListener *listener, std::string target_app_id);

@@ -40,15 +40,6 @@ void append_model(const svcmgr::Site &site, korvane_svcmgr_ai_model_list_h list,
   if (fill(info.get(), model)) korvane_svcmgr_ai_model_list_add(list, info.get());
 }
 
-/** Hands the answer over. The application may destroy the callback object: it is not used after. */
-template <typename Payload, typename Handle>
-void deliver(int result_code, const Payload &payload, void (*callback)(int, Handle, void *),
-             void *user_data) {
-  Handle handle = nullptr;
-  Convert(payload, &handle);
-  callback(convert_result(result_code), handle, user_data);
-}
-
 }  // namespace
 
 void Convert(const AIModelList &models, korvane_svcmgr_ai_model_list_h *out) {
@@ -98,26 +89,26 @@ int convert_result(int service_result) {
 
 void GetUsableModelListCB::OnReceived(int result_code, AIModelList value) {
   LOG_INFO("GetUsableModelListCB::OnReceived error_code[%d]", result_code);
-  deliver(result_code, value, callback, user_data);
+  Deliver(result_code, value);
 }
 
 void GetUsableModelListWithDescCB::OnReceived(int result_code, AIModelList value) {
   LOG_INFO("GetUsableModelListWithDescCB::OnReceived error_code[%d]", result_code);
-  deliver(result_code, value, callback, user_data);
+  Deliver(result_code, value);
 }
 
 void GetModelVersionListCB::OnReceived(int result_code, AIModelList value) {
   LOG_DEBUG("GetModelVersionListCB::OnReceived error_code[%d]", result_code);
-  deliver(result_code, value, callback, user_data);
+  Deliver(result_code, value);
 }
 
 void RequestToUpdateCB::OnReceived(int result_code, AIUpdateProgressInfo value) {
   LOG_DEBUG("RequestToUpdateCB::OnReceived error_code[%d], state[%d]", result_code,
             value.GetState());
-  deliver(result_code, value, callback, user_data);
+  Deliver(result_code, value);
 }
 
 void RequestToUninstallCB::OnReceived(int result_code, AIUpdateProgressInfo value) {
   LOG_DEBUG("RequestToUninstallCB::OnReceived [%d]", value.GetState());
-  deliver(result_code, value, callback, user_data);
+  Deliver(result_code, value);
 }

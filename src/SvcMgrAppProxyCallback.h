@@ -19,42 +19,76 @@ void Convert(const rpc_port::SvcMgrAppProxy::proxy::AIUpdateProgressInfo &progre
 /** The error code for a result number of the service manager. */
 int convert_result(int service_result);
 
-// One class per kind of request. OnReceived calls the application, which may destroy the object.
-#define SVCMGR_RESULT_CALLBACK_MEMBERS(payload, callback_type)                               \
- public:                                                                                     \
-  void OnReceived(int result_code, rpc_port::SvcMgrAppProxy::proxy::payload value) override; \
-                                                                                             \
- private:                                                                                    \
-  callback_type callback;                                                                    \
-  void *user_data
+/** What the delegates below share: the application's callback, and how an answer reaches it. */
+template <typename Delegate, typename Handle>
+class ResultCallback : public Delegate {
+ public:
+  using ApplicationCallback = void (*)(int result, Handle handle, void *user_data);
 
-#define SVCMGR_RESULT_CALLBACK(name, payload, callback_type)                                    \
-  class name##CB : public rpc_port::SvcMgrAppProxy::proxy::SvcMgrAppPort::name##Callback {      \
-   public:                                                                                      \
-    name##CB(callback_type application_callback, void *application_data)                        \
-        : name##Callback(false), callback(application_callback), user_data(application_data) {} \
-    SVCMGR_RESULT_CALLBACK_MEMBERS(payload, callback_type);                                     \
+  ResultCallback(ApplicationCallback application_callback, void *application_data)
+      : Delegate(false), callback(application_callback), user_data(application_data) {}
+
+ protected:
+  /** Calls the application, which may destroy this object: nothing of it is used after. */
+  template <typename Payload>
+  void Deliver(int result_code, const Payload &payload) {
+    Handle handle = nullptr;
+    Convert(payload, &handle);
+    callback(convert_result(result_code), handle, user_data);
   }
 
-SVCMGR_RESULT_CALLBACK(GetUsableModelList, AIModelList, korvane_svcmgr_ai_model_list_cb);
-SVCMGR_RESULT_CALLBACK(GetUsableModelListWithDesc, AIModelList, korvane_svcmgr_ai_model_list_cb);
-SVCMGR_RESULT_CALLBACK(RequestToUpdate, AIUpdateProgressInfo, korvane_svcmgr_ai_progress_cb);
-SVCMGR_RESULT_CALLBACK(RequestToUninstall, AIUpdateProgressInfo, korvane_svcmgr_ai_progress_cb);
+ private:
+  ApplicationCallback callback;
+  void *user_data;
+};
+
+class GetUsableModelListCB
+    : public ResultCallback<
+          rpc_port::SvcMgrAppProxy::proxy::SvcMgrAppPort::GetUsableModelListCallback,
+          korvane_svcmgr_ai_model_list_h> {
+ public:
+  using ResultCallback::ResultCallback;
+  void OnReceived(int result_code, rpc_port::SvcMgrAppProxy::proxy::AIModelList value) override;
+};
+
+class GetUsableModelListWithDescCB
+    : public ResultCallback<
+          rpc_port::SvcMgrAppProxy::proxy::SvcMgrAppPort::GetUsableModelListWithDescCallback,
+          korvane_svcmgr_ai_model_list_h> {
+ public:
+  using ResultCallback::ResultCallback;
+  void OnReceived(int result_code, rpc_port::SvcMgrAppProxy::proxy::AIModelList value) override;
+};
 
 class GetModelVersionListCB
-    : public rpc_port::SvcMgrAppProxy::proxy::SvcMgrAppPort::GetModelVersionListCallback {
+    : public ResultCallback<
+          rpc_port::SvcMgrAppProxy::proxy::SvcMgrAppPort::GetModelVersionListCallback,
+          korvane_svcmgr_ai_model_list_h> {
  public:
   /** The model that the request is about is not kept. */
   GetModelVersionListCB(korvane_svcmgr_ai_model_info_h /*model*/,
-                        korvane_svcmgr_ai_model_list_cb application_callback,
-                        void *application_data)
-      : GetModelVersionListCallback(false),
-        callback(application_callback),
-        user_data(application_data) {}
-  SVCMGR_RESULT_CALLBACK_MEMBERS(AIModelList, korvane_svcmgr_ai_model_list_cb);
+                        ApplicationCallback application_callback, void *application_data)
+      : ResultCallback(application_callback, application_data) {}
+  void OnReceived(int result_code, rpc_port::SvcMgrAppProxy::proxy::AIModelList value) override;
 };
 
-#undef SVCMGR_RESULT_CALLBACK
-#undef SVCMGR_RESULT_CALLBACK_MEMBERS
+class RequestToUpdateCB
+    : public ResultCallback<rpc_port::SvcMgrAppProxy::proxy::SvcMgrAppPort::RequestToUpdateCallback,
+                            korvane_svcmgr_ai_progress_h> {
+ public:
+  using ResultCallback::ResultCallback;
+  void OnReceived(int result_code,
+                  rpc_port::SvcMgrAppProxy::proxy::AIUpdateProgressInfo value) override;
+};
+
+class RequestToUninstallCB
+    : public ResultCallback<
+          rpc_port::SvcMgrAppProxy::proxy::SvcMgrAppPort::RequestToUninstallCallback,
+          korvane_svcmgr_ai_progress_h> {
+ public:
+  using ResultCallback::ResultCallback;
+  void OnReceived(int result_code,
+                  rpc_port::SvcMgrAppProxy::proxy::AIUpdateProgressInfo value) override;
+};
 
 #endif  // KORVANE_SVCMGR_SVC_MGR_APP_PROXY_CALLBACK_H_

@@ -49,16 +49,40 @@ int korvane_svcmgr_ai_model_info_destroy(korvane_svcmgr_ai_model_info_h info) {
   return svcmgr::destroy_handle(HERE, info);
 }
 
-#define MODEL_INFO_TEXT(field, unset_message)                                                  \
-  int korvane_svcmgr_ai_model_info_set_##field(korvane_svcmgr_ai_model_info_h info,            \
-                                               const char *field) {                            \
-    return set_text(HERE, info, &korvane_svcmgr_ai_model_info_s::field, field);                \
-  }                                                                                            \
-  int korvane_svcmgr_ai_model_info_get_##field(korvane_svcmgr_ai_model_info_h info,            \
-                                               char **field) {                                 \
-    return get_text(HERE, info, &korvane_svcmgr_ai_model_info_s::field, field, unset_message); \
-  }
-MODEL_INFO_TEXT(id, "handle has wrong data")
-MODEL_INFO_TEXT(version, "Handle has wrong data")
-MODEL_INFO_TEXT(title, "Handle has wrong data")
-MODEL_INFO_TEXT(description, "Handle has wrong data")
+int korvane_svcmgr_ai_model_info_set_id(korvane_svcmgr_ai_model_info_h info, const char *id) {
+  return set_text(HERE, info, &korvane_svcmgr_ai_model_info_s::id, id);
+}
+
+int korvane_svcmgr_ai_model_info_get_id(korvane_svcmgr_ai_model_info_h info, char **id) {
+  return get_text(HERE, info, &korvane_svcmgr_ai_model_info_s::id, id, "handle has wrong data");
+}
+
+int korvane_svcmgr_ai_model_info_set_version(korvane_svcmgr_ai_model_info_h info,
+                                             const char *version) {
+  return set_text(HERE, info, &korvane_svcmgr_ai_model_info_s::version, version);
+}
+
+int korvane_svcmgr_ai_model_info_get_version(korvane_svcmgr_ai_model_info_h info, char **version) {
+  return get_text(HERE, info, &korvane_svcmgr_ai_model_info_s::version, version,
+                  "Handle has wrong data");
+}
+
+int korvane_svcmgr_ai_model_info_set_title(korvane_svcmgr_ai_model_info_h info, const char *title) {
+  return set_text(HERE, info, &korvane_svcmgr_ai_model_info_s::title, title);
+}
+
+int korvane_svcmgr_ai_model_info_get_title(korvane_svcmgr_ai_model_info_h info, char **title) {
+  return get_text(HERE, info, &korvane_svcmgr_ai_model_info_s::title, title,
+                  "Handle has wrong data");
+}
+
+int korvane_svcmgr_ai_model_info_set_description(korvane_svcmgr_ai_model_info_h info,
+                                                 const char *description) {
+  return set_text(HERE, info, &korvane_svcmgr_ai_model_info_s::description, description);
+}
+
+int korvane_svcmgr_ai_model_info_get_description(korvane_svcmgr_ai_model_info_h info,
+                                                 char **description) {
+  return get_text(HERE, info, &korvane_svcmgr_ai_model_info_s::description, description,
+                  "Handle has wrong data");
+}

@@ -58,14 +58,36 @@ int korvane_svcmgr_ai_progress_destroy(korvane_svcmgr_ai_progress_h progress) tr
   return failure_code(HERE);
 }
 
-#define PROGRESS_NUMBER(field)                                                                    \
-  int korvane_svcmgr_ai_progress_set_##field(korvane_svcmgr_ai_progress_h progress, int field) {  \
-    return set_number(HERE, progress, &korvane_svcmgr_ai_progress_s::field, field);               \
-  }                                                                                               \
-  int korvane_svcmgr_ai_progress_get_##field(korvane_svcmgr_ai_progress_h progress, int *field) { \
-    return get_number(HERE, progress, &korvane_svcmgr_ai_progress_s::field, field);               \
-  }
-PROGRESS_NUMBER(state)
-PROGRESS_NUMBER(index)
-PROGRESS_NUMBER(count)
-PROGRESS_NUMBER(percentage)
+int korvane_svcmgr_ai_progress_set_state(korvane_svcmgr_ai_progress_h progress, int state) {
+  return set_number(HERE, progress, &korvane_svcmgr_ai_progress_s::state, state);
+}
+
+int korvane_svcmgr_ai_progress_get_state(korvane_svcmgr_ai_progress_h progress, int *state) {
+  return get_number(HERE, progress, &korvane_svcmgr_ai_progress_s::state, state);
+}
+
+int korvane_svcmgr_ai_progress_set_index(korvane_svcmgr_ai_progress_h progress, int index) {
+  return set_number(HERE, progress, &korvane_svcmgr_ai_progress_s::index, index);
+}
+
+int korvane_svcmgr_ai_progress_get_index(korvane_svcmgr_ai_progress_h progress, int *index) {
+  return get_number(HERE, progress, &korvane_svcmgr_ai_progress_s::index, index);
+}
+
+int korvane_svcmgr_ai_progress_set_count(korvane_svcmgr_ai_progress_h progress, int count) {
+  return set_number(HERE, progress, &korvane_svcmgr_ai_progress_s::count, count);
+}
+
+int korvane_svcmgr_ai_progress_get_count(korvane_svcmgr_ai_progress_h progress, int *count) {
+  return get_number(HERE, progress, &korvane_svcmgr_ai_progress_s::count, count);
+}
+
+int korvane_svcmgr_ai_progress_set_percentage(korvane_svcmgr_ai_progress_h progress,
+                                              int percentage) {
+  return set_number(HERE, progress, &korvane_svcmgr_ai_progress_s::percentage, percentage);
+}
+
+int korvane_svcmgr_ai_progress_get_percentage(korvane_svcmgr_ai_progress_h progress,
+                                              int *percentage) {
+  return get_number(HERE, progress, &korvane_svcmgr_ai_progress_s::percentage, percentage);
+}
