@@ -82,6 +82,8 @@ constexpr int kNone = SVCMGR_ERROR_NOT_SUPPORTED;
 
 TEST_F(MarkerTest, Files) {
   const std::string other(16, 'x'), far = elf(2, {other, marker(9)});
+  std::vector<std::string> many(1000, other);
+  many.push_back(marker(9));
   const std::size_t table64 = kElf64.header + 16, table32 = kElf32.header + 16;
   const std::string one32 = elf(1, {marker(12)}), one64 = elf(2, {marker(13)});
   // clang-format off
@@ -90,6 +92,7 @@ TEST_F(MarkerTest, Files) {
       {"any other class is 64-bit", Texts{elf(9, {marker(65535)})}, 65535},
       {"highest of several", Texts{one32, one64, elf(1, {marker(11)})}, 13},
       {"only the first marker of a file", Texts{elf(2, {marker(5), marker(6)})}, 5},
+      {"of a thousand sections the last", Texts{elf(1, many), elf(2, many)}, 9},
       {"level 0 is none", Texts{elf(2, {marker(0, 9, 9, 9)})}, kNone},
       {"of 17 bytes", Texts{elf(2, {marker(5) + "x"})}, kNone},
       {"other magic", Texts{elf(2, {patched(marker(5), 5, 1, 1)})}, kNone},
