@@ -2,7 +2,8 @@ include(CMakePackageConfigHelpers)
 
 install(TARGETS korvane_svcmgr EXPORT korvane-svcmgr-targets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
-install(FILES include/korvane_svcmgr.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(FILES include/korvane_svcmgr.h include/korvane_svcmgr.hpp
+  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(EXPORT korvane-svcmgr-targets NAMESPACE korvane::
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/korvane-svcmgr)
 configure_package_config_file(cmake/korvane-svcmgr-config.cmake.in korvane-svcmgr-config.cmake

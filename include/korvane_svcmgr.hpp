@@ -1,0 +1,399 @@
+/**
+ * @file korvane_svcmgr.hpp
+ * The client API of the device's service manager for C++17: owners of the
+ * handles, texts as std::string, lists as ranges, errors as std::error_code.
+ *
+ * It is a thin layer over korvane_svcmgr.h, header only, and links nothing
+ * more. Connections, requests and callbacks stay those of the C API:
+ *
+ * @code
+ * static void on_models(int result, korvane_svcmgr_ai_model_list_h handle, void *) try {
+ *     const korvane::svcmgr::ModelList models(handle);
+ *     korvane::svcmgr::check(result);
+ *     for (const auto &model : models)
+ *         std::cout << model.id().value_or("(no ID)") << '\n';
+ * } catch (const std::exception &error) {
+ *     std::cerr << error.what() << '\n';
+ * }
+ *
+ * korvane::svcmgr::check(korvane_svcmgr_ai_request_usable_model_list(on_models, nullptr));
+ * @endcode
+ *
+ * @par Errors
+ * Every failure is thrown as a std::system_error whose code() compares equal to
+ * one of #korvane_svcmgr_error_e and whose what() is the code's meaning. A text
+ * that cannot be copied into a std::string is a std::bad_alloc. There are no
+ * overloads that store an error: whoever prefers codes calls the C API with
+ * get(). A callback is called from C and must not throw: what this header throws
+ * is caught inside it, as above.
+ *
+ * @par Threads
+ * As in the C API: the thread of the application's main loop.
+ *
+ * @par Ownership
+ * An owner releases its handle when it is destroyed, moved to or assigned to.
+ * It can be moved, not copied. One that was moved from or released owns nothing;
+ * its other members then throw #SVCMGR_ERROR_INVALID_PARAMETER. As with the C
+ * API, nothing is released while the service manager is not installed.
+ */
+#ifndef KORVANE_SVCMGR_HPP_
+#define KORVANE_SVCMGR_HPP_
+
+#include <korvane_svcmgr.h>
+
+#include <cstddef>
+#include <cstdlib>
+#include <iterator>
+#include <memory>
+#include <optional>
+#include <string>
+#include <system_error>
+#include <type_traits>
+#include <utility>
+
+namespace korvane::svcmgr {
+
+/* ---- Errors ------------------------------------------------------------------------------ */
+
+/** What is known of an error code. */
+struct ErrorDescription {
+  const char *name;     ///< the enumerator, "SVCMGR_ERROR_NOT_CONNECTED" for example
+  const char *meaning;  ///< a phrase without a full stop
+};
+
+/** Name and meaning of an error code; "UNKNOWN" when it is none of #korvane_svcmgr_error_e. */
+inline ErrorDescription describe_error(int code) noexcept {
+  switch (static_cast<korvane_svcmgr_error_e>(code)) {
+    case SVCMGR_ERROR_NONE:
+      return {"SVCMGR_ERROR_NONE", "success"};
+    case SVCMGR_ERROR_CONNECTION_FAILED:
+      return {"SVCMGR_ERROR_CONNECTION_FAILED",
+              "the connection could not be started; the service manager does not run"};
+    case SVCMGR_ERROR_OUT_OF_MEMORY:
+      return {"SVCMGR_ERROR_OUT_OF_MEMORY", "memory ran out"};
+    case SVCMGR_ERROR_PERMISSION_DENIED:
+      return {"SVCMGR_ERROR_PERMISSION_DENIED", "the platform or the service manager denies it"};
+    case SVCMGR_ERROR_INVALID_PARAMETER:
+      return {"SVCMGR_ERROR_INVALID_PARAMETER",
+              "an argument is not valid, or no agent provides the category"};
+    case SVCMGR_ERROR_NO_SPACE:
+      return {"SVCMGR_ERROR_NO_SPACE", "the service manager has no space left"};
+    case SVCMGR_ERROR_INVALID_OPERATION:
+      return {"SVCMGR_ERROR_INVALID_OPERATION",
+              "the operation failed in a way that has no code of its own"};
+    case SVCMGR_ERROR_ALREADY_CONNECTED:
+      return {"SVCMGR_ERROR_ALREADY_CONNECTED", "the library is connected already"};
+    case SVCMGR_ERROR_NOT_CONNECTED:
+      return {"SVCMGR_ERROR_NOT_CONNECTED",
+              "the library is not connected, or an update request failed"};
+    case SVCMGR_ERROR_NOT_SUPPORTED:
+      return {"SVCMGR_ERROR_NOT_SUPPORTED",
+              "the service manager is not installed, or the client API level cannot be found"};
+    case SVCMGR_ERROR_INVALID_API_LEVEL:
+      return {"SVCMGR_ERROR_INVALID_API_LEVEL", "the agent API level could not be obtained"};
+    case SVCMGR_ERROR_QEL_DISABLED:
+      return {"SVCMGR_ERROR_QEL_DISABLED", "the QEL scheme is disabled on the device"};
+    case SVCMGR_ERROR_NOT_SUPPORTED_VERSION:
+      return {"SVCMGR_ERROR_NOT_SUPPORTED_VERSION",
+              "the installed service manager is too old for this, or its version cannot be read"};
+    case SVCMGR_ERROR_SERVICE_CODE_6:
+      return {"SVCMGR_ERROR_SERVICE_CODE_6",
+              "the service manager ended the request with its result 6"};
+    case SVCMGR_ERROR_OUT_OF_INDEX:
+      return {"SVCMGR_ERROR_OUT_OF_INDEX", "an index lies outside its list"};
+    case SVCMGR_ERROR_UPDATE_IN_PROGRESS:
+      return {"SVCMGR_ERROR_UPDATE_IN_PROGRESS", "the service manager is already updating"};
+  }
+  return {"UNKNOWN", "a code that has no name"};
+}
+
+/** The category of #korvane_svcmgr_error_e; see error_category(). */
+class ErrorCategory : public std::error_category {
+ public:
+  const char *name() const noexcept override { return "korvane_svcmgr"; }
+  std::string message(int code) const override { return describe_error(code).meaning; }
+};
+
+/** The one object of the category, shared by all that a process loads. */
+SVCMGR_API inline const std::error_category &error_category() noexcept {
+  static const ErrorCategory category;
+  return category;
+}
+
+/** Throws a std::system_error unless an error code is #SVCMGR_ERROR_NONE. */
+inline void check(int code) {
+  if (code != SVCMGR_ERROR_NONE) throw std::system_error(code, error_category());
+}
+
+}  // namespace korvane::svcmgr
+
+/** Makes `error.code() == SVCMGR_ERROR_NOT_CONNECTED` compile; found beside the enumeration. */
+inline std::error_code make_error_code(korvane_svcmgr_error_e code) noexcept {
+  return {code, korvane::svcmgr::error_category()};
+}
+
+/** An error code of the library converts to a std::error_code. */
+template <>
+struct std::is_error_code_enum<korvane_svcmgr_error_e> : std::true_type {};
+
+namespace korvane::svcmgr {
+
+namespace detail {
+
+/** The value that a function of the C API stores through its last argument. */
+template <typename Value, typename Function, typename... Arguments>
+Value fetch(Function function, Arguments... arguments) {
+  Value value{};
+  check(function(arguments..., &value));
+  return value;
+}
+
+struct Free {
+  void operator()(char *text) const noexcept { std::free(text); }
+};
+
+/** Takes a text over from the C API; none when it is null. */
+inline std::optional<std::string> take_text(char *text) {
+  const std::unique_ptr<char, Free> owner(text);
+  if (text == nullptr) return std::nullopt;
+  return text;
+}
+
+/** As fetch, of a text. */
+template <typename Function, typename... Arguments>
+std::string fetch_text(Function function, Arguments... arguments) {
+  return take_text(fetch<char *>(function, arguments...)).value();
+}
+
+}  // namespace detail
+
+/* ---- Owners ------------------------------------------------------------------------------ */
+
+/** What the owners have in common; create and destroy are the functions of the C API. */
+template <typename Handle, int (*create)(Handle *), int (*destroy)(Handle)>
+class HandleOwner {
+ public:
+  /** Owns a new handle. */
+  HandleOwner() : HandleOwner(detail::fetch<Handle>(create)) {}
+  /** Takes over a handle, one that a callback received for example. It may be null. */
+  explicit HandleOwner(Handle handle) noexcept : handle_(handle) {}
+
+  /** The handle, for calls of the C API; it stays the owner's. */
+  Handle get() const noexcept { return handle_.get(); }
+  /** The handle, which is the caller's from now on. */
+  [[nodiscard]] Handle release() noexcept { return handle_.release(); }
+  /** Whether there is a handle. */
+  explicit operator bool() const noexcept { return handle_ != nullptr; }
+
+ private:
+  struct Destroy {
+    void operator()(Handle handle) const noexcept { destroy(handle); }
+  };
+  std::unique_ptr<std::remove_pointer_t<Handle>, Destroy> handle_;
+};
+
+/** One AI model. Texts are cut as in #korvane_svcmgr_ai_model_info_h. */
+class ModelInfo
+    : public HandleOwner<korvane_svcmgr_ai_model_info_h, korvane_svcmgr_ai_model_info_create,
+                         korvane_svcmgr_ai_model_info_destroy> {
+ public:
+  using HandleOwner::HandleOwner;
+
+  /** @name Texts; none while a text was never set. */
+  ///@{
+  std::optional<std::string> id() const { return text(korvane_svcmgr_ai_model_info_get_id); }
+  std::optional<std::string> version() const {
+    return text(korvane_svcmgr_ai_model_info_get_version);
+  }
+  std::optional<std::string> title() const { return text(korvane_svcmgr_ai_model_info_get_title); }
+  std::optional<std::string> description() const {
+    return text(korvane_svcmgr_ai_model_info_get_description);
+  }
+  ///@}
+
+  /** @name Set a text, replacing an earlier one; what follows a NUL in it is left out. */
+  ///@{
+  void set_id(const std::string &id) {
+    check(korvane_svcmgr_ai_model_info_set_id(get(), id.c_str()));
+  }
+  void set_version(const std::string &version) {
+    check(korvane_svcmgr_ai_model_info_set_version(get(), version.c_str()));
+  }
+  void set_title(const std::string &title) {
+    check(korvane_svcmgr_ai_model_info_set_title(get(), title.c_str()));
+  }
+  void set_description(const std::string &description) {
+    check(korvane_svcmgr_ai_model_info_set_description(get(), description.c_str()));
+  }
+  ///@}
+
+ private:
+  std::optional<std::string> text(int (*getter)(korvane_svcmgr_ai_model_info_h, char **)) const {
+    char *value = nullptr;
+    const int error = getter(get(), &value);
+    if (error != SVCMGR_ERROR_INVALID_OPERATION) check(error);
+    return detail::take_text(value);
+  }
+};
+
+/** One progress report; the values are those of #korvane_svcmgr_ai_progress_h. */
+class Progress : public HandleOwner<korvane_svcmgr_ai_progress_h, korvane_svcmgr_ai_progress_create,
+                                    korvane_svcmgr_ai_progress_destroy> {
+ public:
+  using HandleOwner::HandleOwner;
+
+  /** The service manager's state code, see #korvane_svcmgr_ai_state_e. */
+  int state() const { return detail::fetch<int>(korvane_svcmgr_ai_progress_get_state, get()); }
+  /** Position of the model that the report is about. */
+  int index() const { return detail::fetch<int>(korvane_svcmgr_ai_progress_get_index, get()); }
+  /** Number of models of the request. */
+  int count() const { return detail::fetch<int>(korvane_svcmgr_ai_progress_get_count, get()); }
+  /** How far the model is, in percent. */
+  int percentage() const {
+    return detail::fetch<int>(korvane_svcmgr_ai_progress_get_percentage, get());
+  }
+
+  /** @name Set a value; any is stored. */
+  ///@{
+  void set_state(int state) { check(korvane_svcmgr_ai_progress_set_state(get(), state)); }
+  void set_index(int index) { check(korvane_svcmgr_ai_progress_set_index(get(), index)); }
+  void set_count(int count) { check(korvane_svcmgr_ai_progress_set_count(get(), count)); }
+  void set_percentage(int percentage) {
+    check(korvane_svcmgr_ai_progress_set_percentage(get(), percentage));
+  }
+  ///@}
+};
+
+/* ---- Lists ------------------------------------------------------------------------------- */
+
+/**
+ * Walks over the entries of a list. Each look at an entry makes a copy of it, so
+ * this is an input iterator, though it can be copied and walked again. It is
+ * valid as long as the handle of its list.
+ */
+template <typename Handle, auto entry_at>
+class EntryIterator {
+ public:
+  using iterator_category = std::input_iterator_tag;
+  using value_type = decltype(entry_at(Handle(), 0));
+  using difference_type = std::ptrdiff_t;
+  using reference = value_type;
+
+  /** Keeps an entry for the length of an expression. */
+  class pointer {
+   public:
+    explicit pointer(value_type entry) : entry_(std::move(entry)) {}
+    const value_type *operator->() const noexcept { return &entry_; }
+
+   private:
+    value_type entry_;
+  };
+
+  EntryIterator() = default;
+  EntryIterator(Handle list, int index) noexcept : list_(list), index_(index) {}
+
+  reference operator*() const { return entry_at(list_, index_); }
+  pointer operator->() const { return pointer(**this); }
+  EntryIterator &operator++() noexcept {
+    ++index_;
+    return *this;
+  }
+  EntryIterator operator++(int) noexcept {
+    EntryIterator before = *this;
+    ++index_;
+    return before;
+  }
+  friend bool operator==(const EntryIterator &left, const EntryIterator &right) noexcept {
+    return left.list_ == right.list_ && left.index_ == right.index_;
+  }
+  friend bool operator!=(const EntryIterator &left, const EntryIterator &right) noexcept {
+    return !(left == right);
+  }
+
+ private:
+  Handle list_ = nullptr;
+  int index_ = 0;
+};
+
+/** What the two lists have in common: a range of copies of their entries. */
+template <typename Handle, int (*create)(Handle *), int (*destroy)(Handle),
+          int (*get_size)(Handle, int *), auto entry_at>
+class ListOwner : public HandleOwner<Handle, create, destroy> {
+ public:
+  using HandleOwner<Handle, create, destroy>::HandleOwner;
+  using const_iterator = EntryIterator<Handle, entry_at>;
+  using iterator = const_iterator;
+  using value_type = typename const_iterator::value_type;
+
+  /** The number of entries. */
+  int size() const { return detail::fetch<int>(get_size, this->get()); }
+  bool empty() const { return size() == 0; }
+  /** A copy of one entry; an index outside the list throws #SVCMGR_ERROR_OUT_OF_INDEX. */
+  value_type at(int index) const { return entry_at(this->get(), index); }
+
+  const_iterator begin() const noexcept { return {this->get(), 0}; }
+  /** The end as it is now: what is appended later lies beyond it. */
+  const_iterator end() const { return {this->get(), size()}; }
+};
+
+namespace detail {
+
+inline std::string agent_at(korvane_svcmgr_agent_list_h list, int index) {
+  return fetch_text(korvane_svcmgr_agent_list_get, list, index);
+}
+
+inline ModelInfo model_at(korvane_svcmgr_ai_model_list_h list, int index) {
+  return ModelInfo(
+      fetch<korvane_svcmgr_ai_model_info_h>(korvane_svcmgr_ai_model_list_get, list, index));
+}
+
+}  // namespace detail
+
+/** An ordered list of agent names; a range of std::string. */
+class AgentList : public ListOwner<korvane_svcmgr_agent_list_h, korvane_svcmgr_agent_list_create,
+                                   korvane_svcmgr_agent_list_destroy,
+                                   korvane_svcmgr_agent_list_get_size, detail::agent_at> {
+ public:
+  using ListOwner::ListOwner;
+
+  /** Appends a name; what follows a NUL in it is left out. */
+  void add(const std::string &agent) { check(korvane_svcmgr_agent_list_add(get(), agent.c_str())); }
+};
+
+/** An ordered list of models; a range of ModelInfo. */
+class ModelList
+    : public ListOwner<korvane_svcmgr_ai_model_list_h, korvane_svcmgr_ai_model_list_create,
+                       korvane_svcmgr_ai_model_list_destroy, korvane_svcmgr_ai_model_list_get_size,
+                       detail::model_at> {
+ public:
+  using ListOwner::ListOwner;
+
+  /** Appends a copy of a model. */
+  void add(const ModelInfo &model) { check(korvane_svcmgr_ai_model_list_add(get(), model.get())); }
+};
+
+/* ---- Functions that return what their namesakes of the C API store ------------------------- */
+
+/** See korvane_svcmgr_get_client_api_level(). */
+inline int get_client_api_level() {
+  return detail::fetch<int>(korvane_svcmgr_get_client_api_level);
+}
+
+/** See korvane_svcmgr_get_agent_api_level(). */
+inline int get_agent_api_level() {
+  return detail::fetch<int>(korvane_svcmgr_get_agent_api_level);
+}
+
+/** See korvane_svcmgr_get_license_fulltext(); none when there is no text. */
+inline std::optional<std::string> get_license_fulltext() {
+  return detail::take_text(detail::fetch<char *>(korvane_svcmgr_get_license_fulltext));
+}
+
+/** See korvane_svcmgr_is_being_updated(). */
+inline bool is_being_updated() {
+  return detail::fetch<bool>(korvane_svcmgr_is_being_updated);
+}
+
+}  // namespace korvane::svcmgr
+
+#endif  // KORVANE_SVCMGR_HPP_
