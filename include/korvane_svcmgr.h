@@ -48,6 +48,40 @@
 
 #include <stdbool.h>
 
+/* ---- Version ---------------------------------------------------------------------------- */
+
+/** Changes with what older applications cannot be built or run with. */
+#define KORVANE_SVCMGR_VERSION_MAJOR 1
+/** Changes with what is new. */
+#define KORVANE_SVCMGR_VERSION_MINOR 0
+/** Changes with what is mended. */
+#define KORVANE_SVCMGR_VERSION_PATCH 0
+
+/** A version as one number; a later version is a greater number. Each part is at most 999. */
+#define KORVANE_SVCMGR_MAKE_VERSION(major, minor, patch) ((major)*1000000 + (minor)*1000 + (patch))
+
+/**
+ * The version of this header, to compare:
+ *
+ * @code
+ * #if KORVANE_SVCMGR_VERSION >= KORVANE_SVCMGR_MAKE_VERSION(1, 1, 0)
+ * @endcode
+ */
+#define KORVANE_SVCMGR_VERSION                                                            \
+  KORVANE_SVCMGR_MAKE_VERSION(KORVANE_SVCMGR_VERSION_MAJOR, KORVANE_SVCMGR_VERSION_MINOR, \
+                              KORVANE_SVCMGR_VERSION_PATCH)
+
+/** The version of this header as a text, "1.0.0" for example. */
+#define KORVANE_SVCMGR_VERSION_TEXT                                                       \
+  KORVANE_SVCMGR_VERSION_JOIN(KORVANE_SVCMGR_VERSION_MAJOR, KORVANE_SVCMGR_VERSION_MINOR, \
+                              KORVANE_SVCMGR_VERSION_PATCH)
+
+/** @cond */
+#define KORVANE_SVCMGR_VERSION_JOIN(major, minor, patch) \
+  KORVANE_SVCMGR_VERSION_JOIN_(major, minor, patch)
+#define KORVANE_SVCMGR_VERSION_JOIN_(major, minor, patch) #major "." #minor "." #patch
+/** @endcond */
+
 #if defined(__GNUC__)
 #define SVCMGR_API __attribute__((visibility("default")))
 #else
