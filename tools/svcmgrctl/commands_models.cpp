@@ -5,6 +5,7 @@
 #include "handles.h"
 #include "progress_view.h"
 #include "table.h"
+#include "terminal.h"
 
 namespace korvane::svcmgrctl {
 
@@ -13,15 +14,15 @@ namespace {
 /** A text of a model: how it is called and how it is got. */
 struct Field {
   const char *key;
-  const char *title;
+  TableColumn column;
   int (*getter)(korvane_svcmgr_ai_model_info_h, char **);
 };
 
-constexpr Field kFields[] = {
-    {"id", "ID", korvane_svcmgr_ai_model_info_get_id},
-    {"version", "VERSION", korvane_svcmgr_ai_model_info_get_version},
-    {"title", "TITLE", korvane_svcmgr_ai_model_info_get_title},
-    {"description", "DESCRIPTION", korvane_svcmgr_ai_model_info_get_description},
+const Field kFields[] = {
+    {"id", {"ID", false}, korvane_svcmgr_ai_model_info_get_id},
+    {"version", {"VERSION", false}, korvane_svcmgr_ai_model_info_get_version},
+    {"title", {"TITLE", false}, korvane_svcmgr_ai_model_info_get_title},
+    {"description", {"DESCRIPTION", true}, korvane_svcmgr_ai_model_info_get_description},
 };
 
 using Texts = std::vector<std::optional<std::string>>;  ///< by kFields
@@ -32,14 +33,10 @@ Texts texts_of(korvane_svcmgr_ai_model_info_h model) {
   return texts;
 }
 
-JsonObject json_of(const Texts &model) {
-  JsonObject object;
+Json json_of(const Texts &model) {
+  Json object = Json::object();
   for (std::size_t i = 0; i < model.size(); ++i) {
-    if (model[i]) {
-      object.add(kFields[i].key, *model[i]);
-    } else {
-      object.add_null(kFields[i].key);
-    }
+    object[kFields[i].key] = model[i] ? Json(*model[i]) : Json();
   }
   return object;
 }
@@ -47,17 +44,17 @@ JsonObject json_of(const Texts &model) {
 /** The models as a table of the fields that any of them has. */
 std::string table_of(const std::vector<Texts> &models, std::optional<std::size_t> width) {
   if (models.empty()) return "no models";
-  TableRow titles;
+  std::vector<TableColumn> columns;
   std::vector<TableRow> rows(models.size());
   for (std::size_t i = 0; i < std::size(kFields); ++i) {
     const auto is_set = [i](const Texts &model) { return model[i] && !model[i]->empty(); };
     if (std::none_of(models.begin(), models.end(), is_set)) continue;
-    titles.push_back(kFields[i].title);
+    columns.push_back(kFields[i].column);
     for (std::size_t row = 0; row < rows.size(); ++row) {
       rows[row].push_back(models[row][i].value_or(""));
     }
   }
-  return titles.empty() ? "no models with any text" : format_table(titles, rows, width);
+  return columns.empty() ? "no models with any text" : format_table(columns, rows, width);
 }
 
 /** Throws the Failure of an answer that failed or brought nothing. */
@@ -109,10 +106,9 @@ void show_models(Session &session, const ListRequest &request) {
   ListAnswer answer(session);
   session.call([&] { return request(ListAnswer::handle, &answer); });
   const std::vector<Texts> models = texts_of_list(answer.wait());
-  std::vector<JsonObject> objects;
-  std::transform(models.begin(), models.end(), std::back_inserter(objects), json_of);
-  const Output &output = session.output();
-  output.succeed(table_of(models, output.terminal_width()), JsonObject().add("models", objects));
+  Json objects = Json::array();
+  for (const Texts &model : models) objects.push_back(json_of(model));
+  session.output().succeed(table_of(models, terminal_width()), {{"models", objects}});
 }
 
 /** The reports of a request that changes models. */

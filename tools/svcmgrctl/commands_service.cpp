@@ -12,7 +12,7 @@ namespace {
 void show_level(Session &session, int (*get_level)(int *)) {
   int level = 0;
   session.call([&] { return get_level(&level); });
-  session.output().succeed(std::to_string(level), JsonObject().add("level", level));
+  session.output().succeed(std::to_string(level), {{"level", level}});
 }
 
 /** How the update of agents goes that this session asked for. */
@@ -75,9 +75,9 @@ void run_license(Session &session, const Arguments &) {
   session.call([&] { return korvane_svcmgr_get_license_fulltext(&text); });
   const HeapText owner(text);
   if (text == nullptr) {
-    session.output().succeed("There is no licence text.", JsonObject().add_null("license"));
+    session.output().succeed("There is no licence text.", {{"license", nullptr}});
   } else {
-    session.output().succeed(text, JsonObject().add("license", text));
+    session.output().succeed(text, {{"license", text}});
   }
 }
 
@@ -85,7 +85,7 @@ void run_is_updating(Session &session, const Arguments &) {
   session.connect();
   bool updating = false;
   session.call([&] { return korvane_svcmgr_is_being_updated(&updating); });
-  session.output().succeed(updating ? "yes" : "no", JsonObject().add("updating", updating));
+  session.output().succeed(updating ? "yes" : "no", {{"updating", updating}});
 }
 
 void run_update(Session &session, const Arguments &arguments) {

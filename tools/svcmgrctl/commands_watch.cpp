@@ -54,7 +54,7 @@ void run_connect(Session &session, const Arguments &arguments) {
     return;
   }
   session.connect();
-  session.output().succeed("connected", JsonObject().add("connected", true));
+  session.output().succeed("connected", {{"connected", true}});
 }
 
 void run_watch(Session &session, const Arguments &arguments) {

@@ -76,8 +76,8 @@ CodeText describe(const Entry (&table)[kSize], int code) {
 
 }  // namespace
 
-void CodeText::add_to(JsonObject &object) const {
-  object.add("name", name).add("code", code).add("meaning", meaning);
+Json CodeText::to_json() const {
+  return {{"name", name}, {"code", code}, {"meaning", meaning}};
 }
 
 CodeText describe_error(int code) {

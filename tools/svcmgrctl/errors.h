@@ -2,11 +2,12 @@
 #define KORVANE_SVCMGRCTL_ERRORS_H_
 
 #include <exception>
+#include <nlohmann/json.hpp>
 #include <string>
 
-#include "json.h"
-
 namespace korvane::svcmgrctl {
+
+using Json = nlohmann::ordered_json;
 
 /** What is shown of a code of the library: its value, its name and what it means. */
 struct CodeText {
@@ -14,8 +15,7 @@ struct CodeText {
   std::string name;
   std::string meaning;
 
-  /** Adds the members name, code and meaning. */
-  void add_to(JsonObject &object) const;
+  Json to_json() const;
 };
 
 CodeText describe_error(int code);

@@ -1,17 +1,14 @@
 #include "output.h"
 
-#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <cstdio>
 
-#include "text.h"
+#include "terminal.h"
 
 namespace korvane::svcmgrctl {
 
 namespace {
-
-constexpr std::size_t kUsualWidth = 80;
 
 void write_now(std::FILE *stream, const std::string &text) {
   std::fwrite(text.data(), 1, text.size(), stream);
@@ -19,35 +16,35 @@ void write_now(std::FILE *stream, const std::string &text) {
 }
 
 std::string human_line(const std::string &text) {
-  const std::string line = encode_utf8(printable(decode_utf8(text)));
+  const std::string line = printable(text);
   return line.back() == '\n' ? line : line + '\n';
 }
 
-JsonObject outcome(bool ok) {
-  JsonObject object;
-  object.add("ok", ok);
-  return object;
+/** ASCII alone, so that no text of the service manager can drive a terminal. */
+std::string json_line(const Json &json) {
+  return json.dump(-1, ' ', true, Json::error_handler_t::replace) + '\n';
 }
 
 }  // namespace
 
-void Output::report(const std::string &human, const JsonObject &json) const {
+void Output::report(const std::string &human, const Json &json) const {
   if (json_) {
-    write_now(stdout, json.text() + '\n');
+    write_now(stdout, json_line(json));
   } else if (!human.empty()) {
     write_now(stdout, human_line(human));
   }
 }
 
 void Output::event(const char *kind, const CodeText &text) const {
-  JsonObject object;
-  object.add("event", kind);
-  text.add_to(object);
+  Json object = {{"event", kind}};
+  object.update(text.to_json());
   report(text.meaning, object);
 }
 
-void Output::succeed(const std::string &human, const JsonObject &result) const {
-  report(human, outcome(true).merge(result));
+void Output::succeed(const std::string &human, const Json &result) const {
+  Json object = {{"ok", true}};
+  object.update(result);
+  report(human, object);
 }
 
 void Output::fail(const CodeText &error) const {
@@ -59,20 +56,11 @@ std::string Output::failure_text(const CodeText &error) const {
     return human_line("svcmgrctl: " + command_ + ": " + error.name + " (" +
                       std::to_string(error.code) + "): " + error.meaning);
   }
-  JsonObject description;
-  error.add_to(description);
-  return outcome(false).add("command", command_).add("error", description).text() + '\n';
+  return json_line({{"ok", false}, {"command", command_}, {"error", error.to_json()}});
 }
 
 int Output::failure_descriptor() const {
   return json_ ? STDOUT_FILENO : STDERR_FILENO;
-}
-
-std::optional<std::size_t> Output::terminal_width() const {
-  if (json_ || isatty(STDOUT_FILENO) == 0) return std::nullopt;
-  winsize size = {};
-  if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0) return kUsualWidth;
-  return size.ws_col;
 }
 
 void Output::draw(const std::string &text) const {

@@ -1,12 +1,9 @@
 #ifndef KORVANE_SVCMGRCTL_OUTPUT_H_
 #define KORVANE_SVCMGRCTL_OUTPUT_H_
 
-#include <cstddef>
-#include <optional>
 #include <string>
 
 #include "errors.h"
-#include "json.h"
 
 namespace korvane::svcmgrctl {
 
@@ -19,22 +16,19 @@ class Output {
 
   /** Writes the one or the other, at once; an empty human text is nothing. Any bytes are harmless.
    */
-  void report(const std::string &human, const JsonObject &json) const;
+  void report(const std::string &human, const Json &json) const;
 
   /** Tells of a code of the library: an event called kind, in JSON. */
   void event(const char *kind, const CodeText &text) const;
 
   /** The last words of a command that succeeded; result gets the member ok in front. */
-  void succeed(const std::string &human, const JsonObject &result = {}) const;
+  void succeed(const std::string &human, const Json &result = Json::object()) const;
 
   void fail(const CodeText &error) const;
 
   /** What fail() writes, and to which descriptor, for those who must write it themselves. */
   std::string failure_text(const CodeText &error) const;
   int failure_descriptor() const;
-
-  /** Columns of the terminal that stdout is; none when it is no terminal, or for JSON. */
-  std::optional<std::size_t> terminal_width() const;
 
   /** Writes a text without a line feed to the terminal, as it is. */
   void draw(const std::string &text) const;

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <cstdint>
 
-#include "text.h"
+#include "terminal.h"
 
 namespace korvane::svcmgrctl {
 
@@ -31,16 +31,17 @@ std::string bar(int percentage, std::size_t columns) {
 }
 
 /** The bar with what belongs to it, in fewer columns than the terminal has: none may scroll it. */
-std::string bar_line(const std::u32string &label, const Progress &progress, std::size_t width) {
-  const std::string state = how_far(progress);
-  const std::size_t indent = state.size() < kStateWidth ? kStateWidth - state.size() : 0;
-  std::u32string text = label + std::u32string(indent + 2, U' ') + decode_utf8(state);
-  const std::size_t taken = display_width(text) + kBarFrame;
+std::string bar_line(const std::string &label, const Progress &progress, std::size_t width) {
+  const std::string progressed = how_far(progress);
+  const std::size_t indent = kStateWidth - std::min(kStateWidth, progressed.size());
+  const std::string state = std::string(indent + 2, ' ') + progressed;
+  const std::size_t taken = display_width(label) + state.size() + kBarFrame;
   if (taken + kSmallestBar <= width) {
-    return encode_utf8(text) + bar(progress.percentage, std::min(width - taken, kLargestBar));
+    return shortened(label, width) + state +
+           bar(progress.percentage, std::min(width - taken, kLargestBar));
   }
-  while (!text.empty() && display_width(text) >= width) text.erase(0, 1);
-  return encode_utf8(text);
+  const std::size_t room = width - std::min(width, state.size() + 1);
+  return shortened(shortened(label, room) + state, width - 1);
 }
 
 }  // namespace
@@ -72,10 +73,13 @@ std::string ProgressView::label(const Progress &progress) const {
 }
 
 void ProgressView::tell(const Progress &progress) const {
-  JsonObject object;
-  object.add("event", "progress").add("model", name(progress)).add("result", progress.result);
-  object.add("state", progress.state).add("index", progress.index).add("count", progress.count);
-  object.add("percentage", progress.percentage);
+  const Json object = {{"event", "progress"},
+                       {"model", name(progress)},
+                       {"result", progress.result},
+                       {"state", progress.state},
+                       {"index", progress.index},
+                       {"count", progress.count},
+                       {"percentage", progress.percentage}};
   output_.report(label(progress) + ": " + how_far(progress), object);
 }
 
@@ -88,13 +92,11 @@ void ProgressView::remove_bar(bool leave_line) {
 
 void ProgressView::show(const Progress &progress) {
   remove_bar(drawn_ && drawn_->index != progress.index);
-  const auto width = output_.terminal_width();
-  if (!width || progress.ends_model()) {
+  if (output_.is_json() || !terminal_can_redraw() || progress.ends_model()) {
     tell(progress);
     return;
   }
-  const std::u32string text = printable(decode_utf8(label(progress)));
-  output_.draw(bar_line(text, progress, *width));
+  output_.draw(bar_line(label(progress), progress, *terminal_width()));
   drawn_ = progress;
 }
 

@@ -8,13 +8,18 @@
 
 namespace korvane::svcmgrctl {
 
+struct TableColumn {
+  std::string title;
+  bool wraps;  ///< its texts may be spread over several lines
+};
+
 using TableRow = std::vector<std::string>;
 
 /**
- * Lays rows out under their titles, in aligned columns. When that is wider than width, each row
- * becomes a block of its own with one title and text a line, wrapped, so that nothing is cut.
+ * Lays rows out under their titles, in aligned columns. Where that is wider than width, the columns
+ * that may do so wrap; nothing is ever cut.
  */
-std::string format_table(const TableRow &titles, const std::vector<TableRow> &rows,
+std::string format_table(const std::vector<TableColumn> &columns, const std::vector<TableRow> &rows,
                          std::optional<std::size_t> width);
 
 }  // namespace korvane::svcmgrctl
