@@ -1,95 +1,137 @@
 /*
- * Connects to the service manager, lists the AI models, and updates the first one.
- *
- * KORVANE_DEVICE and KORVANE_APP_ID name the device and this application.
+ * Lists the AI models that the application can use, updates the first one to its newest version,
+ * and lists them again.
  */
+#include <errno.h>
 #include <korvane_host.h>
 #include <korvane_svcmgr.h>
+#include <stdbool.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <string.h>
 
-static int exit_status = EXIT_FAILURE;
+/* For the next answer. The reports of an update are answers, too; a service manager that was
+   restarted gives none. */
+static const int kLongestWaitMs = 60000;
 
-/* Every answer comes in a callback, and every callback comes from inside the main loop. */
-static void finish(int status) {
-  exit_status = status;
-  korvane_host_main_loop_quit();
+/* What every callback gets as its user data. */
+typedef struct {
+  bool updated; /* the first model was */
+  bool finished;
+  int status;
+} Job;
+
+static void finish(Job *job, int status) {
+  job->finished = true;
+  job->status = status;
 }
 
-static int succeeded(int error, const char *what) {
-  if (error == SVCMGR_ERROR_NONE) return 1;
-  fprintf(stderr, "%s: error %d\n", what, error);
-  finish(EXIT_FAILURE);
-  return 0;
+/* Ends the job unless error is SVCMGR_ERROR_NONE. */
+static bool check(Job *job, int error, const char *what) {
+  if (error == SVCMGR_ERROR_NONE) return true;
+  fprintf(stderr, "%s: error %d, see korvane_svcmgr_error_e\n", what, error);
+  finish(job, EXIT_FAILURE);
+  return false;
 }
+
+static void on_models(int result, korvane_svcmgr_ai_model_list_h models, void *user_data);
 
 /* Called for every report of the update; each report is ours to destroy. */
 static void on_progress(int result, korvane_svcmgr_ai_progress_h progress, void *user_data) {
+  Job *job = user_data;
   int state = 0, percentage = 0;
-  (void)user_data;
-  if (progress != NULL) {
-    korvane_svcmgr_ai_progress_get_state(progress, &state);
-    korvane_svcmgr_ai_progress_get_percentage(progress, &percentage);
-    korvane_svcmgr_ai_progress_destroy(progress);
-  } else if (result == SVCMGR_ERROR_NONE) {
-    result = SVCMGR_ERROR_OUT_OF_MEMORY;
+  if (check(job, result, "update") &&
+      check(job, korvane_svcmgr_ai_progress_get_state(progress, &state), "progress") &&
+      check(job, korvane_svcmgr_ai_progress_get_percentage(progress, &percentage), "progress")) {
+    printf("%d %%\n", percentage);
+    fflush(stdout);
+    job->updated = state == SVCMGR_AI_STATE_COMPLETED;
+    if (job->updated)
+      check(job, korvane_svcmgr_ai_request_usable_model_list(on_models, job), "list of models");
+    if (state == SVCMGR_AI_STATE_FAILED) check(job, SVCMGR_ERROR_INVALID_OPERATION, "update");
   }
-  if (!succeeded(result, "update")) return;
-  printf("%d %%\n", percentage);
-  if (state == SVCMGR_AI_STATE_COMPLETED) finish(EXIT_SUCCESS);
-  if (state == SVCMGR_AI_STATE_FAILED) succeeded(SVCMGR_ERROR_INVALID_OPERATION, "update");
+  if (progress != NULL) korvane_svcmgr_ai_progress_destroy(progress);
 }
 
-/* Texts from the library are copies, released with free(). Not every model has a title. */
-static void print_model(korvane_svcmgr_ai_model_info_h model) {
-  char *id = NULL, *title = NULL;
-  korvane_svcmgr_ai_model_info_get_id(model, &id);
-  korvane_svcmgr_ai_model_info_get_title(model, &title);
-  printf("%s: %s\n", id != NULL ? id : "(no ID)", title != NULL ? title : "(no title)");
-  free(id);
-  free(title);
-}
-
-/* Asks for an update of one model. The request copies what it needs of the list. */
-static void update(korvane_svcmgr_ai_model_info_h model) {
+/*
+ * A model without a version stands for the newest one. What came with the list does not serve: its
+ * version is the installed one, and an update to that changes nothing.
+ */
+static void update_to_newest(Job *job, const char *id) {
+  korvane_svcmgr_ai_model_info_h model = NULL;
   korvane_svcmgr_ai_model_list_h wanted = NULL;
-  if (!succeeded(korvane_svcmgr_ai_model_list_create(&wanted), "list")) return;
-  if (succeeded(korvane_svcmgr_ai_model_list_add(wanted, model), "list"))
-    succeeded(korvane_svcmgr_ai_request_to_update(wanted, on_progress, NULL), "update");
-  korvane_svcmgr_ai_model_list_destroy(wanted);
+  int error = korvane_svcmgr_ai_model_info_create(&model);
+  if (error == SVCMGR_ERROR_NONE) error = korvane_svcmgr_ai_model_info_set_id(model, id);
+  if (error == SVCMGR_ERROR_NONE) error = korvane_svcmgr_ai_model_list_create(&wanted);
+  if (error == SVCMGR_ERROR_NONE) error = korvane_svcmgr_ai_model_list_add(wanted, model);
+  if (error == SVCMGR_ERROR_NONE)
+    error = korvane_svcmgr_ai_request_to_update(wanted, on_progress, job);
+  check(job, error, "request of the update");
+  /* List and request made copies of what they were given. */
+  if (wanted != NULL) korvane_svcmgr_ai_model_list_destroy(wanted);
+  if (model != NULL) korvane_svcmgr_ai_model_info_destroy(model);
 }
 
-/* The list is ours to destroy, and so is every model taken from it. */
-static void on_models(int result, korvane_svcmgr_ai_model_list_h list, void *user_data) {
-  int size = 0;
-  (void)user_data;
-  if (succeeded(result, "models") &&
-      succeeded(korvane_svcmgr_ai_model_list_get_size(list, &size), "models") && size == 0)
-    finish(EXIT_SUCCESS); /* nothing to update */
-  for (int i = 0; i < size; ++i) {
-    korvane_svcmgr_ai_model_info_h model = NULL;
-    if (!succeeded(korvane_svcmgr_ai_model_list_get(list, i, &model), "models")) break;
-    print_model(model);
-    if (i == 0) update(model);
-    korvane_svcmgr_ai_model_info_destroy(model);
+/* Prints one entry of the list. Entry and texts are copies that are ours to release. */
+static void show_model(Job *job, korvane_svcmgr_ai_model_list_h models, int index) {
+  korvane_svcmgr_ai_model_info_h model = NULL;
+  char *id = NULL, *version = NULL;
+  if (check(job, korvane_svcmgr_ai_model_list_get(models, index, &model), "model") &&
+      check(job, korvane_svcmgr_ai_model_info_get_id(model, &id), "ID of a model") &&
+      check(job, korvane_svcmgr_ai_model_info_get_version(model, &version), "version of a model")) {
+    printf("%s %s\n", id, version);
+    if (index == 0 && !job->updated) update_to_newest(job, id);
   }
-  if (list != NULL) korvane_svcmgr_ai_model_list_destroy(list);
+  free(id);
+  free(version);
+  if (model != NULL) korvane_svcmgr_ai_model_info_destroy(model);
 }
 
-/* A connection that is rejected or lost ends this program; the library would reconnect by itself.
+/* The list is ours to destroy, whatever the result. */
+static void on_models(int result, korvane_svcmgr_ai_model_list_h models, void *user_data) {
+  Job *job = user_data;
+  int size = 0;
+  if (check(job, result, "list of models") &&
+      check(job, korvane_svcmgr_ai_model_list_get_size(models, &size), "list of models")) {
+    if (size == 0) puts("no models");
+    for (int i = 0; i < size && !job->finished; ++i) show_model(job, models, i);
+    if (!job->finished && (job->updated || size == 0)) finish(job, EXIT_SUCCESS);
+  }
+  if (models != NULL) korvane_svcmgr_ai_model_list_destroy(models);
+}
+
+/*
+ * After a loss the library reconnects by itself, but what was asked before stays unanswered: this
+ * program ends then.
  */
 static void on_connection(int result, korvane_svcmgr_connection_state_e state, void *user_data) {
-  (void)user_data;
-  if (!succeeded(result, "connection")) return;
-  if (state == SVCMGR_CONNECTION_CONNECTED)
-    succeeded(korvane_svcmgr_ai_request_usable_model_list(on_models, NULL), "models");
-  else
-    succeeded(SVCMGR_ERROR_NOT_CONNECTED, "connection");
+  Job *job = user_data;
+  if (state == SVCMGR_CONNECTION_DISCONNECTED) result = SVCMGR_ERROR_NOT_CONNECTED;
+  if (check(job, result, "connection"))
+    check(job, korvane_svcmgr_ai_request_usable_model_list(on_models, job), "list of models");
 }
 
-int main(void) {
-  if (!succeeded(korvane_svcmgr_connect(on_connection, NULL), "connect")) return EXIT_FAILURE;
-  succeeded(korvane_host_main_loop_run(), "main loop");
+/* All callbacks come from inside the main loop: on a workstation, from a step of it. */
+static void run_main_loop(Job *job) {
+  while (!job->finished) {
+    const int delivered = korvane_host_main_loop_step(kLongestWaitMs);
+    if (delivered == 0) {
+      fputs("no answer; an update that was begun goes on in the service manager\n", stderr);
+      finish(job, EXIT_FAILURE);
+    } else if (delivered < 0 && delivered != -EINTR) {
+      fprintf(stderr, "main loop: %s\n", strerror(-delivered));
+      finish(job, EXIT_FAILURE);
+    }
+  }
+}
+
+int main(int argc, char **argv) {
+  Job job = {false, false, EXIT_FAILURE};
+  if (argc > 1) {
+    fprintf(stderr, "usage: KORVANE_DEVICE=DIRECTORY KORVANE_APP_ID=APPLICATION %s\n", argv[0]);
+    return EXIT_FAILURE;
+  }
+  if (check(&job, korvane_svcmgr_connect(on_connection, &job), "connect")) run_main_loop(&job);
   korvane_svcmgr_disconnect();
-  return exit_status;
+  return job.status;
 }

@@ -1,100 +1,129 @@
-// Connects to the service manager, lists the AI models, and updates the first one.
-// KORVANE_DEVICE and KORVANE_APP_ID name the device and this application.
+// Lists the AI models that the application can use, updates the first one to its newest version,
+// and lists them again.
 #include <korvane_host.h>
-#include <korvane_svcmgr.h>
+#include <korvane_svcmgr.hpp>
 
+#include <cerrno>
 #include <cstdlib>
+#include <exception>
 #include <iostream>
-#include <memory>
+#include <stdexcept>
+#include <string>
+#include <system_error>
 
 namespace {
 
-// Every handle and text that the library hands out is ours to release; an owner does so in time.
-struct Release {
-  void operator()(korvane_svcmgr_ai_model_info_h h) { korvane_svcmgr_ai_model_info_destroy(h); }
-  void operator()(korvane_svcmgr_ai_model_list_h h) { korvane_svcmgr_ai_model_list_destroy(h); }
-  void operator()(korvane_svcmgr_ai_progress_h h) { korvane_svcmgr_ai_progress_destroy(h); }
-  void operator()(char *text) { std::free(text); }
-};
-template <typename Type>
-using Owner = std::unique_ptr<Type, Release>;
+using korvane::svcmgr::check;
+using korvane::svcmgr::ModelInfo;
+using korvane::svcmgr::ModelList;
+using korvane::svcmgr::Progress;
 
-// Connected as long as it lives. The callbacks come from inside the main loop and must not throw.
+// For the next answer. The reports of an update are answers, too; a service manager that was
+// restarted gives none.
+constexpr int kLongestWaitMs = 60000;
+
+// Connected as long as it lives.
 class Updater {
  public:
-  Updater() { expect(korvane_svcmgr_connect(on_connection, this), "connect"); }
+  Updater() { check(korvane_svcmgr_connect(on_connection, this), "connect"); }
   ~Updater() { korvane_svcmgr_disconnect(); }
-  Updater(Updater &&) = delete;
+  Updater(const Updater &) = delete;
+  Updater &operator=(const Updater &) = delete;
 
-  int run() { return expect(korvane_host_main_loop_run(), "main loop") ? status_ : EXIT_FAILURE; }
-
- private:
-  void succeed() {
-    status_ = EXIT_SUCCESS;
-    korvane_host_main_loop_quit();
-  }
-
-  bool expect(int error, const char *what) {
-    if (error == SVCMGR_ERROR_NONE) return true;
-    std::cerr << what << ": error " << error << '\n';
-    korvane_host_main_loop_quit();
-    return false;
-  }
-
-  // A rejected or lost connection ends this program; the library would reconnect by itself.
-  static void on_connection(int result, korvane_svcmgr_connection_state_e state, void *data) {
-    auto &self = *static_cast<Updater *>(data);
-    if (result == SVCMGR_ERROR_NONE && state != SVCMGR_CONNECTION_CONNECTED)
-      result = SVCMGR_ERROR_NOT_CONNECTED;
-    if (self.expect(result, "connection"))
-      self.expect(korvane_svcmgr_ai_request_usable_model_list(on_models, data), "models");
-  }
-
-  static void on_models(int result, korvane_svcmgr_ai_model_list_h handle, void *data) {
-    const Owner<korvane_svcmgr_ai_model_list_s> list(handle);
-    auto &self = *static_cast<Updater *>(data);
-    int size = 0;
-    if (!self.expect(result, "models") ||
-        !self.expect(korvane_svcmgr_ai_model_list_get_size(handle, &size), "models"))
-      return;
-    if (size == 0) self.succeed();  // nothing to update
-    for (int i = 0; i < size; ++i) {
-      korvane_svcmgr_ai_model_info_h info = nullptr;
-      if (!self.expect(korvane_svcmgr_ai_model_list_get(handle, i, &info), "models")) return;
-      const Owner<korvane_svcmgr_ai_model_info_s> model(info);
-      char *id = nullptr;
-      if (!self.expect(korvane_svcmgr_ai_model_info_get_id(info, &id), "models")) return;
-      std::cout << Owner<char>(id).get() << '\n';
-      if (i == 0) self.update(info);
+  // All callbacks come from inside the main loop: on a workstation, from a step of it.
+  void run() {
+    while (!finished_) {
+      const int delivered = korvane_host_main_loop_step(kLongestWaitMs);
+      if (error_) std::rethrow_exception(error_);
+      if (delivered == 0) {
+        throw std::runtime_error(
+            "no answer; an update that was begun goes on in the service manager");
+      }
+      if (delivered < 0 && delivered != -EINTR) {
+        throw std::system_error(-delivered, std::generic_category(), "main loop");
+      }
     }
   }
 
-  void update(korvane_svcmgr_ai_model_info_h model) {
-    korvane_svcmgr_ai_model_list_h handle = nullptr;
-    if (!expect(korvane_svcmgr_ai_model_list_create(&handle), "list")) return;
-    const Owner<korvane_svcmgr_ai_model_list_s> wanted(handle);
-    if (expect(korvane_svcmgr_ai_model_list_add(handle, model), "list"))
-      expect(korvane_svcmgr_ai_request_to_update(handle, on_progress, this), "update");
+ private:
+  // A callback is called from C and must not throw: what its body throws comes out of run().
+  template <typename Body>
+  static void guard(void *user_data, Body body) noexcept {
+    auto &self = *static_cast<Updater *>(user_data);
+    try {
+      body(self);
+    } catch (...) {
+      self.error_ = std::current_exception();
+    }
   }
 
-  static void on_progress(int result, korvane_svcmgr_ai_progress_h handle, void *data) {
-    const Owner<korvane_svcmgr_ai_progress_s> progress(handle);
-    auto &self = *static_cast<Updater *>(data);
-    int state = 0, percentage = 0;
-    if (!self.expect(result, "update") ||
-        !self.expect(korvane_svcmgr_ai_progress_get_state(handle, &state), "update") ||
-        !self.expect(korvane_svcmgr_ai_progress_get_percentage(handle, &percentage), "update"))
-      return;
-    std::cout << percentage << " %" << std::endl;
-    if (state == SVCMGR_AI_STATE_FAILED) self.expect(SVCMGR_ERROR_INVALID_OPERATION, "update");
-    if (state == SVCMGR_AI_STATE_COMPLETED) self.succeed();
+  // After a loss the library reconnects by itself, but what was asked before stays unanswered: this
+  // program ends then.
+  static void on_connection(int result, korvane_svcmgr_connection_state_e state, void *user_data) {
+    guard(user_data, [=](Updater &self) {
+      check(result, "connection");
+      if (state != SVCMGR_CONNECTION_CONNECTED) throw std::runtime_error("the connection was lost");
+      self.list();
+    });
   }
 
-  int status_ = EXIT_FAILURE;
+  void list() {
+    check(korvane_svcmgr_ai_request_usable_model_list(on_models, this), "list of models");
+  }
+
+  // The handle is ours, whatever the result.
+  static void on_models(int result, korvane_svcmgr_ai_model_list_h handle, void *user_data) {
+    guard(user_data, [=](Updater &self) {
+      const ModelList models(handle);
+      check(result, "list of models");
+      if (models.empty()) std::cout << "no models\n";
+      for (const ModelInfo &model : models) {
+        std::cout << model.id().value_or("(no ID)") << ' ' << model.version().value_or("(none)")
+                  << '\n';
+      }
+      self.finished_ = self.updated_ || models.empty();
+      if (!self.finished_) self.update_to_newest(models.at(0).id().value());
+    });
+  }
+
+  // A model without a version stands for the newest one. What came with the list does not serve:
+  // its version is the installed one, and an update to that changes nothing.
+  void update_to_newest(const std::string &id) {
+    ModelInfo model;
+    model.set_id(id);
+    ModelList wanted;
+    wanted.add(model);
+    check(korvane_svcmgr_ai_request_to_update(wanted.get(), on_progress, this), "update");
+  }
+
+  // Called for every report of the update.
+  static void on_progress(int result, korvane_svcmgr_ai_progress_h handle, void *user_data) {
+    guard(user_data, [=](Updater &self) {
+      const Progress progress(handle);
+      check(result, "update");
+      std::cout << progress.percentage() << " %" << std::endl;
+      if (progress.state() == SVCMGR_AI_STATE_FAILED)
+        check(SVCMGR_ERROR_INVALID_OPERATION, "update");
+      self.updated_ = progress.state() == SVCMGR_AI_STATE_COMPLETED;
+      if (self.updated_) self.list();
+    });
+  }
+
+  bool updated_ = false;
+  bool finished_ = false;
+  std::exception_ptr error_;
 };
 
 }  // namespace
 
-int main() {
-  return Updater().run();
+int main(int argc, char **argv) try {
+  if (argc > 1) {
+    std::cerr << "usage: KORVANE_DEVICE=DIRECTORY KORVANE_APP_ID=APPLICATION " << argv[0] << '\n';
+    return EXIT_FAILURE;
+  }
+  Updater().run();
+  return EXIT_SUCCESS;
+} catch (const std::exception &error) {
+  std::cerr << error.what() << '\n';
+  return EXIT_FAILURE;
 }

@@ -125,6 +125,11 @@ inline void check(int code) {
   if (code != SVCMGR_ERROR_NONE) throw std::system_error(code, error_category());
 }
 
+/** The same; the exception's what() begins with a text that says what was tried. */
+inline void check(int code, const char *tried) {
+  if (code != SVCMGR_ERROR_NONE) throw std::system_error(code, error_category(), tried);
+}
+
 }  // namespace korvane::svcmgr
 
 /** Makes `error.code() == SVCMGR_ERROR_NOT_CONNECTED` compile; found beside the enumeration. */

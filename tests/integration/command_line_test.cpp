@@ -86,7 +86,11 @@ TEST_F(CommandLineTest, TheEmulatorRefusesWhatItCannotDo) {
 
 TEST_F(CommandLineTest, ExamplesRunToTheirEnd) {
   for (const char *example : {EXAMPLE_C, EXAMPLE_CPP}) {
-    check(example, {{}, {}, 0, "vision.detect"});
+    const std::string model = "vision.detect";
+    check(SVCMGRCTL, {{}, {"models", "update", model + "@1.0.0"}, 0, "completed"});
+    check(example, {{}, {}, 0, model + " 1.0.0\n"});
+    check(SVCMGRCTL, {{}, {"models", "list", "--json"}, 0, model + R"(","version":"2.0.0")"});
+    check(example, {{}, {}, 0, model + " 2.0.0\n"});
     check(example, {{"reply", "RequestToUpdate", "5"}, {}, 1, ""});
     control({"reply", "RequestToUpdate", "default"});
   }

@@ -113,9 +113,13 @@ TEST_F(CppHeaderTest, FailuresAreThrownWithTheirCode) {
   EXPECT_EQ(thrown_by([] { AgentList(); }), SVCMGR_ERROR_NOT_SUPPORTED);
   platform.repair();
 
-  const std::error_code error = SVCMGR_ERROR_NO_SPACE;
-  EXPECT_EQ(error.message(), "the service manager has no space left");
-  EXPECT_STREQ(korvane::svcmgr::describe_error(error.value()).name, "SVCMGR_ERROR_NO_SPACE");
+  try {
+    korvane::svcmgr::check(SVCMGR_ERROR_NO_SPACE, "update");
+    ADD_FAILURE() << "nothing was thrown";
+  } catch (const std::system_error &error) {
+    EXPECT_STREQ(error.what(), "update: the service manager has no space left");
+  }
+  EXPECT_STREQ(korvane::svcmgr::describe_error(-28).name, "SVCMGR_ERROR_NO_SPACE");
   EXPECT_STREQ(korvane::svcmgr::describe_error(7).name, "UNKNOWN");
 }
 
