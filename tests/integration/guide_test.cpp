@@ -1,0 +1,59 @@
+// The programs of README and guide do what their text says of them.
+#include <gmock/gmock.h>
+
+#include <cstdlib>
+
+#include "service_fixture.h"
+
+void update_to_newest(const std::string &id);
+
+namespace {
+
+using testing::HasSubstr;
+
+class GuideTest : public ServiceTest {
+ protected:
+  /** Of a program's output only what it prints itself. */
+  GuideTest() { setenv("KORVANE_LOG", "none", 1); }
+};
+
+TEST_F(GuideTest, TheFirstProgramTellsTheAgentApiLevel) {
+  const Finished finished = run_program({SNIPPET_AGENT_LEVEL});
+  EXPECT_EQ(finished.status, 0);
+  EXPECT_EQ(finished.output, "result 0, agent API level 13\n");
+}
+
+TEST_F(GuideTest, ThePollLoopConnectsWhereTheLibraryDoesNotAndSeesWhatIsNotTold) {
+  kill_emulator();
+  ChildProcess program;
+  program.start({SNIPPET_STAY_CONNECTED});
+  start_emulator();
+  EXPECT_EQ(program.read_line(), "connected") << "after a first connection that failed";
+
+  control({"update"});
+  control({"restart"});
+  EXPECT_EQ(program.read_line(), "not connected");
+  EXPECT_EQ(program.read_line(), "connected") << "in silence, after an announced update";
+}
+
+#ifdef SNIPPET_MODELS_GLIB
+TEST_F(GuideTest, TheGlibProgramWaitsForAnAnswerForALimitedTime) {
+  const Finished answered = run_program({SNIPPET_MODELS_GLIB, "60"});
+  EXPECT_EQ(answered.status, 0);
+  EXPECT_EQ(answered.output, "5 models\n");
+
+  control({"silent", "GetUsableModelList"});
+  const Finished unanswered = run_program({SNIPPET_MODELS_GLIB, "1"});
+  EXPECT_EQ(unanswered.status, 1);
+  EXPECT_EQ(unanswered.output, "no answer\n");
+}
+#endif
+
+TEST_F(GuideTest, AModelWithoutAVersionIsUpdatedToTheNewest) {
+  connect();
+  update_to_newest("vision.detect");
+  settle();
+  EXPECT_THAT(run_program({SVCMGRCTL, "models", "list"}).output, HasSubstr("2.0.0"));
+}
+
+}  // namespace
