@@ -1,25 +1,41 @@
+# What `cmake --install` lays down. Everything in it finds its neighbours relative to itself, so that
+# the prefix may be chosen at install time and the tree moved afterwards.
 include(CMakePackageConfigHelpers)
+set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/korvane-svcmgr)
+
+# From a pkg-config file up to the prefix.
+cmake_path(RELATIVE_PATH CMAKE_INSTALL_PREFIX
+  BASE_DIRECTORY ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig OUTPUT_VARIABLE pkgconfig_to_prefix)
+function(korvane_install_pkgconfig name)
+  configure_file(cmake/${name}.pc.in ${name}.pc @ONLY)
+  install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${name}.pc
+    DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+endfunction()
 
 install(TARGETS korvane_svcmgr EXPORT korvane-svcmgr-targets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
-install(FILES include/korvane_svcmgr.h include/korvane_svcmgr.hpp
-  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
-install(EXPORT korvane-svcmgr-targets NAMESPACE korvane::
-  DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/korvane-svcmgr)
-configure_package_config_file(cmake/korvane-svcmgr-config.cmake.in korvane-svcmgr-config.cmake
-  INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/korvane-svcmgr)
-write_basic_package_version_file(korvane-svcmgr-config-version.cmake COMPATIBILITY SameMajorVersion)
-configure_file(cmake/korvane-svcmgr.pc.in korvane-svcmgr.pc @ONLY)
-install(FILES
-  ${CMAKE_CURRENT_BINARY_DIR}/korvane-svcmgr-config.cmake
-  ${CMAKE_CURRENT_BINARY_DIR}/korvane-svcmgr-config-version.cmake
-  DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/korvane-svcmgr)
-install(FILES ${CMAKE_CURRENT_BINARY_DIR}/korvane-svcmgr.pc
-  DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+install(DIRECTORY include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
+  FILES_MATCHING PATTERN *.h PATTERN *.hpp)
+korvane_install_pkgconfig(korvane-svcmgr)
 
 if(KORVANE_PLATFORM STREQUAL "host")
   install(TARGETS korvane_host EXPORT korvane-svcmgr-targets
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
   install(FILES host/korvane_host.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+  korvane_install_pkgconfig(korvane-host)
   install(TARGETS svcmgr-emulator svcmgrctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+  cmake_path(RELATIVE_PATH CMAKE_INSTALL_FULL_LIBDIR
+    BASE_DIRECTORY ${CMAKE_INSTALL_FULL_BINDIR} OUTPUT_VARIABLE programs_to_libraries)
+  set_target_properties(svcmgr-emulator svcmgrctl PROPERTIES
+    INSTALL_RPATH $ORIGIN/${programs_to_libraries})
+  set_target_properties(korvane_svcmgr PROPERTIES INSTALL_RPATH $ORIGIN)
 endif()
+
+install(EXPORT korvane-svcmgr-targets NAMESPACE korvane:: DESTINATION ${package_dir})
+configure_package_config_file(cmake/korvane-svcmgr-config.cmake.in korvane-svcmgr-config.cmake
+  INSTALL_DESTINATION ${package_dir})
+write_basic_package_version_file(korvane-svcmgr-config-version.cmake COMPATIBILITY SameMajorVersion)
+install(FILES
+  ${CMAKE_CURRENT_BINARY_DIR}/korvane-svcmgr-config.cmake
+  ${CMAKE_CURRENT_BINARY_DIR}/korvane-svcmgr-config-version.cmake
+  DESTINATION ${package_dir})

@@ -1,0 +1,46 @@
+#!/usr/bin/env bash
+# An installed copy, moved to a place that nobody foresaw: its programs start, and applications build
+# against it with CMake and with pkg-config.
+#   CC=… CXX=… install_test.sh BUILD_FOLDER EXAMPLES_FOLDER
+set -euo pipefail
+build=$1 examples=$2
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+fail() { echo "FAILED: $*" >&2; exit 1; }
+
+# A program without a device fails with a message of its own; 127 is the loader's.
+starts() {
+  local status=0
+  env -i "$@" >"$work/output" 2>&1 || status=$?
+  [ $status -ne 127 ] || fail "$1 does not start: $(cat "$work/output")"
+}
+
+DESTDIR=$work/staged cmake --install "$build" --prefix /opt/korvane >/dev/null
+installed=$work/moved
+mv "$work/staged/opt/korvane" "$installed"
+rmdir "$work/staged/opt" "$work/staged" || fail "files outside the prefix"
+
+starts "$installed/bin/svcmgrctl" --help
+starts "$installed/bin/svcmgr-emulator" --help
+
+[[ $(ldd "$installed"/lib*/libkorvane-svcmgr.so.1) != *"not found"* ]] || fail "the library misses its platform"
+
+cmake -S "$examples" -B "$work/examples" -DCMAKE_PREFIX_PATH="$installed" >"$work/output" &&
+  cmake --build "$work/examples" >>"$work/output" || { cat "$work/output"; fail "CMake"; }
+for language in c cpp; do
+  starts "$work/examples/example_models_$language"
+  [[ $(ldd "$work/examples/example_models_$language") == *"$installed"* ]] || fail "links another copy"
+done
+
+PKG_CONFIG_PATH=$(find "$installed" -name pkgconfig)
+export PKG_CONFIG_PATH
+# shellcheck disable=SC2046 # flags are several words
+{
+  "$CC" "$examples/models.c" -o "$work/models_c" $(pkg-config --cflags --libs korvane-svcmgr korvane-host)
+  "$CXX" -std=c++17 "$examples/models.cpp" -o "$work/models_cpp" \
+    $(pkg-config --cflags --libs korvane-svcmgr korvane-host)
+}
+libraries=$(pkg-config --variable=libdir korvane-host)
+starts LD_LIBRARY_PATH="$libraries" "$work/models_c"
+starts LD_LIBRARY_PATH="$libraries" "$work/models_cpp"
+echo "install: ok"
