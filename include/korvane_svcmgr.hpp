@@ -110,7 +110,9 @@ inline ErrorDescription describe_error(int code) noexcept {
 /** The category of #korvane_svcmgr_error_e; see error_category(). */
 class ErrorCategory : public std::error_category {
  public:
+  /** The library's name. */
   const char *name() const noexcept override { return "korvane_svcmgr"; }
+  /** The meaning of an error code. */
   std::string message(int code) const override { return describe_error(code).meaning; }
 };
 
@@ -137,9 +139,11 @@ inline std::error_code make_error_code(korvane_svcmgr_error_e code) noexcept {
   return {code, korvane::svcmgr::error_category()};
 }
 
+/// @cond
 /** An error code of the library converts to a std::error_code. */
 template <>
 struct std::is_error_code_enum<korvane_svcmgr_error_e> : std::true_type {};
+/// @endcond
 
 namespace korvane::svcmgr {
 
@@ -204,8 +208,8 @@ class ModelInfo
  public:
   using HandleOwner::HandleOwner;
 
-  /** @name Texts; none while a text was never set. */
   ///@{
+  /** A text of the model; none while it was never set. */
   std::optional<std::string> id() const { return text(korvane_svcmgr_ai_model_info_get_id); }
   std::optional<std::string> version() const {
     return text(korvane_svcmgr_ai_model_info_get_version);
@@ -216,8 +220,8 @@ class ModelInfo
   }
   ///@}
 
-  /** @name Set a text, replacing an earlier one; what follows a NUL in it is left out. */
   ///@{
+  /** Sets a text, replacing an earlier one; what follows a NUL in it is left out. */
   void set_id(const std::string &id) {
     check(korvane_svcmgr_ai_model_info_set_id(get(), id.c_str()));
   }
@@ -258,8 +262,8 @@ class Progress : public HandleOwner<korvane_svcmgr_ai_progress_h, korvane_svcmgr
     return detail::fetch<int>(korvane_svcmgr_ai_progress_get_percentage, get());
   }
 
-  /** @name Set a value; any is stored. */
   ///@{
+  /** Sets a value; any is stored. */
   void set_state(int state) { check(korvane_svcmgr_ai_progress_set_state(get(), state)); }
   void set_index(int index) { check(korvane_svcmgr_ai_progress_set_index(get(), index)); }
   void set_count(int count) { check(korvane_svcmgr_ai_progress_set_count(get(), count)); }
@@ -326,16 +330,21 @@ template <typename Handle, int (*create)(Handle *), int (*destroy)(Handle),
 class ListOwner : public HandleOwner<Handle, create, destroy> {
  public:
   using HandleOwner<Handle, create, destroy>::HandleOwner;
+  /** Walks over copies of the entries. */
   using const_iterator = EntryIterator<Handle, entry_at>;
+  /** The same: entries are changed by nobody. */
   using iterator = const_iterator;
+  /** What a copy of an entry is. */
   using value_type = typename const_iterator::value_type;
 
   /** The number of entries. */
   int size() const { return detail::fetch<int>(get_size, this->get()); }
+  /** Whether there is no entry. */
   bool empty() const { return size() == 0; }
   /** A copy of one entry; an index outside the list throws #SVCMGR_ERROR_OUT_OF_INDEX. */
   value_type at(int index) const { return entry_at(this->get(), index); }
 
+  /** The first entry. */
   const_iterator begin() const noexcept { return {this->get(), 0}; }
   /** The end as it is now: what is appended later lies beyond it. */
   const_iterator end() const { return {this->get(), size()}; }
