@@ -1,0 +1,153 @@
+// The library's own share of what an application does, on a platform of canned answers.
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <ctime>
+#include <memory>
+#include <random>
+#include <utility>
+#include <vector>
+
+#include "SvcMgrAppProxy.h"
+#include "allocations.h"
+#include "canned_platform.h"
+#include "korvane_svcmgr.h"
+
+namespace {
+
+using bench::Allocations;
+using rpc_port::SvcMgrAppProxy::proxy::AIModelList;
+using rpc_port::SvcMgrAppProxy::proxy::SvcMgrAppPort;
+
+/** A connected application. */
+class Application {
+ public:
+  Application() {
+    korvane_svcmgr_connect([](int, korvane_svcmgr_connection_state_e, void *) {}, nullptr);
+    bench::report_connected();
+  }
+  Application(const Application &) = delete;
+  Application &operator=(const Application &) = delete;
+  ~Application() { korvane_svcmgr_disconnect(); }
+};
+
+/** States what was taken from the heap since a moment, for each item. */
+void report_allocations(benchmark::State &state, const Allocations &since, std::int64_t items) {
+  const Allocations now = Allocations::so_far();
+  const auto each = [items](std::size_t before, std::size_t after) {
+    return static_cast<double>(after - before) / static_cast<double>(items);
+  };
+  state.counters["allocations"] = each(since.count, now.count);
+  state.counters["bytes"] = each(since.bytes, now.bytes);
+}
+
+void synchronous_call(benchmark::State &state) {
+  const Application application;
+  int level = 0;
+  korvane_svcmgr_get_agent_api_level(&level);
+  const Allocations before = Allocations::so_far();
+  for ([[maybe_unused]] const auto iteration : state) {
+    korvane_svcmgr_get_agent_api_level(&level);
+    benchmark::DoNotOptimize(level);
+  }
+  report_allocations(state, before, state.iterations());
+}
+
+/** Does nothing with its answers. */
+class IdleDelegate : public SvcMgrAppPort::RequestToUpdateCallback {
+ public:
+  IdleDelegate() : RequestToUpdateCallback(false) {}
+  void ReceiveParcel(rpc_port_parcel_h /*parcel*/) override {}
+};
+
+struct IdleListener : SvcMgrAppPort::IEventListener {
+  void OnConnected() override {}
+  void OnDisconnected() override {}
+  void OnRejected() override {}
+};
+
+/** Requests that stay open, and answers to them in no order. */
+void find_delegate(benchmark::State &state) {
+  IdleListener listener;
+  SvcMgrAppPort port(&listener, "");
+  bench::report_connected();
+  std::vector<bench::DelegateBlock> open;
+  for (std::int64_t i = 0; i < state.range(0); ++i) {
+    port.RequestToUpdate(std::make_unique<IdleDelegate>(), AIModelList());
+    open.push_back(bench::last_request());
+  }
+  std::shuffle(open.begin(), open.end(), std::mt19937(1));
+  std::size_t next = 0;
+  for ([[maybe_unused]] const auto iteration : state) {
+    bench::deliver_progress(open[next]);
+    next = next + 1 == open.size() ? 0 : next + 1;
+  }
+}
+
+double processor_seconds() {
+  timespec now = {};
+  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
+  return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
+}
+
+using ModelLists = std::vector<korvane_svcmgr_ai_model_list_h>;
+
+void keep_list(int /*result*/, korvane_svcmgr_ai_model_list_h list, void *lists) {
+  static_cast<ModelLists *>(lists)->push_back(list);
+}
+
+/** So many lists at a time that the clock does not count. */
+int lists_at_a_time(int models) {
+  return std::max(1, 1000 / models);
+}
+
+void receive_lists(bench::DelegateBlock request, int models) {
+  for (int i = 0; i < lists_at_a_time(models); ++i) bench::deliver_models(request, models);
+}
+
+void destroy_lists(ModelLists &lists) {
+  for (const auto list : lists) korvane_svcmgr_ai_model_list_destroy(list);
+  lists.clear();
+}
+
+/** Answers with so many models each, received and destroyed; only one of the two is timed. */
+template <bool receiving>
+void model_list(benchmark::State &state) {
+  const Application application;
+  const auto models = static_cast<int>(state.range(0));
+  ModelLists lists;
+  lists.reserve(static_cast<std::size_t>(lists_at_a_time(models)));
+  korvane_svcmgr_ai_request_usable_model_list(keep_list, &lists);
+  const bench::DelegateBlock request = bench::last_request();
+  receive_lists(request, models);
+  destroy_lists(lists);
+  const Allocations before = Allocations::so_far();
+  for ([[maybe_unused]] const auto iteration : state) {
+    const double begin = processor_seconds();
+    receive_lists(request, models);
+    const double middle = processor_seconds();
+    destroy_lists(lists);
+    const double end = processor_seconds();
+    state.SetIterationTime(receiving ? middle - begin : end - middle);
+  }
+  const std::int64_t items = state.iterations() * models * lists_at_a_time(models);
+  state.counters["models"] = static_cast<double>(models) * lists_at_a_time(models);
+  report_allocations(state, before, items);
+}
+
+BENCHMARK(synchronous_call);
+BENCHMARK(find_delegate)->RangeMultiplier(10)->Range(1, 100000);
+BENCHMARK(model_list<true>)
+    ->Name("receive_models")
+    ->RangeMultiplier(10)
+    ->Range(1, 100000)
+    ->UseManualTime();
+BENCHMARK(model_list<false>)
+    ->Name("destroy_models")
+    ->RangeMultiplier(10)
+    ->Range(1, 100000)
+    ->UseManualTime();
+
+}  // namespace
+
+BENCHMARK_MAIN();

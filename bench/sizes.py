@@ -1,0 +1,42 @@
+"""How large the library is for each processor, and what compiler options would make of it."""
+
+import pathlib
+import subprocess
+import tempfile
+
+import measure
+
+#: The processor's name, its toolchain file and its strip program.
+PROCESSORS = [
+    ("x86-64", None, "strip"),
+    ("armhf", "armhf.cmake", "arm-linux-gnueabihf-strip"),
+    ("arm64", "arm64.cmake", "aarch64-linux-gnu-strip"),
+]
+OPTIONS = ["-O3", "-O2", "-Os", "-O2 -fno-plt", "-O2 -flto", "-Os -flto"]
+
+
+def build(top, directory, toolchain, options):
+    command = ["cmake", "-S", top, "-B", directory, "-G", "Ninja", "-DKORVANE_PLATFORM=external",
+               "-DBUILD_TESTING=OFF", "-DCMAKE_BUILD_TYPE=Release",
+               f"-DCMAKE_CXX_FLAGS_RELEASE={options} -DNDEBUG"]
+    if toolchain:
+        command.append(f"-DCMAKE_TOOLCHAIN_FILE={top}/cmake/toolchains/{toolchain}")
+    subprocess.run(command, check=True, stdout=subprocess.DEVNULL)
+    subprocess.run(["cmake", "--build", directory, "--", "--quiet"], check=True,
+                   stdout=subprocess.DEVNULL)
+    return directory / "src" / "libkorvane-svcmgr.so"
+
+
+def table(top):
+    rows = [["Options", *(f"{name}: bytes, relocations" for name, _, _ in PROCESSORS)]]
+    with tempfile.TemporaryDirectory(prefix="bench-") as folder:
+        for options in OPTIONS:
+            row = [options]
+            for name, toolchain, strip in PROCESSORS:
+                measure.progress(f"building for {name} with {options}")
+                directory = pathlib.Path(folder) / f"{name}{options.replace(' ', '')}"
+                library = build(top, directory, toolchain, options)
+                subprocess.run([strip, "--strip-unneeded", library], check=True)
+                row.append(f"{library.stat().st_size:,}, {measure.count_relocations(library)}")
+            rows.append(row)
+    return rows
