@@ -2,7 +2,7 @@
 
 #include <fcntl.h>
 #include <signal.h>
-#include <spawn.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -20,22 +20,29 @@ namespace {
 /** Far beyond what any step takes; only a hang reaches it. */
 constexpr std::chrono::seconds kHangLimit(120);
 
+/** Becomes the program, its output in the descriptor; it ends when its parent does. */
+[[noreturn]] void become(char *const *arguments, int output, pid_t parent) {
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
+  if (getppid() == parent) {
+    dup2(output, STDOUT_FILENO);
+    dup2(output, STDERR_FILENO);
+    execv(arguments[0], arguments);
+  }
+  _exit(127);
+}
+
 /** Starts a program whose output can be read from the descriptor returned. */
 std::pair<pid_t, int> spawn(const std::vector<std::string> &command) {
   int pipe_ends[2];
   if (pipe2(pipe_ends, O_CLOEXEC) != 0) throw std::runtime_error("pipe2");
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_adddup2(&actions, pipe_ends[1], STDOUT_FILENO);
-  posix_spawn_file_actions_adddup2(&actions, pipe_ends[1], STDERR_FILENO);
   std::vector<char *> arguments;
   for (const std::string &word : command) arguments.push_back(const_cast<char *>(word.c_str()));
   arguments.push_back(nullptr);
-  pid_t pid = -1;
-  const int error = posix_spawn(&pid, arguments[0], &actions, nullptr, arguments.data(), environ);
-  posix_spawn_file_actions_destroy(&actions);
+  const pid_t parent = getpid();
+  const pid_t pid = fork();
+  if (pid == 0) become(arguments.data(), pipe_ends[1], parent);
   close(pipe_ends[1]);
-  if (error != 0) throw std::runtime_error("cannot start " + command[0]);
+  if (pid < 0) throw std::runtime_error("cannot start " + command[0]);
   return {pid, pipe_ends[0]};
 }
 
@@ -81,6 +88,12 @@ std::string ChildProcess::read_line() {
 
 void ChildProcess::send_signal(int signal) const {
   ::kill(pid_, signal);
+}
+
+bool ChildProcess::has_ended() const {
+  siginfo_t info = {};
+  waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED | WNOHANG | WNOWAIT);
+  return info.si_pid == pid_;
 }
 
 void ChildProcess::stop() const {

@@ -21,7 +21,7 @@ struct Finished {
 /** Runs a program to its end; its standard output and error are collected together. */
 Finished run_program(const std::vector<std::string> &command);
 
-/** A program that runs beside the test; killed, and waited for, at the latest on destruction. */
+/** A program that runs beside the test, and ends with it; at the latest on destruction. */
 class ChildProcess {
  public:
   ChildProcess() = default;
@@ -40,6 +40,8 @@ class ChildProcess {
   /** Waits for the end; the exit status, or minus the signal. */
   int wait();
   bool running() const { return pid_ > 0; }
+  /** Whether it has ended by itself, and waits to be waited for. */
+  bool has_ended() const;
   pid_t pid() const { return pid_; }
 
  private:
