@@ -30,7 +30,10 @@ UniqueFd listen_at(const std::filesystem::path &path);
  */
 UniqueFd connect_to(const std::filesystem::path &path);
 
-/** The next waiting peer; empty when there is none or it is another user's, who is turned away. */
+/**
+ * The next waiting peer. Empty, and errno set, when there is none to be had; empty, and errno left
+ * alone, when it is another user's, who is turned away.
+ */
 UniqueFd accept_peer(int listener);
 
 /** Whether the peer has ended its side. */

@@ -3,10 +3,9 @@
 #include <sys/epoll.h>
 #include <sys/socket.h>
 
-#include <cerrno>
-#include <system_error>
-
 #include "local_socket.h"
+#include "scoped_timer.h"
+#include "send_queue.h"
 
 namespace korvane::host {
 
@@ -14,6 +13,8 @@ namespace {
 
 /** A peer that lets more than this pile up is disconnected. */
 constexpr std::size_t kMaxQueued = std::size_t{64} << 20;
+/** Far beyond the name of any application. */
+constexpr std::size_t kMaxName = 1024;
 
 }  // namespace
 
@@ -22,7 +23,8 @@ struct RpcPortServer::Channel {
   UniqueFd socket;
   MainLoop::SourceId source = 0;
   FrameReader reader;
-  Bytes queued;
+  SendQueue queued;
+  ScopedTimer patience;  ///< while waiting
   std::optional<Hello> hello;
   ConnectionId connection = 0;  ///< 0 while waiting
 };
@@ -33,14 +35,14 @@ struct RpcPortServer::Connection {
 };
 
 RpcPortServer::RpcPortServer(MainLoop &loop, const std::string &app_id,
-                             const std::string &port_name, Events events)
+                             const std::string &port_name, Events events,
+                             std::chrono::milliseconds greeting_limit)
     : loop_(loop),
       events_(std::move(events)),
-      path_(rpc_socket_path(Device::current(), app_id, port_name)),
-      listener_(listen_at(path_)) {
-  listener_source_ =
-      loop_.add_descriptor(listener_.get(), EPOLLIN, [this](std::uint32_t) { accept_peer(); });
-}
+      greeting_limit_(greeting_limit),
+      listener_(
+          std::make_unique<Listener>(loop, rpc_socket_path(Device::current(), app_id, port_name),
+                                     [this](UniqueFd socket) { accept(std::move(socket)); })) {}
 
 RpcPortServer::~RpcPortServer() {
   stop_listening();
@@ -50,13 +52,9 @@ RpcPortServer::~RpcPortServer() {
 }
 
 void RpcPortServer::stop_listening() {
-  if (!listener_) return;
-  loop_.remove(listener_source_);
   listener_.reset();
   for (const auto &[source, channel] : waiting_) loop_.remove(source);
   waiting_.clear();
-  std::error_code ignored;
-  std::filesystem::remove(path_, ignored);
 }
 
 void RpcPortServer::close(std::chrono::milliseconds limit, std::function<void()> done) {
@@ -67,7 +65,7 @@ void RpcPortServer::close(std::chrono::milliseconds limit, std::function<void()>
     shutdown(connection.main->socket.get(), SHUT_WR);
     shutdown(connection.callback->socket.get(), SHUT_WR);
   }
-  closing_limit_ = loop_.add_timer(connections_.empty() ? std::chrono::milliseconds(0) : limit,
+  closing_limit_ = loop_.add_timer(connections_.empty() ? std::chrono::milliseconds() : limit,
                                    [this] { all_closed(); });
 }
 
@@ -78,13 +76,15 @@ void RpcPortServer::all_closed() {
   if (const auto done = std::exchange(closed_, nullptr)) done();
 }
 
-void RpcPortServer::accept_peer() {
+void RpcPortServer::accept(UniqueFd socket) {
   auto channel = std::make_shared<Channel>();
-  channel->socket = host::accept_peer(listener_.get());
-  if (!channel->socket) return;
+  channel->socket = std::move(socket);
+  const std::weak_ptr<Channel> weak = channel;
+  channel->patience = ScopedTimer(loop_, greeting_limit_, [this, weak] {
+    if (const auto self = weak.lock()) drop(*self);
+  });
   channel->source = loop_.add_descriptor(
-      channel->socket.get(), EPOLLIN | EPOLLRDHUP,
-      [this, weak = std::weak_ptr<Channel>(channel)](std::uint32_t epoll_events) {
+      channel->socket.get(), EPOLLIN | EPOLLRDHUP, [this, weak](std::uint32_t epoll_events) {
         const auto self = weak.lock();
         if (self == nullptr) return;
         if ((epoll_events & EPOLLOUT) != 0) flush(*self);
@@ -100,7 +100,7 @@ void RpcPortServer::read(const std::shared_ptr<Channel> &channel) {
     Parcel parcel(std::move(*frame));
     if (!channel->hello) {
       channel->hello = Hello::decode(std::move(parcel));
-      if (!channel->hello) {
+      if (!channel->hello || channel->hello->app_id.size() > kMaxName) {
         drop(*channel);
         return;
       }
@@ -129,10 +129,12 @@ void RpcPortServer::greet(const std::shared_ptr<Channel> &channel, const Hello &
 
 void RpcPortServer::open(const std::shared_ptr<Channel> &main,
                          const std::shared_ptr<Channel> &callback, const Peer &peer) {
-  waiting_.erase(main->source);
-  waiting_.erase(callback->source);
   const ConnectionId id = next_connection_++;
-  main->connection = callback->connection = id;
+  for (const auto &channel : {main, callback}) {
+    waiting_.erase(channel->source);
+    channel->patience.reset();
+    channel->connection = id;
+  }
   connections_[id] = {main, callback};
   const bool accepted = events_.accept(peer);
   Parcel answer;
@@ -146,28 +148,21 @@ void RpcPortServer::open(const std::shared_ptr<Channel> &main,
 }
 
 void RpcPortServer::send(ConnectionId connection, Port port, const Parcel &parcel) {
-  Bytes frame;
-  if (append_frame(frame, parcel.bytes())) send_raw(connection, port, frame);
+  Channel *channel = find(connection, port);
+  if (channel == nullptr) return;
+  if (!channel->queued.add_frame(parcel.bytes())) shutdown(channel->socket.get(), SHUT_RDWR);
+  flush(*channel);
 }
 
 void RpcPortServer::send_raw(ConnectionId connection, Port port, const Bytes &bytes) {
   Channel *channel = find(connection, port);
   if (channel == nullptr) return;
-  channel->queued.insert(channel->queued.end(), bytes.begin(), bytes.end());
+  channel->queued.add(bytes);
   flush(*channel);
 }
 
 void RpcPortServer::flush(Channel &channel) {
-  std::size_t written = 0;
-  while (written < channel.queued.size()) {
-    const ssize_t size = ::send(channel.socket.get(), channel.queued.data() + written,
-                                channel.queued.size() - written, MSG_NOSIGNAL | MSG_DONTWAIT);
-    if (size < 0 && errno == EINTR) continue;
-    if (size < 0) break;  // full, or gone: the loop tells which
-    written += static_cast<std::size_t>(size);
-  }
-  channel.queued.erase(channel.queued.begin(),
-                       channel.queued.begin() + static_cast<std::ptrdiff_t>(written));
+  channel.queued.send_to(channel.socket.get());
   if (channel.queued.size() > kMaxQueued) {
     shutdown(channel.socket.get(), SHUT_RDWR);
     channel.queued.clear();
@@ -209,7 +204,7 @@ void RpcPortServer::end(ConnectionId connection, bool tell) {
   if (tell) events_.disconnected(connection);
   if (closing_ && tell && connections_.empty() && closed_) {
     loop_.remove(closing_limit_);
-    closing_limit_ = loop_.post([this] { all_closed(); });
+    closing_limit_ = loop_.add_timer({}, [this] { all_closed(); });
   }
 }
 

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "frame.h"
+#include "listener.h"
 #include "main_loop.h"
 #include "parcel.h"
 #include "rpc_port_protocol.h"
@@ -24,8 +25,9 @@ namespace korvane::host {
  * One RPC port of a service: accepts connections and exchanges parcels with them.
  *
  * Driven by a main loop, on whose thread it lives, and never blocks. Peers of
- * other users are turned away; a peer that sends rubbish is disconnected. Every
- * event may call any operation of the server but its destruction.
+ * other users are turned away; a peer that sends rubbish is disconnected, and so is
+ * one that has not said who it is when the limit for that has passed. Every event may
+ * call any operation of the server but its destruction.
  */
 class RpcPortServer {
  public:
@@ -43,15 +45,20 @@ class RpcPortServer {
     std::function<void(ConnectionId, Parcel)> received;  ///< from the client's main port
   };
 
+  static constexpr std::chrono::milliseconds kGreetingLimit{5000};
+
   /** Listens on the current device. Throws std::system_error. */
   RpcPortServer(MainLoop &loop, const std::string &app_id, const std::string &port_name,
-                Events events);
+                Events events, std::chrono::milliseconds greeting_limit = kGreetingLimit);
   RpcPortServer(const RpcPortServer &) = delete;
   RpcPortServer &operator=(const RpcPortServer &) = delete;
   /** Ends every connection, without events, and removes the socket. */
   ~RpcPortServer();
 
-  /** Queues a parcel; an unknown connection is ignored. */
+  /**
+   * Queues a parcel; an unknown connection is ignored. One that is too long ends the connection:
+   * who waits for it does not wait in vain.
+   */
   void send(ConnectionId connection, Port port, const Parcel &parcel);
   /** Queues bytes that need not be a frame. */
   void send_raw(ConnectionId connection, Port port, const Bytes &bytes);
@@ -71,11 +78,12 @@ class RpcPortServer {
 
   void stop_listening();
   void all_closed();
-  void accept_peer();
+  void accept(UniqueFd socket);
   void read(const std::shared_ptr<Channel> &channel);
   void greet(const std::shared_ptr<Channel> &channel, const Hello &hello);
   void open(const std::shared_ptr<Channel> &main, const std::shared_ptr<Channel> &callback,
             const Peer &peer);
+  /** Sends what is queued, and has the loop tell when the rest can be. */
   void flush(Channel &channel);
   void drop(Channel &channel);
   void end(ConnectionId connection, bool tell);
@@ -83,9 +91,8 @@ class RpcPortServer {
 
   MainLoop &loop_;
   const Events events_;
-  std::filesystem::path path_;
-  UniqueFd listener_;
-  MainLoop::SourceId listener_source_ = 0;
+  const std::chrono::milliseconds greeting_limit_;
+  std::unique_ptr<Listener> listener_;
   bool closing_ = false;
   std::function<void()> closed_;
   MainLoop::SourceId closing_limit_ = 0;

@@ -333,6 +333,15 @@ TEST_F(HostServerTest, TurnsFaultyGreetingsAway) {
   }
 }
 
+TEST_F(HostServerTest, TurnsPeersAwayThatNeverSayWhoTheyAre) {
+  const RpcPortServer impatient(loop(), "svc", "other", {}, std::chrono::milliseconds(1));
+  const auto path = rpc_socket_path(Device::current(), "svc", "other");
+  const UniqueFd silent = connect_to(path);
+  const UniqueFd without_counterpart = connect_to(path);
+  put(without_counterpart, hello(Port::kMain));
+  while (!at_end(silent) || !at_end(without_counterpart)) loop().step(1);
+}
+
 TEST_F(HostServerTest, DropsAFaultyClientOnceAfterItsParcels) {
   for (const Fault &fault : kFaults) {
     SCOPED_TRACE(fault.name);
