@@ -20,7 +20,7 @@ void AgentUpdate::request(const std::string &app_id, std::vector<std::string> ag
   running_ = true;
   agents_ = std::move(agents);
   steps_left_ = agents_.size();
-  events_.publish(kUpdateStatus, {{"Start", agents_}});
+  events_.tell(kUpdateStatus, {{"Start", agents_}});
   schedule_step();
 }
 
@@ -55,13 +55,13 @@ void AgentUpdate::finish() {
   running_ = false;
   if (failure == 0 || own_result) {
     for (const std::string &app_id : requesters) {
-      events_.publish(kUpdateStatus, {{app_id, code_bytes(own_result.value_or(0))}});
+      events_.tell(kUpdateStatus, {{app_id, code_bytes(own_result.value_or(0))}});
     }
   }
   if (failure == 0) {
-    events_.publish(kUpdateStatus, {{"Complete", "updated"}});
+    events_.tell(kUpdateStatus, {{"Complete", "updated"}});
   } else {
-    events_.publish(kUpdateStatus, {{"Fail", code_bytes(failure)}});
+    events_.tell(kUpdateStatus, {{"Fail", code_bytes(failure)}});
   }
 }
 

@@ -189,17 +189,29 @@ void send_garbage(Service &service, const Words &words) {
                               parse_choice(garbage_kinds(), words[1]).bytes);
 }
 
+/** Tells, once the service manager is back, what was wrong then, if anything. */
+Service::Back when_back(const Respond &respond) {
+  return [respond](const std::string &problem) {
+    respond({problem.empty() ? Outcome::kOk : Outcome::kRefused, problem});
+  };
+}
+
 void update_itself(Service &service, const Words &words, const Respond &respond) {
   int rounds = 1;
   if (!words.empty()) {
     if (words[0] != "--count" || words.size() != 2) throw UsageError("use update --count N");
     rounds = parse_count(words[1]);
   }
-  service.update_itself(rounds, [respond] { respond({Outcome::kOk, ""}); });
+  service.update_itself(rounds, when_back(respond));
 }
 
 void restart(Service &service, const Words &, const Respond &respond) {
-  service.restart([respond] { respond({Outcome::kOk, ""}); });
+  service.restart(when_back(respond));
+}
+
+void stop(Service &service, const Words &, const Respond &respond) {
+  service.stop();
+  respond({Outcome::kOk, "", true});
 }
 
 /** A command that sets one number which is used once. */
@@ -213,7 +225,7 @@ std::vector<Command> make_commands() {
   return {
       {"status", "", "what it is doing, as JSON", 0, 0,
        at_once([](Service &service, const Words &) { return to_text(service.status(), 2); })},
-      {"stop", "", "end", 0, 0, silently([](Service &service, const Words &) { service.stop(); })},
+      {"stop", "", "end", 0, 0, stop},
       {"update", "[--count N]",
        "update itself: announce \"Update\", drop all connections, come back, announce \"Launch\"",
        0, 2, update_itself},

@@ -1,7 +1,13 @@
 #include "control.h"
 
+#include <poll.h>
 #include <sys/epoll.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
+#include <cerrno>
+#include <optional>
+#include <stdexcept>
 #include <system_error>
 #include <utility>
 
@@ -12,72 +18,130 @@ namespace korvane::emulator {
 
 namespace {
 
-/** How long a caller may leave its answer unread before it is dropped. */
-constexpr int kAnswerStallMs = 100;
+/** How long a caller may take to ask, and to read its answer. */
+constexpr std::chrono::seconds kPatience(5);
 constexpr int kRequestStallMs = 10000;
 constexpr int kNoLimit = -1;
 
-host::Bytes frame_of(const Json &document) {
+host::Bytes bytes_of(const Json &document) {
   const std::string text = to_text(document);
-  host::Bytes frame;
-  host::append_frame(frame, host::Bytes(text.begin(), text.end()));
-  return frame;
+  return {text.begin(), text.end()};
 }
 
-/** Null when the bytes are no JSON. */
+/** Throws std::runtime_error when the bytes are no JSON. */
 Json parse(const host::Bytes &bytes) {
-  const Json document = Json::parse(bytes, nullptr, false);
-  return document.is_discarded() ? Json() : document;
+  return parse_json({bytes.begin(), bytes.end()});
+}
+
+/** Throws std::runtime_error when the bytes are no command. */
+Words parse_words(const host::Bytes &bytes) {
+  const Json document = parse(bytes);
+  Words words;
+  for (const Json &word : document) {
+    if (!document.is_array() || !word.is_string()) throw std::runtime_error("no array of words");
+    words.push_back(word.get<std::string>());
+  }
+  return words;
+}
+
+/** Throws std::runtime_error when the bytes are no outcome. */
+Outcome parse_outcome(const host::Bytes &bytes) {
+  const Json document = parse(bytes);
+  try {
+    return {document.at("status").get<Outcome::Status>(), document.at("text").get<std::string>(),
+            document.at("is_last").get<bool>()};
+  } catch (const Json::exception &error) {
+    throw std::runtime_error(error.what());
+  }
+}
+
+/** Stands for the process at the other end, even when the kernel uses its number again. */
+host::UniqueFd process_of(const host::UniqueFd &socket) {
+  return host::UniqueFd(
+      static_cast<int>(syscall(SYS_pidfd_open, host::peer_process(socket.get()), 0)));
+}
+
+/** Returns once the process that the descriptor stands for has ended. */
+void await_end(const host::UniqueFd &process) {
+  pollfd entry = {process.get(), POLLIN, 0};
+  while (poll(&entry, 1, kNoLimit) < 0 && errno == EINTR) {
+  }
 }
 
 }  // namespace
 
-ControlServer::ControlServer(host::MainLoop &loop, std::filesystem::path path, Execute execute)
+ControlServer::ControlServer(host::MainLoop &loop, const std::filesystem::path &path,
+                             Execute execute)
     : loop_(loop),
-      path_(std::move(path)),
       execute_(std::move(execute)),
-      listener_(host::listen_at(path_)),
-      listener_source_(loop_.add_descriptor(listener_.get(), EPOLLIN,
-                                            [this](std::uint32_t) { accept_caller(); })) {}
+      listener_(loop, path, [this](host::UniqueFd socket) { accept(std::move(socket)); }) {}
 
 ControlServer::~ControlServer() {
-  loop_.remove(listener_source_);
   while (!callers_.empty()) forget(callers_.begin()->first);
-  std::error_code ignored;
-  std::filesystem::remove(path_, ignored);
 }
 
-void ControlServer::accept_caller() {
-  host::UniqueFd socket = host::accept_peer(listener_.get());
-  if (!socket) return;
+void ControlServer::accept(host::UniqueFd socket) {
   const std::uint64_t id = next_caller_++;
-  Caller &caller = callers_[id];
-  caller.socket = std::move(socket);
-  caller.source =
-      loop_.add_descriptor(caller.socket.get(), EPOLLIN, [this, id](std::uint32_t) { read(id); });
+  const int descriptor = socket.get();
+  callers_[id].socket = std::move(socket);
+  be_patient(id);
+  callers_[id].source = loop_.add_descriptor(
+      descriptor, EPOLLIN, [this, id](std::uint32_t epoll_events) { serve(id, epoll_events); });
 }
 
-void ControlServer::read(std::uint64_t id) {
+void ControlServer::serve(std::uint64_t id, std::uint32_t epoll_events) {
   Caller &caller = callers_.at(id);
+  if (epoll_events == EPOLLOUT) {
+    send_answer(id);
+    return;
+  }
   const host::ReadState state = host::read_available(caller.socket.get(), caller.reader);
-  const auto frame = caller.reader.next();
-  if (state == host::ReadState::kEnd) {
+  const bool says_more = caller.has_asked && state == host::ReadState::kData;
+  if (state == host::ReadState::kEnd || says_more) {
     forget(id);
-  } else if (frame && !std::exchange(caller.has_asked, true)) {
-    Words words;
-    for (const Json &word : parse(*frame)) {
-      if (word.is_string()) words.push_back(word.get<std::string>());
-    }
-    execute_(words, [this, id](const Outcome &outcome) { respond(id, outcome); });
+  } else if (const auto request = caller.reader.next()) {
+    execute(id, *request);
+  }
+}
+
+void ControlServer::execute(std::uint64_t id, const host::Bytes &request) {
+  Caller &caller = callers_.at(id);
+  caller.has_asked = true;
+  caller.patience.reset();
+  try {
+    execute_(parse_words(request), [this, id](const Outcome &outcome) { respond(id, outcome); });
+  } catch (const std::exception &error) {
+    respond(id, {Outcome::kRefused, error.what()});
   }
 }
 
 void ControlServer::respond(std::uint64_t id, const Outcome &outcome) {
-  const auto caller = callers_.find(id);
-  if (caller == callers_.end()) return;
-  const host::Bytes frame = frame_of({{"status", outcome.status}, {"text", outcome.text}});
-  host::write_all(caller->second.socket.get(), frame, kAnswerStallMs);
-  forget(id);
+  const auto entry = callers_.find(id);
+  if (entry == callers_.end()) return;
+  const auto encode = [](const Outcome &answer) {
+    return bytes_of(
+        {{"status", answer.status}, {"text", answer.text}, {"is_last", answer.is_last}});
+  };
+  host::SendQueue &answer = entry->second.answer;
+  if (!answer.add_frame(encode(outcome))) {
+    answer.add_frame(encode({Outcome::kRefused, "the answer is too long"}));
+  }
+  be_patient(id);
+  send_answer(id);
+}
+
+void ControlServer::send_answer(std::uint64_t id) {
+  Caller &caller = callers_.at(id);
+  caller.answer.send_to(caller.socket.get());
+  if (caller.answer.empty()) {
+    forget(id);
+  } else {
+    loop_.change_events(caller.source, EPOLLOUT);
+  }
+}
+
+void ControlServer::be_patient(std::uint64_t id) {
+  callers_.at(id).patience = host::ScopedTimer(loop_, kPatience, [this, id] { forget(id); });
 }
 
 void ControlServer::forget(std::uint64_t id) {
@@ -86,22 +150,26 @@ void ControlServer::forget(std::uint64_t id) {
 }
 
 Outcome send_command(const std::filesystem::path &path, const Words &words) {
+  host::Bytes request;
+  if (!host::append_frame(request, bytes_of(words))) {
+    return {Outcome::kRefused, "the command is too long"};
+  }
   host::UniqueFd socket;
   try {
     socket = host::connect_to(path);
   } catch (const std::system_error &) {
     return {Outcome::kRefused, "no emulator listens at " + path.string()};
   }
+  const host::UniqueFd emulator = process_of(socket);
   host::FrameReader reader;
-  if (host::write_all(socket.get(), frame_of(words), kRequestStallMs) == 0) {
-    if (const auto frame = host::read_frame(socket.get(), reader, kNoLimit)) {
-      const Json answer = parse(*frame);
-      if (answer.is_object()) {
-        return {answer.value("status", Outcome::kRefused), answer.value("text", "")};
-      }
-    }
+  std::optional<host::Bytes> answer;
+  if (host::write_all(socket.get(), request, kRequestStallMs) == 0) {
+    answer = host::read_frame(socket.get(), reader, kNoLimit);
   }
-  return {Outcome::kRefused, "the emulator ended before it answered"};
+  if (!answer) return {Outcome::kRefused, "the emulator ended before it answered"};
+  Outcome outcome = parse_outcome(*answer);
+  if (outcome.is_last && emulator) await_end(emulator);
+  return outcome;
 }
 
 }  // namespace korvane::emulator

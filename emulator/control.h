@@ -10,7 +10,10 @@
 #include <vector>
 
 #include "frame.h"
+#include "listener.h"
 #include "main_loop.h"
+#include "scoped_timer.h"
+#include "send_queue.h"
 #include "unique_fd.h"
 
 namespace korvane::emulator {
@@ -20,6 +23,7 @@ struct Outcome {
   enum Status { kOk = 0, kRefused = 1, kUsage = 2 };
   Status status;
   std::string text;
+  bool is_last = false;  ///< the emulator ends, and the command is done when it has
 };
 
 using Words = std::vector<std::string>;
@@ -28,14 +32,15 @@ using Respond = std::function<void(const Outcome &)>;
 
 /**
  * One command per connection: a frame with a JSON array of words, answered by a
- * frame with a JSON object. Driven by a main loop; other users are turned away.
+ * frame with a JSON object. Driven by a main loop, which callers never hold up;
+ * other users are turned away, and so is who sends anything else.
  */
 class ControlServer {
  public:
   using Execute = std::function<void(const Words &, Respond)>;
 
   /** Throws std::system_error. */
-  ControlServer(host::MainLoop &loop, std::filesystem::path path, Execute execute);
+  ControlServer(host::MainLoop &loop, const std::filesystem::path &path, Execute execute);
   ControlServer(const ControlServer &) = delete;
   ControlServer &operator=(const ControlServer &) = delete;
   ~ControlServer();
@@ -46,18 +51,21 @@ class ControlServer {
     host::MainLoop::SourceId source = 0;
     host::FrameReader reader;
     bool has_asked = false;
+    host::SendQueue answer;
+    host::ScopedTimer patience;  ///< while it is to ask, or to take its answer
   };
 
-  void accept_caller();
-  void read(std::uint64_t id);
+  void accept(host::UniqueFd socket);
+  void serve(std::uint64_t id, std::uint32_t epoll_events);
+  void execute(std::uint64_t id, const host::Bytes &request);
   void respond(std::uint64_t id, const Outcome &outcome);
+  void send_answer(std::uint64_t id);
+  void be_patient(std::uint64_t id);
   void forget(std::uint64_t id);
 
   host::MainLoop &loop_;
-  const std::filesystem::path path_;
   const Execute execute_;
-  host::UniqueFd listener_;
-  host::MainLoop::SourceId listener_source_;
+  host::Listener listener_;
   std::uint64_t next_caller_ = 1;
   std::map<std::uint64_t, Caller> callers_;
 };

@@ -1,6 +1,8 @@
 #include "events.h"
 
 #include <cstring>
+#include <iostream>
+#include <system_error>
 
 #include "event_publisher.h"
 
@@ -63,8 +65,21 @@ std::size_t Events::publish(const std::string &status, const EventPayload &paylo
   return result.reached;
 }
 
+std::size_t Events::tell(const std::string &status, const EventPayload &payload) {
+  try {
+    return publish(status, payload);
+  } catch (const std::system_error &error) {
+    std::cerr << "svcmgr-emulator: nobody is told of " << status << ": " << error.what() << '\n';
+    return 0;
+  }
+}
+
 std::size_t subscriptions(const std::string &status) {
-  return host::event_subscribers(name_of(status)).size();
+  try {
+    return host::event_subscribers(name_of(status)).size();
+  } catch (const std::system_error &) {
+    return 0;
+  }
 }
 
 }  // namespace korvane::emulator

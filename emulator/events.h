@@ -25,8 +25,13 @@ class Events {
  public:
   explicit Events(const Trace &trace) : trace_(trace) {}
 
-  /** Publishes "event.<service manager>.<status>"; the number of subscribers it reached. */
+  /**
+   * Publishes "event.<service manager>.<status>"; the number of subscribers it reached. Throws
+   * std::system_error when it cannot be published.
+   */
   std::size_t publish(const std::string &status, const EventPayload &payload);
+  /** The same for who cannot help it: complains on standard error, and has reached nobody. */
+  std::size_t tell(const std::string &status, const EventPayload &payload);
   std::size_t published() const { return published_; }
 
  private:
@@ -34,7 +39,7 @@ class Events {
   std::size_t published_ = 0;
 };
 
-/** How many subscriptions to an event there are on the current device. */
+/** How many subscriptions to an event there are on the current device; none that cannot be seen. */
 std::size_t subscriptions(const std::string &status);
 
 }  // namespace korvane::emulator

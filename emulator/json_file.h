@@ -14,10 +14,16 @@ using Json = nlohmann::ordered_json;
 /** One line, or indented; texts that are no UTF-8 are made so. */
 std::string to_text(const Json &document, int indent = -1);
 
+/** Throws std::runtime_error, also when the document is nested too deeply to be handled. */
+Json parse_json(const std::string &text);
+
 /** Throws std::runtime_error, which names the file. */
 Json read_json(const std::filesystem::path &file);
 
-/** Replaces the file as a whole: a reader, or a crash, never finds half of it. */
+/**
+ * Replaces the file as a whole: a reader, or a crash, never finds half of it, and no link leads the
+ * writing elsewhere. Throws std::system_error, and leaves the file as it was.
+ */
 void write_json(const std::filesystem::path &file, const Json &document);
 
 }  // namespace korvane::emulator

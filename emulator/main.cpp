@@ -61,6 +61,17 @@ void quit_on_signals() {
   std::signal(SIGPIPE, SIG_IGN);
 }
 
+/** Nothing that fails on behalf of one peer ends the service of the others. */
+int run_to_the_end(MainLoop &loop) {
+  for (;;) {
+    try {
+      return loop.run();
+    } catch (const std::exception &error) {
+      std::cerr << "svcmgr-emulator: " << error.what() << '\n';
+    }
+  }
+}
+
 int serve(const Device &device, const Arguments &arguments) {
   if (!std::filesystem::is_directory(device.packages_directory())) {
     throw std::runtime_error(device.directory().string() +
@@ -78,7 +89,7 @@ int serve(const Device &device, const Arguments &arguments) {
   // Announced before anybody can know: a client that connects afterwards does not hear of it.
   service.announce("Launch");
   std::cout << "svcmgr-emulator: ready on " << device.directory().string() << std::endl;
-  if (const int error = loop.run(); error != 0) {
+  if (const int error = run_to_the_end(loop); error != 0) {
     throw std::system_error(-error, std::generic_category(), "main loop");
   }
   return EXIT_SUCCESS;

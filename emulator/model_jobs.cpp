@@ -17,7 +17,7 @@ void ModelJobs::start(ModelJob job) {
   const std::uint64_t id = next_id_++;
   const ModelJob &started = jobs_.emplace(id, std::move(job)).first->second;
   report(started, kStateStarted, started.result);
-  events_.publish(kModelStatus, {{"START", "started"}});
+  events_.tell(kModelStatus, {{"START", "started"}});
   schedule_step(id);
 }
 
@@ -58,14 +58,18 @@ std::int32_t ModelJobs::obstacle(const ModelJob &job) {
 }
 
 std::int32_t ModelJobs::apply(const ModelJob &job) {
-  try {
-    for (const Model &model : job.models) {
-      if (job.method == Method::kRequestToUninstall) {
-        state_.uninstall_model(model.id);
-      } else {
-        state_.install_model(model.id, model.version);
-      }
+  ServiceState::InstalledVersions versions;
+  for (const Model &wanted : job.models) {
+    std::string version = wanted.version;
+    if (job.method == Method::kRequestToUninstall) {
+      version.clear();
+    } else if (const auto *model = state_.find_model(wanted.id); version.empty() && model) {
+      version = model->versions.back();
     }
+    versions[wanted.id] = version;
+  }
+  try {
+    state_.set_installed(versions);
     return kDone;
   } catch (const std::exception &error) {
     std::cerr << "svcmgr-emulator: models did not change: " << error.what() << '\n';
@@ -77,10 +81,10 @@ void ModelJobs::end(std::uint64_t id, std::int32_t failure) {
   const ModelJob job = std::move(jobs_.extract(id).mapped());
   if (failure == kDone) {
     report(job, kStateCompleted, job.result);
-    events_.publish(kModelStatus, {{"COMPLETED", "completed"}});
+    events_.tell(kModelStatus, {{"COMPLETED", "completed"}});
   } else {
     report(job, kStateFailed, failure);
-    events_.publish(kModelStatus, {{"FAILED", "failed"}});
+    events_.tell(kModelStatus, {{"FAILED", "failed"}});
   }
 }
 

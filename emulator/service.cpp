@@ -3,7 +3,9 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <iostream>
 #include <stdexcept>
+#include <system_error>
 #include <utility>
 
 namespace korvane::emulator {
@@ -13,6 +15,10 @@ namespace {
 constexpr int kCrashStatus = 70;
 /** How long clients may take to come back between two updates in a row. */
 constexpr std::chrono::seconds kPatience(2);
+constexpr std::chrono::milliseconds kRetry(250);
+/** The longest list that fits into a parcel with what precedes it. */
+constexpr std::size_t kMaxList = host::kMaxFrameSize - 64;
+constexpr std::int32_t kTooLong = 1;
 
 }  // namespace
 
@@ -29,12 +35,12 @@ Service::Service(host::MainLoop &loop, const host::Device &device, const Options
       agent_update_(loop, tick_, state_, faults_, events_),
       model_jobs_(loop, tick_, state_, faults_, events_, port_) {}
 
-void Service::update_itself(int rounds, std::function<void()> done) {
-  be_away({true, rounds, std::move(done)});
+void Service::update_itself(int rounds, Back back) {
+  be_away({true, rounds, std::move(back)});
 }
 
-void Service::restart(std::function<void()> done) {
-  be_away({false, 1, std::move(done)});
+void Service::restart(Back back) {
+  be_away({false, 1, std::move(back)});
 }
 
 void Service::be_away(Absence absence) {
@@ -50,17 +56,34 @@ void Service::go_away() {
 }
 
 void Service::come_back() {
-  state_.load();
-  listen();
+  try {
+    state_.load();
+  } catch (const std::exception &error) {
+    absence_->problem = error.what();
+  }
+  listen_again();
+}
+
+void Service::listen_again() {
+  try {
+    listen();
+  } catch (const std::system_error &error) {
+    std::cerr << "svcmgr-emulator: it cannot come back yet: " << error.what() << std::endl;
+    loop_.add_timer(kRetry, [this] { listen_again(); });
+    return;
+  }
+  be_back();
+}
+
+void Service::be_back() {
   announce("Launch");
   if (--absence_->rounds > 0) {
     absence_->deadline = std::chrono::steady_clock::now() + kPatience;
     await_clients();
     return;
   }
-  const auto done = std::move(absence_->done);
-  absence_.reset();
-  done();
+  const Absence past = *std::exchange(absence_, std::nullopt);
+  past.back(past.problem);
 }
 
 // A client that has not subscribed again would miss the next announcement.
@@ -166,6 +189,11 @@ void Service::answer_list(const Address &address, const Request &request) {
   if (!is_success(result)) list = {};
   Parcel payload;
   write(payload, list);
+  if (payload.bytes().size() > kMaxList) {
+    result = kTooLong;
+    payload = Parcel();
+    write(payload, ModelList());
+  }
   port_.send(address, {request.argument<DelegateBlock>(0), result, payload.bytes()});
 }
 

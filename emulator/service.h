@@ -33,6 +33,9 @@ class Service {
     bool trace;
   };
 
+  /** Called when it is back, with what was wrong then: it serves the state of before instead. */
+  using Back = std::function<void(const std::string &problem)>;
+
   Service(host::MainLoop &loop, const host::Device &device, const Options &options);
   Service(const Service &) = delete;
   Service &operator=(const Service &) = delete;
@@ -43,11 +46,11 @@ class Service {
 
   /**
    * Updates itself, several times in a row: announces "Update", goes away, comes back and
-   * announces "Launch". done is called at the end. std::runtime_error when it is away already.
+   * announces "Launch". std::runtime_error when it is away already.
    */
-  void update_itself(int rounds, std::function<void()> done);
+  void update_itself(int rounds, Back back);
   /** Goes away without a word, comes back and announces "Launch". */
-  void restart(std::function<void()> done);
+  void restart(Back back);
   void stop() { loop_.quit(); }
 
   Json status() const;
@@ -61,18 +64,22 @@ class Service {
   struct Absence {
     bool announced;
     int rounds;
-    std::function<void()> done;
+    Back back;
+    std::string problem = {};
     std::size_t clients = 0;      ///< how many were connected before
     std::size_t subscribers = 0;  ///< and how many heard the announcement
     std::chrono::steady_clock::time_point deadline = {};
   };
 
   std::size_t agent_status(const EventPayload &payload) {
-    return events_.publish(kAgentStatus, payload);
+    return events_.tell(kAgentStatus, payload);
   }
   void be_away(Absence absence);
   void go_away();
   void come_back();
+  /** Until there are descriptors for it, if need be. */
+  void listen_again();
+  void be_back();
   void await_clients();
 
   void serve(const Address &address, const ServicePort::Peer &peer, const Parcel &parcel);

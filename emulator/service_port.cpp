@@ -1,6 +1,7 @@
 #include "service_port.h"
 
 #include <chrono>
+#include <iostream>
 #include <utility>
 
 namespace korvane::emulator {
@@ -23,7 +24,14 @@ void ServicePort::open() {
   events.received = [this](ConnectionId id, const Parcel &parcel) {
     trace_.request(id, parcel);
     const auto peer = peers_.find(id);
-    if (peer != peers_.end()) received_({openings_, id}, peer->second, parcel);
+    if (peer == peers_.end()) return;
+    try {
+      received_({openings_, id}, peer->second, parcel);
+    } catch (const std::exception &error) {
+      // The client would wait for an answer that does not come.
+      std::cerr << "svcmgr-emulator: a request failed: " << error.what() << '\n';
+      server_->disconnect(id);
+    }
   };
   server_ = std::make_unique<host::RpcPortServer>(loop_, SVCMGR_APP_ID, kPortName, events);
 }

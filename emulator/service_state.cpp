@@ -1,6 +1,7 @@
 #include "service_state.h"
 
 #include <algorithm>
+#include <limits>
 #include <stdexcept>
 
 #include "json_file.h"
@@ -36,6 +37,15 @@ OfferedModel decode(const Json &json) {
   return model;
 }
 
+std::int32_t decode_number(const Json &json) {
+  using Limits = std::numeric_limits<std::int32_t>;
+  const auto number = json.is_number_integer() ? json.get<std::int64_t>() : Limits::max() + 1LL;
+  if (number < Limits::min() || number > Limits::max()) {
+    throw std::runtime_error(to_text(json) + " is no 32-bit number");
+  }
+  return static_cast<std::int32_t>(number);
+}
+
 bool contains(const std::vector<std::string> &texts, const std::string &text) {
   return std::find(texts.begin(), texts.end(), text) != texts.end();
 }
@@ -53,34 +63,44 @@ ServiceState::ServiceState(host::Device device) : device_(std::move(device)) {
 void ServiceState::load() {
   const std::filesystem::path file = state_file(device_);
   const Json document = read_json(file);
+  Contents contents;
   try {
-    document.at("agent_api_level").get_to(agent_api_level_);
-    document.at("license").get_to(license_);
-    document.at("available").get_to(available_);
-    models_.clear();
-    for (const Json &model : document.at("models")) models_.push_back(decode(model));
+    contents.agent_api_level = decode_number(document.at("agent_api_level"));
+    document.at("license").get_to(contents.license);
+    document.at("available").get_to(contents.available);
+    for (const Json &model : document.at("models")) contents.models.push_back(decode(model));
+    for (const auto &[agent, version] : contents.available) {
+      if (!host::is_plain_name(agent)) throw std::runtime_error("\"" + agent + "\" is no agent");
+    }
   } catch (const std::exception &error) {
     throw std::runtime_error(file.string() + ": " + error.what());
   }
+  contents_ = std::move(contents);
+  places_.clear();
+  for (std::size_t place = 0; place < contents_.models.size(); ++place) {
+    places_.emplace(contents_.models[place].id, place);
+  }
 }
 
-void ServiceState::save() const {
+void ServiceState::replace(Contents contents) {
   Json models = Json::array();
-  for (const OfferedModel &model : models_) models.push_back(encode(model));
-  write_json(state_file(device_), {{"agent_api_level", agent_api_level_},
-                                   {"license", license_},
-                                   {"available", available_},
+  for (const OfferedModel &model : contents.models) models.push_back(encode(model));
+  write_json(state_file(device_), {{"agent_api_level", contents.agent_api_level},
+                                   {"license", contents.license},
+                                   {"available", contents.available},
                                    {"models", std::move(models)}});
+  contents_ = std::move(contents);
 }
 
 void ServiceState::set_license(const std::string &text) {
-  license_ = text;
-  save();
+  Contents contents = contents_;
+  contents.license = text;
+  replace(std::move(contents));
 }
 
 std::vector<std::string> ServiceState::agents(const std::vector<std::string> *names) const {
   std::vector<std::string> found;
-  for (const auto &[agent, version] : available_) {
+  for (const auto &[agent, version] : contents_.available) {
     if (names == nullptr || contains(*names, agent)) found.push_back(agent);
   }
   return found;
@@ -89,14 +109,14 @@ std::vector<std::string> ServiceState::agents(const std::vector<std::string> *na
 void ServiceState::update_agent(const std::string &agent) {
   const std::filesystem::path file = device_.packages_directory() / (agent + ".json");
   Json package = read_json(file);
-  package["version"] = available_.at(agent);
+  package["version"] = contents_.available.at(agent);
   write_json(file, package);
 }
 
 ModelList ServiceState::usable_models(const std::string &id, bool with_description) const {
-  const bool is_agent = available_.count(id) != 0;
+  const bool is_agent = contents_.available.count(id) != 0;
   ModelList list;
-  for (const OfferedModel &model : models_) {
+  for (const OfferedModel &model : contents_.models) {
     const bool usable = is_agent ? model.agent == id
                                  : model.applications.empty() || contains(model.applications, id);
     if (!usable || model.installed.empty()) continue;
@@ -108,26 +128,17 @@ ModelList ServiceState::usable_models(const std::string &id, bool with_descripti
 }
 
 const OfferedModel *ServiceState::find_model(const std::string &id) const {
-  const auto found = std::find_if(models_.begin(), models_.end(),
-                                  [&id](const OfferedModel &model) { return model.id == id; });
-  return found == models_.end() ? nullptr : &*found;
+  const auto place = places_.find(id);
+  return place == places_.end() ? nullptr : &contents_.models[place->second];
 }
 
-void ServiceState::install_model(const std::string &id, const std::string &version) {
-  const OfferedModel *model = find_model(id);
-  if (model == nullptr) return;
-  set_installed(id, version.empty() ? model->versions.back() : version);
-}
-
-void ServiceState::uninstall_model(const std::string &id) {
-  set_installed(id, "");
-}
-
-void ServiceState::set_installed(const std::string &id, const std::string &version) {
-  for (OfferedModel &model : models_) {
-    if (model.id == id) model.installed = version;
+void ServiceState::set_installed(const InstalledVersions &versions) {
+  Contents contents = contents_;
+  for (OfferedModel &model : contents.models) {
+    const auto version = versions.find(model.id);
+    if (version != versions.end()) model.installed = version->second;
   }
-  save();
+  replace(std::move(contents));
 }
 
 }  // namespace korvane::emulator

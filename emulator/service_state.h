@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <map>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "device.h"
@@ -28,17 +29,20 @@ struct OfferedModel {
 /**
  * The service manager's state, kept in service/state.json of the device and, for
  * the agents' versions, in their package files. Every change is on disk when the
- * operation returns. Failures are std::runtime_error.
+ * operation returns, or, when that fails, not made at all. Failures are std::runtime_error.
  */
 class ServiceState {
  public:
+  /** The versions that models are to have, by their IDs; an empty one uninstalls. */
+  using InstalledVersions = std::unordered_map<std::string, std::string>;
+
   explicit ServiceState(host::Device device);
 
   /** Reads the state from disk again. */
   void load();
 
-  std::int32_t agent_api_level() const { return agent_api_level_; }
-  const std::string &license() const { return license_; }
+  std::int32_t agent_api_level() const { return contents_.agent_api_level; }
+  const std::string &license() const { return contents_.license; }
   void set_license(const std::string &text);
 
   /** Those of the names that are agents; without names, every agent. */
@@ -50,19 +54,23 @@ class ServiceState {
   ModelList usable_models(const std::string &id, bool with_description) const;
   /** Every version of a model; null when there is no such model. */
   const OfferedModel *find_model(const std::string &id) const;
-  /** Makes the version the installed one; an empty version is the newest. */
-  void install_model(const std::string &id, const std::string &version);
-  void uninstall_model(const std::string &id);
+  /** Changes all of these models, or none of them. */
+  void set_installed(const InstalledVersions &versions);
 
  private:
-  void save() const;
-  void set_installed(const std::string &id, const std::string &version);
+  struct Contents {
+    std::int32_t agent_api_level = 0;
+    std::string license;
+    std::map<std::string, std::string> available;  ///< agent: newest version of its package
+    std::vector<OfferedModel> models;
+  };
+
+  /** Makes it the state, once it is on disk. */
+  void replace(Contents contents);
 
   host::Device device_;
-  std::int32_t agent_api_level_ = 0;
-  std::string license_;
-  std::map<std::string, std::string> available_;  ///< agent: newest version of its package
-  std::vector<OfferedModel> models_;
+  Contents contents_;
+  std::unordered_map<std::string, std::size_t> places_;  ///< of models, by their IDs
 };
 
 }  // namespace korvane::emulator
