@@ -25,10 +25,12 @@
  * 0 is success, every failure is negative. Out arguments are written only on
  * success. Every function first checks that the service manager is installed;
  * while it is not, the function does nothing and returns
- * #SVCMGR_ERROR_NOT_SUPPORTED. Two codes are possible wherever a function or
- * callback allocates memory or meets an inner failure, also where they are not
- * listed: #SVCMGR_ERROR_OUT_OF_MEMORY, after which nothing has changed, and
- * #SVCMGR_ERROR_INVALID_OPERATION. No C++ exception leaves the library.
+ * #SVCMGR_ERROR_NOT_SUPPORTED. Two codes are possible wherever a function
+ * allocates memory or meets an inner failure, also where they are not listed:
+ * #SVCMGR_ERROR_OUT_OF_MEMORY, after which nothing has changed, and
+ * #SVCMGR_ERROR_INVALID_OPERATION. A function that connects, calls the service
+ * manager or reads files may also take such a failure for one of that. No C++
+ * exception leaves the library.
  *
  * @par Threads
  * The library starts no thread and takes no lock around its state. Call every
@@ -118,7 +120,7 @@ typedef enum {
   SVCMGR_ERROR_INVALID_API_LEVEL = -1073741825,
   /** The QEL scheme is disabled on the device (0xBFFFFFFE). */
   SVCMGR_ERROR_QEL_DISABLED = -1073741826,
-  /** The installed service manager is too old for the function (0xBFFFFFFD). */
+  /** The installed service manager is too old, or its version cannot be read (0xBFFFFFFD). */
   SVCMGR_ERROR_NOT_SUPPORTED_VERSION = -1073741827,
   /** The service manager ended the request with its result 6 (0xBFFFFFFB). */
   SVCMGR_ERROR_SERVICE_CODE_6 = -1073741829,
@@ -147,13 +149,23 @@ typedef enum {
  * (#SVCMGR_ERROR_NONE, #SVCMGR_CONNECTION_DISCONNECTED) and
  * (#SVCMGR_ERROR_PERMISSION_DENIED, #SVCMGR_CONNECTION_REJECTED).
  *
- * An update of the service manager itself that it announced beforehand is not
- * reported: the library reconnects by itself, and the application hears
- * neither of the drop nor of the new connection. Further connections are not
- * reported either, also ones that the application starts itself, until its next
- * update request or the next update status that the library receives; losses
- * and rejections always are. Should the reconnection not even start, nothing is
- * reported, and the next launch of the service manager tries again.
+ * An update of the service manager itself, which it announces beforehand, is
+ * ridden through unreported:
+ *
+ * - The first loss after the announcement is not reported. When the service
+ *   manager announces its launch, the library reconnects by itself.
+ * - From then on connections are not reported: not this one, not one after a
+ *   later loss, and none that the application starts itself. That ends with the
+ *   next update request or update status; the next announcement begins anew.
+ * - An update request or update status between announcement and loss undoes the
+ *   announcement: loss and connection are both reported. An update status
+ *   between loss and launch leaves the connection to be reported.
+ * - All other losses are reported, and all rejections.
+ *
+ * An update request counts when the application makes it while connected,
+ * accepted or not; an update status, while a callback for it is registered.
+ * Whether the library is connected at the moment shows, without any traffic, in
+ * what korvane_svcmgr_is_being_updated() returns.
  *
  * @param result    an error code
  * @param state     what happened
@@ -170,11 +182,18 @@ typedef void (*korvane_svcmgr_connection_cb)(int result, korvane_svcmgr_connecti
  * Success means that the connection was started; the application is connected
  * when the callback receives #SVCMGR_CONNECTION_CONNECTED. Called again before
  * that, or after the connection was lost or rejected, it only replaces the
- * callback and the user data and returns success. After a loss the library
- * reconnects by itself when the service manager announces its next launch;
- * a first connection that is rejected stays rejected for the life of the
- * process. The callback is replaced also when the function then fails to start
- * a connection.
+ * callback and the user data and returns success.
+ *
+ * After a loss the library reconnects by itself when the service manager
+ * announces its next launch, provided that the platform let it subscribe to
+ * these announcements. It does so once for each loss, and without a report when
+ * the reconnection does not even start: no further launch is heard then, and
+ * the application has to call this function again.
+ *
+ * Two things last until the process ends, whatever is called. A connection that
+ * was rejected, a first one or a reconnection, stays rejected. And should the
+ * platform fail to start a connection with an error number that has no meaning
+ * to the library, this function succeeds, but no event ever follows.
  *
  * @param callback  called for every event of the connection, until the next connect; not null
  * @param user_data handed to the callback unchanged; may be null
@@ -212,8 +231,8 @@ SVCMGR_API int korvane_svcmgr_disconnect(void);
  * Gets the client API level of the calling application.
  *
  * It is the highest level stated by the marker sections of the ELF files in
- * the application's installation directory. The call reads every file there
- * and needs no connection.
+ * the application's installation directory; the first marker of a file counts,
+ * and level 0 is none. The call reads every file there and needs no connection.
  *
  * @param level receives the level, 1 to 65535; not null
  *
@@ -230,7 +249,7 @@ SVCMGR_API int korvane_svcmgr_get_client_api_level(int *level);
 /**
  * Asks the service manager for the API level of the installed agent.
  *
- * @param level receives the level; not null
+ * @param level receives the level, any number that the service manager states; not null
  *
  * @retval #SVCMGR_ERROR_NONE the level was stored
  * @retval #SVCMGR_ERROR_INVALID_PARAMETER level is null
@@ -380,8 +399,8 @@ SVCMGR_API int korvane_svcmgr_request_update(void);
  * @param reserved not used; pass null
  *
  * @retval #SVCMGR_ERROR_NONE the request was accepted
- * @retval #SVCMGR_ERROR_NOT_SUPPORTED_VERSION the installed service manager is older than 2.3;
- * tested before the arguments
+ * @retval #SVCMGR_ERROR_NOT_SUPPORTED_VERSION the installed service manager is older than 2.3, or
+ * its version cannot be read; tested before the arguments
  * @retval #SVCMGR_ERROR_INVALID_PARAMETER list is null
  * @retval #SVCMGR_ERROR_PERMISSION_DENIED the service manager refuses the request
  * @retval #SVCMGR_ERROR_UPDATE_IN_PROGRESS the service manager is already updating
@@ -421,9 +440,10 @@ typedef enum {
  *
  * The start of every update on the device is reported; its end (completed or
  * failed) only after this application requested an update, after a reported
- * start, or during an update of the service manager. Of several ends in a row
- * only the first is reported. The library counts the update as ended after the
- * callback has returned: an update requested from inside it has its start
+ * start, or after the service manager announced an update of its own. Of several
+ * ends in a row only the first is reported. A request counts when it was made
+ * while connected, accepted or not. The library counts the update as ended after
+ * the callback has returned: an update requested from inside it has its start
  * reported, and its end only if the start was.
  *
  * @param status    what happened
@@ -438,7 +458,8 @@ typedef void (*korvane_svcmgr_update_status_cb)(korvane_svcmgr_update_status_e s
  * Registers the callback for update statuses, replacing an earlier one. Needs no connection.
  *
  * The function succeeds also when the platform refuses the subscription; the
- * callback is then never called until a later registration succeeds.
+ * callback is then not called before a later registration that the platform
+ * accepts.
  *
  * @param callback  called for every update status, until it is unset; not null
  * @param user_data handed to the callback unchanged; may be null
@@ -455,6 +476,9 @@ SVCMGR_API int korvane_svcmgr_set_update_status_cb(korvane_svcmgr_update_status_
 /**
  * Removes the callback for update statuses. Succeeds also when none is registered.
  *
+ * Should the platform refuse to end the subscription, a callback registered
+ * later hears every start twice.
+ *
  * @retval #SVCMGR_ERROR_NONE no callback is registered any more
  * @retval #SVCMGR_ERROR_NOT_SUPPORTED the service manager is not installed on the device
  *
@@ -465,11 +489,12 @@ SVCMGR_API int korvane_svcmgr_unset_update_status_cb(void);
 /**
  * Asks whether an update is under way, as far as the library knows.
  *
- * That is so from the start of an update until its end, and from the
- * announcement of an update of the service manager itself until the next update
- * request or end of an update. After a request alone it is not yet so. The
- * library learns of starts and ends only while an update-status callback is
- * registered.
+ * That is so from the start of an update, or the announcement of an update of
+ * the service manager itself, until the end of an update. An update request ends
+ * it, too, accepted or not: after a request the answer is no until the next
+ * start or announcement. The library learns of starts and ends only while an
+ * update-status callback is registered, and of announcements only while
+ * connected, and after a loss until the next launch.
  *
  * @param is_being_updated receives the answer; not null
  *
@@ -895,7 +920,12 @@ SVCMGR_API int korvane_svcmgr_ai_progress_get_percentage(korvane_svcmgr_ai_progr
  * Delivers a list of models that was asked for.
  *
  * It is called for every answer of the service manager to the request, usually
- * one, and never after the connection was lost or ended.
+ * one, and never after the connection was lost or ended: what was asked before
+ * stays unanswered, also when the loss is not reported because the service
+ * manager updated itself. A time limit of the application's own covers that.
+ *
+ * All four texts of every model are set, some perhaps to an empty text.
+ *
  * The result is one of #SVCMGR_ERROR_NONE, #SVCMGR_ERROR_UPDATE_IN_PROGRESS,
  * #SVCMGR_ERROR_NO_SPACE, #SVCMGR_ERROR_SERVICE_CODE_6,
  * #SVCMGR_ERROR_QEL_DISABLED, #SVCMGR_ERROR_PERMISSION_DENIED and, for every
@@ -915,7 +945,10 @@ typedef void (*korvane_svcmgr_ai_model_list_cb)(int result, korvane_svcmgr_ai_mo
  * Delivers one progress report of a model update or uninstallation.
  *
  * It is called for every report of the service manager, and never after the
- * connection was lost or ended.
+ * connection was lost or ended, also when the loss is not reported because the
+ * service manager updated itself. A time limit of the application's own, begun
+ * anew with every report, covers that.
+ *
  * The result is one of #SVCMGR_ERROR_NONE, #SVCMGR_ERROR_UPDATE_IN_PROGRESS,
  * #SVCMGR_ERROR_NO_SPACE, #SVCMGR_ERROR_SERVICE_CODE_6,
  * #SVCMGR_ERROR_QEL_DISABLED, #SVCMGR_ERROR_PERMISSION_DENIED and, for every
@@ -938,8 +971,8 @@ typedef void (*korvane_svcmgr_ai_progress_cb)(int result, korvane_svcmgr_ai_prog
  * @param user_data handed to the callback unchanged; may be null
  *
  * @retval #SVCMGR_ERROR_NONE the request was sent; the outcome arrives through the callback
- * @retval #SVCMGR_ERROR_NOT_SUPPORTED_VERSION the installed service manager is older than 1.7;
- * tested before the arguments
+ * @retval #SVCMGR_ERROR_NOT_SUPPORTED_VERSION the installed service manager is older than 1.7, or
+ * its version cannot be read; tested before the arguments
  * @retval #SVCMGR_ERROR_INVALID_PARAMETER callback is null
  * @retval #SVCMGR_ERROR_NOT_CONNECTED no connection was started, or it was ended
  * @retval #SVCMGR_ERROR_INVALID_OPERATION the calling application is not known, or the request
@@ -958,8 +991,8 @@ SVCMGR_API int korvane_svcmgr_ai_request_usable_model_list(korvane_svcmgr_ai_mod
  * @param user_data handed to the callback unchanged; may be null
  *
  * @retval #SVCMGR_ERROR_NONE the request was sent; the outcome arrives through the callback
- * @retval #SVCMGR_ERROR_NOT_SUPPORTED_VERSION the installed service manager is older than 1.7;
- * tested before the arguments
+ * @retval #SVCMGR_ERROR_NOT_SUPPORTED_VERSION the installed service manager is older than 1.7, or
+ * its version cannot be read; tested before the arguments
  * @retval #SVCMGR_ERROR_INVALID_PARAMETER callback is null
  * @retval #SVCMGR_ERROR_NOT_CONNECTED no connection was started, or it was ended
  * @retval #SVCMGR_ERROR_INVALID_OPERATION the calling application is not known, or the request
@@ -979,8 +1012,8 @@ SVCMGR_API int korvane_svcmgr_ai_request_usable_model_list_with_description(
  * @param user_data handed to the callback unchanged; may be null
  *
  * @retval #SVCMGR_ERROR_NONE the request was sent; the outcome arrives through the callback
- * @retval #SVCMGR_ERROR_NOT_SUPPORTED_VERSION the installed service manager is older than 2.3;
- * tested before the arguments
+ * @retval #SVCMGR_ERROR_NOT_SUPPORTED_VERSION the installed service manager is older than 2.3, or
+ * its version cannot be read; tested before the arguments
  * @retval #SVCMGR_ERROR_INVALID_PARAMETER callback or category is null, or no agent provides the
  * category
  * @retval #SVCMGR_ERROR_NOT_CONNECTED no connection was started, or it was ended
@@ -996,13 +1029,14 @@ SVCMGR_API int korvane_svcmgr_ai_request_usable_model_list_with_category(
 /**
  * Asks for the versions of one model, as a list of models.
  *
- * @param model     the model; its ID must be set; read during the call only; not null
+ * @param model     the model; its ID must be set, and nothing else plays a part; read during the
+ * call only; not null
  * @param callback  receives the list; not null
  * @param user_data handed to the callback unchanged; may be null
  *
  * @retval #SVCMGR_ERROR_NONE the request was sent; the outcome arrives through the callback
- * @retval #SVCMGR_ERROR_NOT_SUPPORTED_VERSION the installed service manager is older than 1.7;
- * tested before the arguments
+ * @retval #SVCMGR_ERROR_NOT_SUPPORTED_VERSION the installed service manager is older than 1.7, or
+ * its version cannot be read; tested before the arguments
  * @retval #SVCMGR_ERROR_INVALID_PARAMETER model or callback is null
  * @retval #SVCMGR_ERROR_NOT_CONNECTED no connection was started, or it was ended
  * @retval #SVCMGR_ERROR_INVALID_OPERATION the model has no ID, the calling application is not
@@ -1018,14 +1052,28 @@ SVCMGR_API int korvane_svcmgr_ai_request_model_version_list(
 /**
  * Asks the service manager to update the models of a list.
  *
- * @param models    the models; their IDs must be set, versions may be; read during the call only;
- * not null
+ * The version of a model is the one that is wanted. To a model without one the
+ * service manager is sent an empty text, and the choice is its own; commonly it
+ * takes the newest. What a list of usable models holds carries the installed
+ * version, and asking for that one changes nothing: make a model info of its own
+ * to ask for another.
+ *
+ * @code
+ * korvane_svcmgr_ai_model_info_create(&model);
+ * korvane_svcmgr_ai_model_info_set_id(model, "vision.detect");
+ * korvane_svcmgr_ai_model_list_create(&models);
+ * korvane_svcmgr_ai_model_list_add(models, model);
+ * korvane_svcmgr_ai_request_to_update(models, on_progress, NULL);
+ * @endcode
+ *
+ * @param models    the models; their IDs must be set; titles and descriptions play no part; read
+ * during the call only; not null
  * @param callback  receives every progress report; not null
  * @param user_data handed to the callback unchanged; may be null
  *
  * @retval #SVCMGR_ERROR_NONE the request was sent; the outcome arrives through the callback
- * @retval #SVCMGR_ERROR_NOT_SUPPORTED_VERSION the installed service manager is older than 1.7;
- * tested before the arguments
+ * @retval #SVCMGR_ERROR_NOT_SUPPORTED_VERSION the installed service manager is older than 1.7, or
+ * its version cannot be read; tested before the arguments
  * @retval #SVCMGR_ERROR_INVALID_PARAMETER models or callback is null
  * @retval #SVCMGR_ERROR_NOT_CONNECTED no connection was started, or it was ended
  * @retval #SVCMGR_ERROR_INVALID_OPERATION a model has no ID, or the request could not be sent
@@ -1041,13 +1089,14 @@ SVCMGR_API int korvane_svcmgr_ai_request_to_update(korvane_svcmgr_ai_model_list_
 /**
  * Asks the service manager to uninstall the models of a list.
  *
- * @param models    the models; their IDs must be set; read during the call only; not null
+ * @param models    the models; their IDs must be set, and nothing else plays a part; read during
+ * the call only; not null
  * @param callback  receives every progress report; not null
  * @param user_data handed to the callback unchanged; may be null
  *
  * @retval #SVCMGR_ERROR_NONE the request was sent; the outcome arrives through the callback
- * @retval #SVCMGR_ERROR_NOT_SUPPORTED_VERSION the installed service manager is older than 1.7;
- * tested before the arguments
+ * @retval #SVCMGR_ERROR_NOT_SUPPORTED_VERSION the installed service manager is older than 1.7, or
+ * its version cannot be read; tested before the arguments
  * @retval #SVCMGR_ERROR_INVALID_PARAMETER models or callback is null
  * @retval #SVCMGR_ERROR_NOT_CONNECTED no connection was started, or it was ended
  * @retval #SVCMGR_ERROR_INVALID_OPERATION a model has no ID, or the request could not be sent
@@ -1088,7 +1137,8 @@ typedef void (*korvane_svcmgr_ai_status_cb)(int result, korvane_svcmgr_ai_state_
  * Registers the callback for model states, replacing an earlier one. Needs no connection.
  *
  * The function succeeds also when the platform refuses the subscription; the
- * callback is then never called until a later registration succeeds.
+ * callback is then not called before a later registration that the platform
+ * accepts.
  *
  * @param callback  called for every model state, until it is deregistered; not null
  * @param user_data handed to the callback unchanged; may be null
@@ -1104,6 +1154,9 @@ SVCMGR_API int korvane_svcmgr_ai_register_status_cb(korvane_svcmgr_ai_status_cb 
 
 /**
  * Removes the callback for model states. Succeeds also when none is registered.
+ *
+ * Should the platform refuse to end the subscription, a callback registered
+ * later hears every state twice.
  *
  * @retval #SVCMGR_ERROR_NONE no callback is registered any more
  * @retval #SVCMGR_ERROR_INVALID_OPERATION the platform refused to end the subscription; the
