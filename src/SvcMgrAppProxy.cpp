@@ -1,5 +1,7 @@
 #include "SvcMgrAppProxy.h"
 
+#include <algorithm>
+
 #include "api_frame.h"
 #include "heap_text.h"
 #include "log.h"
@@ -174,12 +176,84 @@ void SvcMgrAppPort::CallbackBase::ReadDelegate(rpc_port_parcel_h parcel, Callbac
   rpc_port_parcel_read_int32(parcel, &delegate.id_);
   rpc_port_parcel_read_int32(parcel, &delegate.seq_);
   rpc_port_parcel_read_bool(parcel, &delegate.once_);
+  ++changed_identities_;
 }
 
 int SvcMgrAppPort::CallbackBase::ReadResultCode(rpc_port_parcel_h parcel) {
   int result_code = 0;
   read_result(parcel, result_code);
   return result_code;
+}
+
+void SvcMgrAppPort::DelegateList::Append(Owner delegate) {
+  // At most half of the table is in use, so that what is sought lies near its own slot.
+  if (2 * (entries_.size() + 1) > slots_.size()) MakeRoom();
+  const int id = delegate->GetId();
+  const int seq = delegate->GetSeq();
+  entries_.push_back({id, seq, std::move(delegate)});
+  Enter(entries_.size());
+}
+
+/** Forgets the entries without a delegate; enlarges the table when that is not enough. */
+void SvcMgrAppPort::DelegateList::MakeRoom() {
+  constexpr std::size_t kSmallest = 16;
+  const std::size_t wanted = 4 * (entries_.size() - taken_);
+  if (wanted >= slots_.size()) slots_.resize(std::max(kSmallest, 2 * slots_.size()));
+  entries_.erase(std::remove_if(entries_.begin(), entries_.end(),
+                                [](const Entry &entry) { return entry.delegate == nullptr; }),
+                 entries_.end());
+  taken_ = 0;
+  Index();
+}
+
+/** Makes the table anew, with the identities that the delegates have now. */
+void SvcMgrAppPort::DelegateList::Index() {
+  changed_identities_ = CallbackBase::ChangedIdentities();
+  std::fill(slots_.begin(), slots_.end(), 0);
+  for (std::size_t i = 0; i < entries_.size(); ++i) {
+    Entry &entry = entries_[i];
+    if (entry.delegate == nullptr) continue;
+    entry.id = entry.delegate->GetId();
+    entry.seq = entry.delegate->GetSeq();
+    Enter(i + 1);
+  }
+}
+
+/** Of equal entries the first lies first on the way from their slot. */
+void SvcMgrAppPort::DelegateList::Enter(std::size_t number) {
+  std::size_t slot = Slot(entries_[number - 1].seq);
+  while (slots_[slot] != 0) slot = (slot + 1) & (slots_.size() - 1);
+  slots_[slot] = static_cast<std::uint32_t>(number);
+}
+
+SvcMgrAppPort::DelegateList::Owner *SvcMgrAppPort::DelegateList::Find(int id, int seq) {
+  if (taken_ == entries_.size()) return nullptr;
+  if (changed_identities_ != CallbackBase::ChangedIdentities()) Index();
+  for (std::size_t slot = Slot(seq); slots_[slot] != 0; slot = (slot + 1) & (slots_.size() - 1)) {
+    Entry &entry = entries_[slots_[slot] - 1];
+    if (entry.id == id && entry.seq == seq && entry.delegate != nullptr) return &entry.delegate;
+  }
+  return nullptr;
+}
+
+SvcMgrAppPort::DelegateList::Owner *SvcMgrAppPort::DelegateList::FindTag(const std::string &tag) {
+  for (Entry &entry : entries_) {
+    if (entry.delegate != nullptr && entry.delegate->GetTag() == tag) return &entry.delegate;
+  }
+  return nullptr;
+}
+
+SvcMgrAppPort::DelegateList::Owner SvcMgrAppPort::DelegateList::Take(Owner &found) {
+  ++taken_;
+  return std::move(found);
+}
+
+void SvcMgrAppPort::DelegateList::Clear() {
+  // A delegate may do anything while it is deleted: it finds the list empty.
+  std::vector<Entry> dropped = std::exchange(entries_, {});
+  slots_.clear();
+  taken_ = 0;
+  for (Entry &entry : dropped) entry.delegate.reset();
 }
 
 SvcMgrAppPort::SvcMgrAppPort(IEventListener *listener, std::string target_app_id)
@@ -236,7 +310,7 @@ void SvcMgrAppPort::OnDisconnectedCB(const char * /*endpoint*/, const char * /*p
                                      void *user_data) {
   run_port_callback("OnDisconnectedCB", [user_data] {
     auto *self = static_cast<SvcMgrAppPort *>(user_data);
-    self->delegates_.clear();
+    self->delegates_.Clear();
     self->listener_->OnDisconnected();
   });
 }
@@ -272,16 +346,12 @@ void SvcMgrAppPort::DispatchDelegate(rpc_port_parcel_h parcel) {
   rpc_port_parcel_read_int32(parcel, &id);
   rpc_port_parcel_read_int32(parcel, &seq);
   rpc_port_parcel_read_bool(parcel, &once);
-  for (auto delegate = delegates_.begin(); delegate != delegates_.end(); ++delegate) {
-    if ((*delegate)->GetId() != id || (*delegate)->GetSeq() != seq) continue;
-    if ((*delegate)->IsOnce()) {
-      const std::unique_ptr<CallbackBase> last_use = std::move(*delegate);
-      delegates_.erase(delegate);
-      last_use->ReceiveParcel(parcel);
-    } else {
-      (*delegate)->ReceiveParcel(parcel);
-    }
-    return;
+  DelegateList::Owner *found = delegates_.Find(id, seq);
+  if (found == nullptr) return;
+  if ((*found)->IsOnce()) {
+    delegates_.Take(*found)->ReceiveParcel(parcel);
+  } else {
+    (*found)->ReceiveParcel(parcel);
   }
 }
 
@@ -348,7 +418,7 @@ void SvcMgrAppPort::CallLater(const char *operation, MethodId method,
   CallbackBase::WriteDelegate(request.get(), *delegate);
   (write_value(request.get(), arguments), ...);
   const std::lock_guard<std::recursive_mutex> guard(lock_);
-  delegates_.push_back(std::move(delegate));
+  delegates_.Append(std::move(delegate));
   Send(operation, request);
 }
 
@@ -398,11 +468,8 @@ void SvcMgrAppPort::RequestToUninstall(std::unique_ptr<RequestToUninstallCallbac
 }
 
 void SvcMgrAppPort::RemoveDelegateByTag(const std::string &tag) {
-  for (auto delegate = delegates_.begin(); delegate != delegates_.end(); ++delegate) {
-    if ((*delegate)->GetTag() != tag) continue;
-    delegates_.erase(delegate);
-    return;
-  }
+  DelegateList::Owner *found = delegates_.FindTag(tag);
+  if (found != nullptr) delegates_.Take(*found);
 }
 
 }  // namespace rpc_port::SvcMgrAppProxy::proxy

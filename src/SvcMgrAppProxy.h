@@ -6,8 +6,8 @@
 #define KORVANE_SVCMGR_SVC_MGR_APP_PROXY_H_
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
-#include <list>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -192,6 +192,8 @@ class SvcMgrAppPort {
 
     static void WriteDelegate(rpc_port_parcel_h parcel, const CallbackBase &delegate);
     static void ReadDelegate(rpc_port_parcel_h parcel, CallbackBase &delegate);
+    /** How many delegates of the process have been given another kind or number so far. */
+    static int ChangedIdentities() { return changed_identities_; }
 
    protected:
     /** The service manager's result, which stands before the payload; -1 when there is none. */
@@ -203,6 +205,7 @@ class SvcMgrAppPort {
     bool once_;
 
     static inline std::atomic<std::int32_t> next_seq_{0};
+    static inline std::atomic<int> changed_identities_{0};
   };
 
   /** What the delegates of all kinds of request do: decode an answer, and pass it on. */
@@ -301,6 +304,52 @@ class SvcMgrAppPort {
     request_update_with_list = 10,
   };
 
+  /**
+   * The delegates of open requests, in the order in which they were registered.
+   *
+   * They are found through a hash table of their numbers. An answer touches one place of it, one
+   * entry and the delegate: with very many open requests it is memory that costs the time.
+   */
+  class DelegateList {
+   public:
+    using Owner = std::unique_ptr<CallbackBase>;
+
+    DelegateList() = default;
+    DelegateList(const DelegateList &) = delete;
+    DelegateList &operator=(const DelegateList &) = delete;
+    ~DelegateList() { Clear(); }
+
+    /** Throws std::bad_alloc; the delegate is gone then. */
+    void Append(Owner delegate);
+    /** The first delegate of this kind and number; null when there is none. */
+    Owner *Find(int id, int seq);
+    /** The first delegate with this tag; null when there is none. */
+    Owner *FindTag(const std::string &tag);
+    /** Takes a delegate that was found out of the list. */
+    Owner Take(Owner &found);
+    /** Deletes all delegates, in their order. */
+    void Clear();
+
+   private:
+    struct Entry {
+      int id;
+      int seq;
+      Owner delegate;  ///< null when it was taken
+    };
+
+    std::size_t Slot(int seq) const {
+      return static_cast<std::uint32_t>(seq) & (slots_.size() - 1);
+    }
+    void MakeRoom();
+    void Index();
+    void Enter(std::size_t number);
+
+    std::vector<Entry> entries_;
+    std::size_t taken_ = 0;             ///< entries without a delegate
+    std::vector<std::uint32_t> slots_;  ///< numbers of entries, from 1; a power of two of them
+    int changed_identities_ = 0;        ///< of the process, when the table was made
+  };
+
   static void OnConnectedCB(const char *endpoint, const char *port_name, rpc_port_h port,
                             void *user_data);
   static void OnDisconnectedCB(const char *endpoint, const char *port_name, void *user_data);
@@ -324,7 +373,7 @@ class SvcMgrAppPort {
   rpc_port_proxy_h proxy_handle_;
   IEventListener *listener_;
   std::recursive_mutex lock_;
-  std::list<std::unique_ptr<CallbackBase>> delegates_;
+  DelegateList delegates_;
   std::string target_app_id_;
 };
 

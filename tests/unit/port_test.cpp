@@ -43,9 +43,13 @@ class PortTest : public LibraryTest, public Port::IEventListener {
     heard.clear();
     first = Port::RequestToUpdateCallback(false).GetSeq() + 1;
   }
-  void request(bool once = false) {
+  /** Sends a request; its delegate, which the port owns. */
+  Progress *request(bool once = false) {
     const AIModelInfo model("id", "1", "title", "text");
-    port->RequestToUpdate(std::make_unique<Progress>(*this, once), AIModelList({model, {}}, 7));
+    auto delegate = std::make_unique<Progress>(*this, once);
+    Progress *const registered = delegate.get();
+    port->RequestToUpdate(std::move(delegate), AIModelList({model, {}}, 7));
+    return registered;
   }
 
   std::unique_ptr<Port> port = std::make_unique<Port>(this, "org.example.service");
@@ -73,6 +77,51 @@ TEST_F(PortTest, DelegatesAreFoundByKindAndNumber) {
   port.reset();
   EXPECT_HEARD("1 3", "1 3", "2 3", "gone 2", "gone 0", "rejected", "gone 1", "disconnected",
                "gone 3");
+}
+
+TEST_F(PortTest, ManyDelegatesComeAndGo) {
+  open();
+  constexpr int kMany = 500;
+  constexpr int kStride = 37;  // leads through all of them in no order
+  Texts expected;
+  std::set<int> registered;
+  for (const int begin : {0, kMany}) {
+    for (int i = 0; i < kMany; ++i) request(i % 3 == 0);
+    for (int number = begin; number < begin + kMany; ++number) registered.insert(number);
+    for (int i = 0; i < kMany; ++i) {
+      const int number = begin + i * kStride % kMany;
+      const bool once = (number - begin) % 3 == 0;
+      for (int time = 0; time < 2; ++time) answer_to(number);
+      expected.push_back(std::to_string(number) + " 3");
+      expected.push_back(once ? "gone " + std::to_string(number) : expected.back());
+      if (once) registered.erase(number);
+    }
+  }
+  platform.report_disconnected();
+  for (const int number : registered) expected.push_back("gone " + std::to_string(number));
+  expected.emplace_back("disconnected");
+  EXPECT_EQ(expected, heard);
+}
+
+TEST_F(PortTest, ADelegateIsFoundByTheIdentityThatItHasNow) {
+  open();
+  request();
+  Progress *const second = request();
+  rpc_port_parcel_h identity_of_the_first = nullptr;
+  rpc_port_parcel_create(&identity_of_the_first);
+  rpc_port_parcel_write_int32(identity_of_the_first, 4);
+  rpc_port_parcel_write_int32(identity_of_the_first, first);
+  rpc_port_parcel_write_bool(identity_of_the_first, false);
+  Port::CallbackBase::ReadDelegate(identity_of_the_first, *second);
+  rpc_port_parcel_destroy(identity_of_the_first);
+
+  answer_to(1);
+  EXPECT_HEARD() << "nobody has this number any more";
+  answer_to(0);
+  EXPECT_HEARD("0 3") << "of two that are equal the one registered first";
+  remove(4);
+  answer_to(0);
+  EXPECT_HEARD("0 3", "gone 0", "1 3");
 }
 
 TEST_F(PortTest, Failures) {
