@@ -34,7 +34,7 @@ int app_get_version(char **version) {
   return guarded([version] {
     if (version == nullptr) return -EINVAL;
     const auto package = Device::current().load_package(calling_app());
-    if (!package) return -ENOENT;
+    if (!package) return -EIO;
     *version = heap_copy(package->version);
     return 0;
   });

@@ -6,18 +6,18 @@
 
 #include <atomic>
 #include <cstring>
-#include <deque>
 #include <filesystem>
-#include <map>
+#include <list>
 #include <memory>
+#include <optional>
 
 #include "bundle_handle.h"
 #include "device.h"
 #include "guard.h"
 #include "local_socket.h"
 #include "main_loop.h"
+#include "process.h"
 
-using korvane::host::Bytes;
 using korvane::host::EventBundle;
 using korvane::host::FrameReader;
 using korvane::host::guarded;
@@ -44,33 +44,41 @@ class Subscription : public std::enable_shared_from_this<Subscription> {
     static std::atomic<unsigned> next_number{0};
     const auto folder =
         korvane::host::Device::current().run_directory(std::filesystem::path("events") / name_);
-    path_ = folder / (std::to_string(getpid()) + "." + std::to_string(next_number++));
-    listener_ = korvane::host::listen_unlisted(path_);
+    path_ = korvane::host::ListenerPath(
+        folder / (std::to_string(getpid()) + "." + std::to_string(next_number++)));
+    listener_ = path_.listen();
     source_ = MainLoop::instance().add_descriptor(listener_.get(), EPOLLIN,
                                                   [weak = weak_from_this()](std::uint32_t) {
                                                     if (const auto self = weak.lock())
                                                       self->accept_senders();
                                                   });
-    korvane::host::enlist(path_);
+    path_.enlist();
   }
 
+  /** In a child made by fork the subscription goes on being its parent's. */
   void stop() {
-    active_ = false;
-    MainLoop::instance().remove(source_);
-    for (const auto &[source, sender] : senders_) MainLoop::instance().remove(source);
+    if (!std::exchange(active_, false)) return;
+    if (mark_.is_ours()) {
+      for (const MainLoop::SourceId source : {source_, turn_}) forget(source);
+      for (const Sender &sender : senders_) forget(sender.source);
+      path_.remove();
+    }
     senders_.clear();
-    MainLoop::instance().remove(turn_);
     waiting_.clear();
     listener_.reset();
-    std::error_code ignored;
-    std::filesystem::remove(path_, ignored);
   }
 
  private:
   struct Sender {
     UniqueFd socket;
     FrameReader reader;
+    MainLoop::SourceId source = 0;  ///< 0 while it waits for its turn
   };
+  using Senders = std::list<Sender>;
+
+  static void forget(MainLoop::SourceId source) {
+    if (source != 0) MainLoop::instance().remove(source);
+  }
 
   /**
    * The socket is watched again before anything is delivered: whoever connects from then on has
@@ -84,9 +92,11 @@ class Subscription : public std::enable_shared_from_this<Subscription> {
   }
 
   void accept_waiting() {
-    while (UniqueFd socket = korvane::host::accept_peer(listener_.get())) {
-      waiting_.push_back(std::make_shared<Sender>());
-      waiting_.back()->socket = std::move(socket);
+    for (;;) {
+      Senders next(1);  // first, so that nobody who was accepted is lost for want of memory
+      next.front().socket = korvane::host::accept_peer(listener_.get());
+      if (!next.front().socket) return;
+      waiting_.splice(waiting_.end(), next);
     }
   }
 
@@ -98,14 +108,10 @@ class Subscription : public std::enable_shared_from_this<Subscription> {
     turn_ = 0;
     if (waiting_.empty()) return;
     const auto first_process = [this] {
-      return korvane::host::peer_process(waiting_.front()->socket.get());
+      return korvane::host::peer_process(waiting_.front().socket.get());
     };
     const pid_t process = first_process();
-    while (!waiting_.empty() && first_process() == process) {
-      const auto sender = std::move(waiting_.front());
-      waiting_.pop_front();
-      take(sender);
-    }
+    while (!waiting_.empty() && first_process() == process) take_first();
     if (waiting_.empty()) return;
     turn_ = MainLoop::instance().post([weak = weak_from_this()] {
       if (const auto self = weak.lock()) self->serve_waiting();
@@ -113,28 +119,43 @@ class Subscription : public std::enable_shared_from_this<Subscription> {
   }
 
   /**
-   * Watches a sender, then reads what it sent: read before, what comes in between would be ranked
-   * behind all that happens until it is watched.
+   * Watches the first sender, then reads what it sent: read before, what comes in between would be
+   * ranked behind all that happens until it is watched. Failing, the sender is the first still.
    */
-  void take(const std::shared_ptr<Sender> &sender) {
-    const auto source = std::make_shared<MainLoop::SourceId>();
-    *source = MainLoop::instance().add_descriptor(sender->socket.get(), EPOLLIN,
-                                                  [weak = weak_from_this(), source](std::uint32_t) {
-                                                    if (const auto self = weak.lock())
-                                                      self->read(*source);
-                                                  });
-    senders_.emplace(*source, sender);
-    read(*source);
+  void take_first() {
+    const auto sender = waiting_.begin();
+    sender->source = MainLoop::instance().add_descriptor(
+        sender->socket.get(), EPOLLIN, [weak = weak_from_this(), sender](std::uint32_t) {
+          if (const auto self = weak.lock()) self->deliver(self->finish(sender));
+        });
+    senders_.splice(senders_.end(), waiting_, sender);
+    std::optional<bundle_s> event;
+    try {
+      event = finish(sender);
+    } catch (...) {
+      forget(std::exchange(sender->source, 0));
+      waiting_.splice(waiting_.begin(), senders_, sender);
+      throw;
+    }
+    deliver(std::move(event));
   }
 
-  /** Reads what is there; the sender is done with once its event is whole, or it has gone. */
-  void read(MainLoop::SourceId source) {
-    const auto entry = senders_.find(source);
-    if (entry == senders_.end() || !ends(*entry->second)) return;
-    const auto sender = entry->second;
-    senders_.erase(entry);
-    MainLoop::instance().remove(source);
-    deliver(sender->reader);
+  /**
+   * Reads what is there. The sender is done with once its event, which is returned, is whole, or it
+   * has gone.
+   */
+  std::optional<bundle_s> finish(Senders::iterator sender) {
+    if (!ends(*sender)) return std::nullopt;
+    auto event = event_of(sender->reader);
+    forget(sender->source);
+    senders_.erase(sender);
+    return event;
+  }
+
+  void deliver(std::optional<bundle_s> event) {
+    if (!event) return;
+    const auto keep_alive = shared_from_this();
+    callback_(name_.c_str(), &*event, user_data_);
   }
 
   static bool ends(Sender &sender) {
@@ -151,26 +172,24 @@ class Subscription : public std::enable_shared_from_this<Subscription> {
     }
   }
 
-  void deliver(FrameReader &reader) {
-    auto frame = reader.next();
-    if (!frame || !active_) return;
-    auto values = EventBundle::decode(Parcel(std::move(*frame)));
-    if (!values) return;
-    const auto keep_alive = shared_from_this();
-    bundle_s bundle{std::move(*values), {}};
-    callback_(name_.c_str(), &bundle, user_data_);
+  static std::optional<bundle_s> event_of(const FrameReader &reader) {
+    if (!reader.has_frame()) return std::nullopt;
+    auto values = EventBundle::decode(Parcel(reader.front()));
+    if (!values) return std::nullopt;
+    return bundle_s(std::move(*values));
   }
 
   const std::string name_;
   const event_cb callback_;
   void *const user_data_;
+  const korvane::host::ProcessMark mark_;
   bool active_ = true;
-  std::filesystem::path path_;
+  korvane::host::ListenerPath path_;
   UniqueFd listener_;
   MainLoop::SourceId source_ = 0;
-  std::deque<std::shared_ptr<Sender>> waiting_;  ///< accepted, not read from yet
-  MainLoop::SourceId turn_ = 0;                  ///< set while some wait for their turn
-  std::map<MainLoop::SourceId, std::shared_ptr<Sender>> senders_;
+  Senders waiting_;              ///< accepted, not read from yet
+  MainLoop::SourceId turn_ = 0;  ///< set while some wait for their turn
+  Senders senders_;              ///< watched
 };
 
 }  // namespace

@@ -2,6 +2,7 @@
 #ifndef KORVANE_HOST_BUNDLE_HANDLE_H_
 #define KORVANE_HOST_BUNDLE_HANDLE_H_
 
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -9,10 +10,13 @@
 #include "bundle.h"
 #include "event_bundle.h"
 
+/** A look-up allocates nothing: want of memory would pass for a missing key. */
 struct bundle_s {
+  explicit bundle_s(korvane::host::EventBundle contents);
+
   korvane::host::EventBundle values;
-  /** The arrays handed out, which live as long as the bundle. */
-  std::map<std::string, std::vector<const char *>> arrays;
+  /** The arrays to be handed out, each with a null pointer behind its texts. */
+  std::map<std::string, std::vector<const char *>, std::less<>> arrays;
 };
 
 #endif  // KORVANE_HOST_BUNDLE_HANDLE_H_

@@ -6,9 +6,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
-#include <fstream>
-#include <iterator>
-#include <nlohmann/json.hpp>
 #include <system_error>
 
 #include "dlog.h"
@@ -18,56 +15,11 @@ namespace korvane::host {
 namespace {
 
 namespace fs = std::filesystem;
-using Json = nlohmann::ordered_json;
 
 constexpr int kLogError = 6;
-constexpr int kMaxDepth = 32;
-constexpr std::uintmax_t kMaxFileSize = 1 << 20;
 
 [[noreturn]] void fail(int error, const std::string &what) {
   throw std::system_error(error, std::generic_category(), what);
-}
-
-Json parse(const fs::path &file) {
-  // Opening anything but a regular file, a pipe for one, might block.
-  std::error_code ignored;
-  if (!fs::is_regular_file(file, ignored) || fs::file_size(file, ignored) > kMaxFileSize) {
-    fail(EIO, file.string());
-  }
-  std::ifstream stream(file, std::ios::binary);
-  if (!stream) fail(EIO, file.string());
-  const std::string text{std::istreambuf_iterator<char>(stream), {}};
-  // The parser recurses when it releases a document: depth is limited while reading.
-  const auto limit_depth = [](int depth, Json::parse_event_t, Json &) {
-    if (depth > kMaxDepth) fail(EIO, "nested too deeply");
-    return true;
-  };
-  Json document = Json::parse(text, limit_depth, false);
-  if (!document.is_object()) fail(EIO, file.string());
-  return document;
-}
-
-std::string text_field(const Json &object, const char *key) {
-  const auto field = object.find(key);
-  if (field == object.end() || !field->is_string()) fail(EIO, key);
-  return field->get<std::string>();
-}
-
-Package read_package(const fs::path &file) {
-  const Json document = parse(file);
-  Package package;
-  package.id = text_field(document, "id");
-  package.version = text_field(document, "version");
-  if (package.id != file.stem().string()) fail(EIO, file.string());
-  const auto metadata = document.find("metadata");
-  if (metadata == document.end()) return package;
-  if (!metadata->is_object()) fail(EIO, "metadata");
-  package.has_application = true;
-  for (const auto &entry : metadata->items()) {
-    if (!entry.value().is_string()) fail(EIO, entry.key());
-    package.metadata.emplace_back(entry.key(), entry.value().get<std::string>());
-  }
-  return package;
 }
 
 /** Makes a folder for this user alone; refuses one that others can reach. */
@@ -93,24 +45,23 @@ Device Device::current() {
   return Device(directory);
 }
 
-std::optional<Package> Device::load_package(const std::string &id) const {
+std::shared_ptr<const Package> Device::load_package(const std::string &id) const {
   if (!is_plain_name(id)) fail(EINVAL, "package ID");
-  const fs::path file = packages_directory() / (id + ".json");
-  std::error_code ignored;
-  if (!fs::exists(file, ignored)) return std::nullopt;
-  return read_package(file);
+  return load_package_file(packages_directory() / (id + ".json"), id);
 }
 
-std::vector<Package> Device::load_packages() const {
+std::vector<std::shared_ptr<const Package>> Device::load_packages() const {
   std::vector<fs::path> files;
   for (const auto &entry : fs::directory_iterator(packages_directory())) {
     if (entry.path().extension() == ".json") files.push_back(entry.path());
   }
   std::sort(files.begin(), files.end());
-  std::vector<Package> packages;
+  std::vector<std::shared_ptr<const Package>> packages;
   for (const fs::path &file : files) {
     try {
-      packages.push_back(read_package(file));
+      if (auto package = load_package_file(file, file.stem())) {
+        packages.push_back(std::move(package));
+      }
     } catch (const std::system_error &error) {
       dlog_print(kLogError, "KORVANE_HOST", "%s is left out: %s", file.c_str(), error.what());
     }

@@ -3,20 +3,14 @@
 #define KORVANE_HOST_DEVICE_H_
 
 #include <filesystem>
-#include <optional>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
-namespace korvane::host {
+#include "package_file.h"
 
-/** A package as its file packages/<id>.json states it. */
-struct Package {
-  std::string id;
-  std::string version;
-  bool has_application = false;  ///< the file states metadata, if only an empty object
-  std::vector<std::pair<std::string, std::string>> metadata;
-};
+namespace korvane::host {
 
 /** Whether a name can stand as one component of a path. */
 bool is_plain_name(const std::string &name);
@@ -40,10 +34,10 @@ class Device {
     return directory_ / "apps" / app_id / "res";
   }
 
-  /** Empty when no such package is installed. */
-  std::optional<Package> load_package(const std::string &id) const;
+  /** As its file states it now; null when no such package is installed. */
+  std::shared_ptr<const Package> load_package(const std::string &id) const;
   /** All packages that can be understood, by the order of their file names. */
-  std::vector<Package> load_packages() const;
+  std::vector<std::shared_ptr<const Package>> load_packages() const;
 
   /** A folder below run/, made when it is missing, and private to this user. */
   std::filesystem::path run_directory(const std::filesystem::path &below = {}) const;

@@ -2,9 +2,11 @@
 #ifndef KORVANE_HOST_EVENT_BUNDLE_H_
 #define KORVANE_HOST_EVENT_BUNDLE_H_
 
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <variant>
 #include <vector>
 
@@ -25,9 +27,17 @@ class EventBundle {
 
   /** The value under a key when it is of this type, else null. */
   template <typename Type>
-  const Type *find(const std::string &key) const {
+  const Type *find(std::string_view key) const {
     const auto value = values_.find(key);
     return value == values_.end() ? nullptr : std::get_if<Type>(&value->second);
+  }
+
+  /** Calls visit with the key and the value of each entry of this type. */
+  template <typename Type, typename Visit>
+  void for_each(Visit visit) const {
+    for (const auto &[key, value] : values_) {
+      if (const auto *found = std::get_if<Type>(&value)) visit(key, *found);
+    }
   }
 
   Parcel encode() const;
@@ -35,7 +45,7 @@ class EventBundle {
   static std::optional<EventBundle> decode(Parcel parcel);
 
  private:
-  std::map<std::string, Value> values_;
+  std::map<std::string, Value, std::less<>> values_;
 };
 
 }  // namespace korvane::host

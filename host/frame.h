@@ -4,7 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <deque>
+#include <memory>
 #include <optional>
 #include <vector>
 
@@ -19,23 +19,46 @@ using Bytes = std::vector<std::uint8_t>;
 /** Appends a frame; false, and nothing appended, when the payload is too long. */
 bool append_frame(Bytes &stream, const Bytes &payload);
 
-/** Cuts a byte stream into frames. Keeps no more memory than bytes were received. */
+/**
+ * Cuts a byte stream into frames. Keeps little more memory than bytes were received, whatever
+ * length they claim. When memory runs out, nothing has been taken in or handed out.
+ */
 class FrameReader {
  public:
-  /** Takes bytes in; false when the stream is broken, now or before. */
+  struct Room {
+    std::uint8_t *bytes;
+    std::size_t size;
+  };
+
+  /** Where the next bytes of the stream go, and how many can. Throws std::bad_alloc. */
+  Room room();
+  /** Takes in what was put into the room; false when the stream is broken, now or before. */
+  bool take(std::size_t size);
+  /** Takes in bytes from elsewhere. Throws std::bad_alloc. */
   bool feed(const std::uint8_t *bytes, std::size_t size);
-  /** The next whole frame's payload. */
+
+  /** The next whole frame's payload, handed out. Throws std::bad_alloc. */
   std::optional<Bytes> next();
+  /** The same in two steps, where there must be one: its payload, and letting go of it. */
+  Bytes front() const;
+  void drop();
   /** Whether a frame has begun that is not whole. */
-  bool in_frame() const { return !buffer_.empty(); }
-  bool has_frame() const { return !frames_.empty(); }
+  bool in_frame() const { return end_ > whole_end_; }
+  bool has_frame() const { return frame_count_ > 0; }
   /** Whether nothing can come any more but the frames that are there. */
   bool broken() const { return broken_; }
-  std::size_t frame_count() const { return frames_.size(); }
+  std::size_t frame_count() const { return frame_count_; }
 
  private:
-  Bytes buffer_;
-  std::deque<Bytes> frames_;
+  void make_room();
+
+  std::unique_ptr<std::uint8_t[]> buffer_;  ///< no vector: room is not filled before it is used
+  std::size_t capacity_ = 0;
+  // The buffer holds whole frames from begin_ to whole_end_, and the start of another up to end_.
+  std::size_t begin_ = 0;
+  std::size_t whole_end_ = 0;
+  std::size_t end_ = 0;
+  std::size_t frame_count_ = 0;
   bool broken_ = false;
 };
 

@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <exception>
 #include <new>
 #include <string>
 #include <system_error>
@@ -12,18 +13,25 @@
 
 namespace korvane::host {
 
-/** Runs the body of a platform function; exceptions become negated errno values. */
+/**
+ * What a caller of the platform is told of an errno value: invalid parameter, permission denied,
+ * and an I/O error for whatever else went wrong, lack of memory included.
+ */
+constexpr int failure_of(int error) {
+  return error == EINVAL ? -EINVAL : error == EACCES || error == EPERM ? -EACCES : -EIO;
+}
+
+/** Runs the body of a platform function; exceptions become platform error numbers. */
 template <typename Body>
 int guarded(Body body) noexcept {
   try {
     return body();
   } catch (const std::system_error &error) {
     dlog_print(4, "KORVANE_HOST", "%s", error.what());
-    const int number = error.code().value();
-    // Nobody listens, or the device has no such place: an I/O error to the caller.
-    return number == EACCES || number == EPERM ? -EACCES : number == EINVAL ? -EINVAL : -EIO;
-  } catch (const std::bad_alloc &) {
-    return -ENOMEM;
+    return failure_of(error.code().value());
+  } catch (const std::exception &error) {
+    dlog_print(6, "KORVANE_HOST", "%s", error.what());
+    return -EIO;
   } catch (...) {
     return -EIO;
   }

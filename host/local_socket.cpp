@@ -4,13 +4,18 @@
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/uio.h>
 #include <sys/un.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <iterator>
 #include <system_error>
+
+#include "limits.h"
+#include "little_endian.h"
 
 namespace korvane::host {
 
@@ -18,15 +23,13 @@ namespace {
 
 constexpr int kBacklog = 4096;
 
-/** The longest wait for the rest of a frame that has begun. */
-constexpr int kFrameTimeoutMs = 5000;
-
 [[noreturn]] void fail(const char *what) {
   throw std::system_error(errno, std::generic_category(), what);
 }
 
 UniqueFd new_socket() {
-  UniqueFd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  UniqueFd socket(
+      beyond_standard_streams(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)));
   if (!socket) fail("socket");
   return socket;
 }
@@ -82,33 +85,69 @@ bool wait_ready(int socket, short events, int timeout_ms, int companion = -1) {
   }
 }
 
-std::filesystem::path unlisted_path(const std::filesystem::path &path) {
-  return path.parent_path() / ("." + path.filename().string());
+/** Sends all parts, of which it moves the beginnings; 0 or an errno value. */
+int write_parts(int socket, iovec *parts, std::size_t count, int stall_timeout_ms) {
+  while (count > 0) {
+    if (parts->iov_len == 0) {
+      ++parts;
+      --count;
+      continue;
+    }
+    msghdr message = {};
+    message.msg_iov = parts;
+    message.msg_iovlen = count;
+    const ssize_t size = sendmsg(socket, &message, MSG_NOSIGNAL | MSG_DONTWAIT);
+    if (size < 0) {
+      if (errno == EINTR) continue;
+      if (errno != EAGAIN && errno != EWOULDBLOCK) return errno;
+      if (!wait_ready(socket, POLLOUT, stall_timeout_ms)) return ETIMEDOUT;
+    }
+    auto left = static_cast<std::size_t>(std::max<ssize_t>(size, 0));
+    for (iovec *part = parts; left > 0; ++part) {
+      const std::size_t sent = std::min(left, part->iov_len);
+      part->iov_base = static_cast<std::uint8_t *>(part->iov_base) + sent;
+      part->iov_len -= sent;
+      left -= sent;
+    }
+  }
+  return 0;
+}
+
+iovec part_of(const std::uint8_t *bytes, std::size_t size) {
+  return {const_cast<std::uint8_t *>(bytes), size};
 }
 
 }  // namespace
 
-UniqueFd listen_unlisted(const std::filesystem::path &path) {
+ListenerPath::ListenerPath(std::filesystem::path path)
+    : path_(std::move(path)), unlisted_(path_.parent_path() / ("." + path_.filename().string())) {}
+
+UniqueFd ListenerPath::listen() const {
   UniqueFd socket = new_socket();
   // Nobody may meet a socket that does not listen yet: it would pass for one whose owner died.
-  const std::filesystem::path unlisted = unlisted_path(path);
-  unlink(unlisted.c_str());
-  const int bound = with_address(unlisted, [&socket](const sockaddr *address, socklen_t size) {
+  unlink(unlisted_.c_str());
+  const int bound = with_address(unlisted_, [&socket](const sockaddr *address, socklen_t size) {
     return bind(socket.get(), address, size);
   });
   if (bound != 0) fail("bind");
-  if (chmod(unlisted.c_str(), 0600) != 0) fail("chmod");
-  if (listen(socket.get(), kBacklog) != 0) fail("listen");
+  if (chmod(unlisted_.c_str(), 0600) != 0) fail("chmod");
+  if (::listen(socket.get(), kBacklog) != 0) fail("listen");
   return socket;
 }
 
-void enlist(const std::filesystem::path &path) {
-  if (rename(unlisted_path(path).c_str(), path.c_str()) != 0) fail("rename");
+void ListenerPath::enlist() const {
+  if (rename(unlisted_.c_str(), path_.c_str()) != 0) fail("rename");
+}
+
+void ListenerPath::remove() const noexcept {
+  unlink(unlisted_.c_str());
+  unlink(path_.c_str());
 }
 
 UniqueFd listen_at(const std::filesystem::path &path) {
-  UniqueFd socket = listen_unlisted(path);
-  enlist(path);
+  const ListenerPath listener(path);
+  UniqueFd socket = listener.listen();
+  listener.enlist();
   return socket;
 }
 
@@ -126,7 +165,8 @@ UniqueFd connect_to(const std::filesystem::path &path) {
 }
 
 UniqueFd accept_peer(int listener) {
-  UniqueFd socket(accept4(listener, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+  UniqueFd socket(
+      beyond_standard_streams(accept4(listener, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK)));
   if (socket && !is_own_user(socket.get())) socket.reset();
   return socket;
 }
@@ -141,54 +181,54 @@ pid_t peer_process(int socket) {
 }
 
 ReadState read_available(int socket, FrameReader &reader) {
-  std::uint8_t buffer[64 * 1024];
-  const ssize_t size = recv(socket, buffer, sizeof(buffer), MSG_DONTWAIT);
+  const FrameReader::Room room = reader.room();
+  const ssize_t size = recv(socket, room.bytes, room.size, MSG_DONTWAIT);
   if (size > 0) {
-    return reader.feed(buffer, static_cast<std::size_t>(size)) ? ReadState::kData : ReadState::kEnd;
+    return reader.take(static_cast<std::size_t>(size)) ? ReadState::kData : ReadState::kEnd;
   }
   const bool again = size < 0 && (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR);
   return again ? ReadState::kNothing : ReadState::kEnd;
 }
 
-std::optional<Bytes> read_frame(int socket, FrameReader &reader, int begin_timeout_ms,
-                                int companion) {
-  const auto frame_deadline = [] {
-    return std::chrono::steady_clock::now() + std::chrono::milliseconds(kFrameTimeoutMs);
-  };
+bool await_frame(int socket, FrameReader &reader, int begin_timeout_ms, int companion) {
   std::optional<std::chrono::steady_clock::time_point> deadline;
-  for (;;) {
-    if (auto frame = reader.next()) return frame;
-    if (reader.broken()) return std::nullopt;
-    if (reader.in_frame() && !deadline) deadline = frame_deadline();
+  while (!reader.has_frame()) {
+    if (reader.broken()) return false;
+    if (reader.in_frame() && !deadline) {
+      deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(limits.frame);
+    }
     int timeout = begin_timeout_ms;
     if (deadline) {
       timeout = static_cast<int>(std::chrono::duration_cast<std::chrono::milliseconds>(
                                      *deadline - std::chrono::steady_clock::now())
                                      .count());
-      if (timeout < 0) return std::nullopt;
+      if (timeout < 0) return false;
     }
     const bool ready = wait_ready(socket, POLLIN, timeout, companion);
     // What came just before the companion ended is taken all the same.
     const ReadState state = read_available(socket, reader);
     const bool lost = state == ReadState::kEnd || (state == ReadState::kNothing && !ready);
-    if (lost && !reader.has_frame()) return std::nullopt;
+    if (lost && !reader.has_frame()) return false;
   }
+  return true;
+}
+
+std::optional<Bytes> read_frame(int socket, FrameReader &reader, int begin_timeout_ms) {
+  if (!await_frame(socket, reader, begin_timeout_ms)) return std::nullopt;
+  return reader.next();
 }
 
 int write_all(int socket, const Bytes &bytes, int stall_timeout_ms) {
-  std::size_t written = 0;
-  while (written < bytes.size()) {
-    const ssize_t size =
-        send(socket, bytes.data() + written, bytes.size() - written, MSG_NOSIGNAL | MSG_DONTWAIT);
-    if (size >= 0) {
-      written += static_cast<std::size_t>(size);
-    } else if (errno == EAGAIN || errno == EWOULDBLOCK) {
-      if (!wait_ready(socket, POLLOUT, stall_timeout_ms)) return ETIMEDOUT;
-    } else if (errno != EINTR) {
-      return errno;
-    }
-  }
-  return 0;
+  iovec part = part_of(bytes.data(), bytes.size());
+  return write_parts(socket, &part, 1, stall_timeout_ms);
+}
+
+int write_frame(int socket, const Bytes &payload, int stall_timeout_ms) {
+  if (payload.size() > kMaxFrameSize) return EMSGSIZE;
+  std::uint8_t header[kFrameHeaderSize];
+  store_u32(header, static_cast<std::uint32_t>(payload.size()));
+  iovec parts[] = {part_of(header, sizeof(header)), part_of(payload.data(), payload.size())};
+  return write_parts(socket, parts, std::size(parts), stall_timeout_ms);
 }
 
 }  // namespace korvane::host

@@ -13,13 +13,25 @@
 
 namespace korvane::host {
 
-/**
- * A non-blocking, listening socket at a path of any length that nobody knows yet: its name begins
- * with a dot until enlist() gives it the path, where it replaces what is there. Both throw
- * std::system_error.
- */
-UniqueFd listen_unlisted(const std::filesystem::path &path);
-void enlist(const std::filesystem::path &path);
+/** Where a listening socket is, or is to be; of any length. */
+class ListenerPath {
+ public:
+  ListenerPath() = default;
+  explicit ListenerPath(std::filesystem::path path);
+
+  /**
+   * A non-blocking, listening socket that nobody knows yet: its name begins with a dot until
+   * enlist() gives it the path, where it replaces what is there. Both throw std::system_error.
+   */
+  UniqueFd listen() const;
+  void enlist() const;
+  /** Removes the socket, enlisted or not. */
+  void remove() const noexcept;
+
+ private:
+  std::filesystem::path path_;
+  std::filesystem::path unlisted_;
+};
 
 /** A listening socket that is enlisted at once. */
 UniqueFd listen_at(const std::filesystem::path &path);
@@ -48,14 +60,19 @@ enum class ReadState { kData, kNothing, kEnd };
 ReadState read_available(int socket, FrameReader &reader);
 
 /**
- * Waits for the next frame; with a limit once it has begun. Empty when the connection is lost, of
- * which the end of a companion socket is a sign too.
+ * Waits until the reader has a frame; with a limit once it has begun. False when the connection is
+ * lost, of which the end of a companion socket is a sign too.
  */
-std::optional<Bytes> read_frame(int socket, FrameReader &reader, int begin_timeout_ms,
-                                int companion = -1);
+bool await_frame(int socket, FrameReader &reader, int begin_timeout_ms, int companion = -1);
+
+/** Waits for the next frame in the same way; empty when the connection is lost. */
+std::optional<Bytes> read_frame(int socket, FrameReader &reader, int begin_timeout_ms);
 
 /** Writes everything, waiting for the peer to take it, within a limit; 0 or an errno value. */
 int write_all(int socket, const Bytes &bytes, int stall_timeout_ms);
+
+/** Writes a frame in the same way; EMSGSIZE, and nothing is written, when it is too long. */
+int write_frame(int socket, const Bytes &payload, int stall_timeout_ms);
 
 }  // namespace korvane::host
 

@@ -6,10 +6,13 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <new>
 #include <system_error>
+#include <thread>
 
 #include "guard.h"
 #include "korvane_host.h"
+#include "process.h"
 
 namespace korvane::host {
 
@@ -21,16 +24,43 @@ constexpr MainLoop::SourceId kClock = 1;
 constexpr MainLoop::SourceId kFirstSource = 2;
 
 UniqueFd checked(int descriptor, const char *what) {
-  if (descriptor < 0) throw std::system_error(errno, std::generic_category(), what);
-  return UniqueFd(descriptor);
+  UniqueFd result(beyond_standard_streams(descriptor));
+  if (!result) throw std::system_error(errno, std::generic_category(), what);
+  return result;
 }
+
+/** Calls a handler; false when it ran out of memory. */
+template <typename Call>
+bool completes(Call call) {
+  try {
+    call();
+  } catch (const std::bad_alloc &) {
+    return false;
+  } catch (const std::exception &exception) {
+    dlog_print(6, "KORVANE_HOST", "an event was not handled: %s", exception.what());
+  }
+  return true;
+}
+
+/** The loop of this process, and that of the one that forked it, if any, which is left alone. */
+struct ProcessLoop {
+  MainLoop loop;
+  ProcessMark mark;
+  ProcessLoop *inherited = nullptr;
+};
 
 }  // namespace
 
 MainLoop &MainLoop::instance() {
   // Never destroyed: handles of the application may still refer to it at process exit.
-  static MainLoop &loop = *new MainLoop;
-  return loop;
+  static std::atomic<ProcessLoop *> current{nullptr};
+  ProcessLoop *found = current;
+  if (found == nullptr || !found->mark.is_ours()) {
+    auto fresh = std::make_unique<ProcessLoop>();
+    fresh->inherited = found;
+    if (current.compare_exchange_strong(found, fresh.get())) found = fresh.release();
+  }
+  return found->loop;
 }
 
 MainLoop::MainLoop()
@@ -148,6 +178,10 @@ int MainLoop::run() {
 
 void MainLoop::quit() {
   quit_ = true;
+  wake_up();
+}
+
+void MainLoop::wake_up() const {
   const std::uint64_t one = 1;
   [[maybe_unused]] const ssize_t written = write(wake_up_.get(), &one, sizeof(one));
 }
@@ -159,6 +193,7 @@ void MainLoop::clear_wake_up() {
 }
 
 int MainLoop::step(int timeout_ms) {
+  if (owed_ && serve_owed()) return 1;
   epoll_event event = {};
   const int count = epoll_wait(epoll_.get(), &event, 1, timeout_ms);
   if (count < 0) return -errno;
@@ -183,13 +218,38 @@ void MainLoop::serve(SourceId id, std::uint32_t epoll_events) {
     if (entry != sources_.end()) source = entry->second;
   }
   if (source == nullptr) return;
-  if (source->due) remove(id);
-  struct ArmAgain {
-    MainLoop &loop;
-    SourceId id;
-    ~ArmAgain() { loop.arm_again(id); }
-  } const arm_again_after = {*this, id};
-  source->handler(epoll_events);
+  if (!completes([&] { source->handler(epoll_events); })) {
+    source->owed_events = epoll_events;
+    owed_ = true;
+    wake_up();
+  } else if (source->due) {
+    remove(id);
+  } else {
+    arm_again(id);
+  }
+}
+
+/**
+ * Calls again what ran out of memory, first of all, so that nothing overtakes it; false when
+ * nothing did.
+ */
+bool MainLoop::serve_owed() {
+  SourceId id = 0;
+  std::uint32_t epoll_events = 0;
+  {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    const auto owed = std::find_if(sources_.begin(), sources_.end(), [](const auto &entry) {
+      return entry.second->owed_events != 0;
+    });
+    owed_ = owed != sources_.end();
+    if (!owed_) return false;
+    id = owed->first;
+    epoll_events = std::exchange(owed->second->owed_events, 0);
+  }
+  // Others may need the processor to give memory back.
+  std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  serve(id, epoll_events);
+  return true;
 }
 
 void MainLoop::serve_timer() {
@@ -204,7 +264,9 @@ void MainLoop::serve_timer() {
     set_clock();
     arm(EPOLL_CTL_MOD, kClock, clock_.get(), EPOLLIN);
   }
-  if (handler) handler();
+  if (handler && !completes(handler)) {
+    dlog_print(6, "KORVANE_HOST", "a timer ran out of memory");
+  }
 }
 
 }  // namespace korvane::host
@@ -217,7 +279,10 @@ int korvane_host_main_loop_run(void) {
 }
 
 void korvane_host_main_loop_quit(void) {
-  MainLoop::instance().quit();
+  guarded([] {
+    MainLoop::instance().quit();
+    return 0;
+  });
 }
 
 int korvane_host_main_loop_step(int timeout_ms) {

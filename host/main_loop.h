@@ -23,12 +23,18 @@ namespace korvane::host {
  * drop. Sources may be added and removed from any thread and from inside
  * handlers; a removed source is not called any more. A source whose handler
  * runs is not served again, by a nested step either, until the handler returns.
+ *
+ * A handler or task that runs out of memory (std::bad_alloc) is called again
+ * before anything else is served; any other exception is logged.
  */
 class MainLoop {
  public:
   using SourceId = std::uint64_t;
 
-  /** The loop of the process, which the platform functions use. */
+  /**
+   * The loop of the process, which the platform functions use. A child made by fork has one of its
+   * own: it would share the descriptors of an inherited one with its parent.
+   */
   static MainLoop &instance();
 
   MainLoop();
@@ -62,9 +68,11 @@ class MainLoop {
     std::uint32_t epoll_events;
     UniqueFd due;  ///< set for a task, which is served once
     std::function<void(std::uint32_t)> handler;
+    std::uint32_t owed_events = 0;  ///< set while the handler is to be called again
   };
 
-  /** Makes the loop's descriptor unreadable again after a wake-up. */
+  /** Makes the loop's descriptor readable, and unreadable again. */
+  void wake_up() const;
   void clear_wake_up();
   SourceId add(int descriptor, std::uint32_t epoll_events, UniqueFd due,
                std::function<void(std::uint32_t)> handler);
@@ -72,6 +80,7 @@ class MainLoop {
   int arm(int operation, SourceId id, int descriptor, std::uint32_t epoll_events) const;
   void arm_again(SourceId id);
   void serve(SourceId id, std::uint32_t epoll_events);
+  bool serve_owed();
   void serve_timer();
   /** Makes the timers' descriptor readable when the first of them is due. */
   void set_clock() const;
@@ -80,6 +89,7 @@ class MainLoop {
   UniqueFd wake_up_;
   UniqueFd clock_;  ///< one descriptor for all timers, however many there are
   std::atomic<bool> quit_{false};
+  bool owed_ = false;  ///< whether a source may be owed something
   std::mutex mutex_;
   SourceId next_id_;
   std::map<SourceId, std::shared_ptr<Source>> sources_;

@@ -13,6 +13,7 @@ class RpcPortProxy;
 
 struct rpc_port_parcel_s {
   korvane::host::Parcel parcel;
+  bool write_failed = false;  ///< half a message, which is not sent
 };
 
 /** One socket of a connection. Used by one thread at a time. */

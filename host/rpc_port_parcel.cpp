@@ -8,14 +8,16 @@ using korvane::host::heap_copy;
 
 namespace {
 
-/** Runs a write on a parcel. */
+/** Runs a write on a parcel, and remembers a failure. */
 template <typename Write>
 int append(rpc_port_parcel_h parcel, Write write) {
-  return guarded([&] {
-    if (parcel == nullptr) return -EINVAL;
+  if (parcel == nullptr) return -EINVAL;
+  const int error = guarded([&] {
     write(parcel->parcel);
     return 0;
   });
+  if (error != 0) parcel->write_failed = true;
+  return error;
 }
 
 /** Runs a read on a parcel, which tells whether there was such a value. */
@@ -52,8 +54,10 @@ int rpc_port_parcel_write_bool(rpc_port_parcel_h parcel, bool value) {
 }
 
 int rpc_port_parcel_write_string(rpc_port_parcel_h parcel, const char *text) {
-  if (text == nullptr) return -EINVAL;
-  return append(parcel, [text](auto &to) { to.write_string(text); });
+  return append(parcel, [text](auto &to) {
+    if (text == nullptr) throw std::system_error(EINVAL, std::generic_category(), "null text");
+    to.write_string(text);
+  });
 }
 
 int rpc_port_parcel_write_array_count(rpc_port_parcel_h parcel, int count) {

@@ -9,14 +9,14 @@
 #include <vector>
 
 #include "guard.h"
+#include "limits.h"
 #include "local_socket.h"
 #include "main_loop.h"
+#include "process.h"
 #include "rpc_port_handles.h"
 #include "rpc_port_protocol.h"
 
-using korvane::host::Bytes;
 using korvane::host::guarded;
-using korvane::host::Parcel;
 using korvane::host::Port;
 using korvane::host::RpcPortProxy;
 
@@ -24,9 +24,11 @@ namespace korvane::host {
 
 namespace {
 
-constexpr int kHandshakeTimeoutMs = 5000;
-constexpr int kSendStallMs = 10000;
 constexpr int kNoLimit = -1;
+
+[[noreturn]] void fail(int error, const char *what) {
+  throw std::system_error(error, std::generic_category(), what);
+}
 
 std::string new_token() {
   std::uint8_t bytes[16] = {};
@@ -48,8 +50,9 @@ using Registrations = std::vector<Registration<Callback>>;
 /**
  * One connection and its events.
  *
- * The loop watches the main port for hang-up only, since its parcels are taken
- * by whoever waits for a reply, and collects what arrives on the callback port.
+ * While it is made, the loop awaits the answer on the main port. Then it watches that port for
+ * hang-up only, since its parcels are taken by whoever waits for a reply, and collects what
+ * arrives on the callback port. A child made by fork has no part in the connection.
  */
 class RpcPortProxy : public std::enable_shared_from_this<RpcPortProxy> {
  public:
@@ -60,36 +63,43 @@ class RpcPortProxy : public std::enable_shared_from_this<RpcPortProxy> {
   Registrations<rpc_port_proxy_rejected_event_cb> rejected;
   Registrations<rpc_port_proxy_received_event_cb> received;
 
-  /** Opens both sockets and says hello; the answer is awaited elsewhere. */
-  int open(const char *app_id, const char *port_name) {
-    if (state_ != State::kIdle) return -EALREADY;
-    endpoint_ = app_id;
-    port_name_ = port_name;
-    const auto path = rpc_socket_path(Device::current(), endpoint_, port_name_);
-    const char *caller = std::getenv("KORVANE_APP_ID");
-    Hello hello;
-    hello.token = new_token();
-    hello.app_id = caller != nullptr ? caller : "";
-    for (const auto &[port, number] :
-         {std::pair(&main_, Port::kMain), std::pair(&callback_, Port::kCallback)}) {
-      hello.port = number;
-      port->socket = connect_to(path);
-      if (const int error = send_frame(*port, hello.encode().bytes())) return error;
-    }
-    state_ = State::kConnecting;
-    return 0;
+  /** Registers a callback. One that could not be is not left out of what happens later. */
+  template <typename Callback>
+  void add(Registrations<Callback> RpcPortProxy::*registrations, Callback callback,
+           void *user_data) {
+    const bool was_deaf = std::exchange(deaf_, true);
+    (this->*registrations).push_back({callback, user_data});
+    deaf_ = was_deaf;
   }
 
-  void await_answer() {
-    main_source_ = watch(main_, EPOLLIN, [](RpcPortProxy &self) {
-      const ReadState read = read_available(self.main_.socket.get(), self.main_.reader);
-      auto answer = self.main_.reader.next();
-      if (answer || read == ReadState::kEnd) self.answered(answer);
-    });
+  /**
+   * Opens both sockets, says hello and has the answer awaited, for which no memory is needed any
+   * more. Throws, and then is as before.
+   */
+  void open(const char *app_id, const char *port_name) {
+    if (deaf_ || !mark_.is_ours() || state_ != State::kIdle) fail(EALREADY, "connect");
+    try {
+      say_hello(app_id, port_name);
+      main_.reader.room();
+      main_source_ = watch(main_, EPOLLIN, &RpcPortProxy::main_is_ready);
+      callback_source_ = watch(callback_, EPOLLRDHUP, &RpcPortProxy::callback_is_ready);
+      state_ = State::kConnecting;
+    } catch (...) {
+      stop_watching();
+      main_.socket.reset();
+      callback_.socket.reset();
+      throw;
+    }
   }
 
   void await_answer_here() {
-    answered(read_frame(main_.socket.get(), main_.reader, kHandshakeTimeoutMs));
+    try {
+      await_frame(main_.socket.get(), main_.reader, limits.answer, callback_.socket.get());
+      answered();
+    } catch (...) {
+      end();
+      throw;
+    }
   }
 
   rpc_port_s *port(Port which) {
@@ -98,24 +108,18 @@ class RpcPortProxy : public std::enable_shared_from_this<RpcPortProxy> {
   }
 
   /**
-   * The next parcel of a port; empty when the connection is lost, which the loop will report.
-   * What the callback port collected before can be read until then.
+   * The next parcel of a port; null when the connection is lost, which the loop will report. What
+   * the callback port collected before can be read until then.
    */
-  std::optional<Bytes> read(rpc_port_s &from) {
-    const bool collected = &from == &callback_ && from.reader.has_frame();
-    if (broken_ && !collected) return std::nullopt;
-    const rpc_port_s &other = &from == &main_ ? callback_ : main_;
-    auto frame = read_frame(from.socket.get(), from.reader, kNoLimit, other.socket.get());
-    if (!frame) give_up();
-    if (&from == &callback_ && announced_ > 0) --announced_;
-    return frame;
+  std::unique_ptr<rpc_port_parcel_s> read(rpc_port_s &from) {
+    return &from == &main_ ? read_reply() : read_collected();
   }
 
-  int send(rpc_port_s &to, const Bytes &payload) {
-    if (broken_) return -EPIPE;
-    const int error = send_frame(to, payload);
-    if (error != 0 && error != -EMSGSIZE) give_up();
-    return error;
+  bool send(rpc_port_s &to, const Bytes &payload) {
+    if (is_over()) return false;
+    const int error = write_frame(to.socket.get(), payload, limits.send_stall);
+    if (error != 0 && error != EMSGSIZE) give_up();
+    return error == 0;
   }
 
   /** Ends everything; no event is delivered any more. */
@@ -128,24 +132,40 @@ class RpcPortProxy : public std::enable_shared_from_this<RpcPortProxy> {
  private:
   enum class State { kIdle, kConnecting, kConnected, kEnded };
 
-  static int send_frame(rpc_port_s &port, const Bytes &payload) {
-    Bytes frame;
-    if (!append_frame(frame, payload)) return -EMSGSIZE;
-    return -write_all(port.socket.get(), frame, kSendStallMs);
+  void say_hello(const char *app_id, const char *port_name) {
+    endpoint_ = app_id;
+    port_name_ = port_name;
+    const auto path = rpc_socket_path(Device::current(), endpoint_, port_name_);
+    const char *caller = std::getenv("KORVANE_APP_ID");
+    Hello hello;
+    hello.token = new_token();
+    hello.app_id = caller != nullptr ? caller : "";
+    for (const auto &[port, number] :
+         {std::pair(&main_, Port::kMain), std::pair(&callback_, Port::kCallback)}) {
+      hello.port = number;
+      port->socket = connect_to(path);
+      const int error = write_frame(port->socket.get(), hello.encode().bytes(), limits.send_stall);
+      if (error != 0) fail(error, "hello");
+    }
   }
 
   MainLoop::SourceId watch(const rpc_port_s &port, std::uint32_t epoll_events,
-                           void (*handle)(RpcPortProxy &)) {
+                           void (RpcPortProxy::*handle)()) {
     return MainLoop::instance().add_descriptor(port.socket.get(), epoll_events,
                                                [weak = weak_from_this(), handle](std::uint32_t) {
-                                                 if (const auto self = weak.lock()) handle(*self);
+                                                 if (const auto self = weak.lock())
+                                                   (*self.*handle)();
                                                });
   }
 
   void stop_watching() {
-    MainLoop::instance().remove(std::exchange(main_source_, 0));
-    MainLoop::instance().remove(std::exchange(callback_source_, 0));
+    for (MainLoop::SourceId *source : {&main_source_, &callback_source_}) {
+      if (*source != 0 && mark_.is_ours()) MainLoop::instance().remove(*source);
+      *source = 0;
+    }
   }
+
+  bool is_over() const { return broken_ || !mark_.is_ours(); }
 
   /**
    * Nothing is read or sent any more. A peer that has ended its side hears of the end here only
@@ -162,26 +182,89 @@ class RpcPortProxy : public std::enable_shared_from_this<RpcPortProxy> {
   void break_connection() {
     broken_ = true;
     for (const rpc_port_s *port : {&main_, &callback_}) {
-      if (port->socket) shutdown(port->socket.get(), SHUT_RDWR);
+      if (port->socket && mark_.is_ours()) shutdown(port->socket.get(), SHUT_RDWR);
     }
   }
 
-  void answered(const std::optional<Bytes> &answer) {
+  /** A reply that there is no memory for is not taken for the reply to the next request. */
+  std::unique_ptr<rpc_port_parcel_s> read_reply() {
+    if (is_over()) return nullptr;
+    try {
+      if (await_frame(main_.socket.get(), main_.reader, kNoLimit, callback_.socket.get())) {
+        return take_parcel(main_.reader);
+      }
+    } catch (const std::bad_alloc &) {
+      if (main_.reader.has_frame()) {
+        main_.reader.drop();
+      } else {
+        give_up();
+      }
+      throw;
+    }
+    give_up();
+    return nullptr;
+  }
+
+  /** A parcel that there is no memory for is told of again. */
+  std::unique_ptr<rpc_port_parcel_s> read_collected() {
+    if (is_over() && !callback_.reader.has_frame()) return nullptr;
+    if (announced_ > 0) --announced_;
+    try {
+      if (await_frame(callback_.socket.get(), callback_.reader, kNoLimit, main_.socket.get())) {
+        return take_parcel(callback_.reader);
+      }
+    } catch (const std::bad_alloc &) {
+      short_of_memory_ = true;
+      throw;
+    }
+    give_up();
+    return nullptr;
+  }
+
+  static std::unique_ptr<rpc_port_parcel_s> take_parcel(FrameReader &reader) {
+    auto parcel = std::make_unique<rpc_port_parcel_s>();
+    parcel->parcel = Parcel(*reader.next());
+    return parcel;
+  }
+
+  void main_is_ready() {
+    if (state_ != State::kConnecting) {
+      lost();
+    } else if (read_available(main_.socket.get(), main_.reader) == ReadState::kEnd ||
+               main_.reader.has_frame()) {
+      answered();
+    }
+  }
+
+  void callback_is_ready() {
+    if (state_ != State::kConnecting) {
+      receive();
+      return;
+    }
+    // The peer has gone, perhaps with an answer before that.
+    read_available(main_.socket.get(), main_.reader);
+    answered();
+  }
+
+  /** Decides by the answer that has come, if any. */
+  void answered() {
     std::int32_t verdict = kRejected;
-    if (answer) Parcel(*answer).read_int32(verdict);
+    if (auto answer = main_.reader.next()) Parcel(std::move(*answer)).read_int32(verdict);
     if (verdict != kAccepted) {
-      state_ = State::kEnded;
-      stop_watching();
-      break_connection();
+      end();
       deliver(rejected);
       return;
     }
     state_ = State::kConnected;
-    MainLoop::instance().remove(main_source_);
-    main_source_ = watch(main_, EPOLLRDHUP, [](RpcPortProxy &self) { self.lost(); });
-    callback_source_ =
-        watch(callback_, EPOLLIN | EPOLLRDHUP, [](RpcPortProxy &self) { self.receive(); });
+    MainLoop::instance().change_events(main_source_, EPOLLRDHUP);
+    MainLoop::instance().change_events(callback_source_, EPOLLIN | EPOLLRDHUP);
     deliver(connected, &main_);
+  }
+
+  void end() {
+    state_ = State::kEnded;
+    stop_watching();
+    break_connection();
   }
 
   void receive() {
@@ -200,9 +283,7 @@ class RpcPortProxy : public std::enable_shared_from_this<RpcPortProxy> {
     deliver_received();
     if (destroyed_) return;
     callback_.reader = FrameReader();
-    state_ = State::kEnded;
-    stop_watching();
-    break_connection();
+    end();
     deliver(disconnected);
   }
 
@@ -210,27 +291,33 @@ class RpcPortProxy : public std::enable_shared_from_this<RpcPortProxy> {
     while (!destroyed_ && announced_ < callback_.reader.frame_count()) {
       ++announced_;
       deliver(received);
+      if (std::exchange(short_of_memory_, false)) throw std::bad_alloc();
     }
   }
 
-  /** Takes a copy, since a callback may register others. */
+  /** Calls those that are registered now: a callback may register others. */
   template <typename Callback, typename... Arguments>
-  void deliver(const Registrations<Callback> registrations, Arguments... arguments) {
+  void deliver(const Registrations<Callback> &registrations, Arguments... arguments) {
     const auto keep_alive = shared_from_this();
-    for (const auto &[callback, user_data] : registrations) {
-      if (destroyed_) return;
-      callback(endpoint_.c_str(), port_name_.c_str(), arguments..., user_data);
+    const std::size_t count = registrations.size();
+    for (std::size_t i = 0; i < count && !destroyed_; ++i) {
+      const Registration<Callback> registration = registrations[i];
+      registration.callback(endpoint_.c_str(), port_name_.c_str(), arguments...,
+                            registration.user_data);
     }
   }
 
+  const ProcessMark mark_;
   State state_ = State::kIdle;
+  bool deaf_ = false;  ///< a registration failed: there is somebody who would not be told
   bool destroyed_ = false;
   std::atomic<bool> broken_{false};
   std::string endpoint_;
   std::string port_name_;
   rpc_port_s main_;
   rpc_port_s callback_;
-  std::size_t announced_ = 0;  ///< frames on the callback port that were told of and not taken
+  std::size_t announced_ = 0;     ///< frames on the callback port that were told of and not taken
+  bool short_of_memory_ = false;  ///< so that a frame that was told of could not be taken
   MainLoop::SourceId main_source_ = 0;
   MainLoop::SourceId callback_source_ = 0;
 };
@@ -249,18 +336,17 @@ int add_callback(rpc_port_proxy_h proxy,
                  Callback callback, void *user_data) {
   return guarded([=] {
     if (proxy == nullptr || callback == nullptr) return -EINVAL;
-    (proxy->proxy.get()->*registrations).push_back({callback, user_data});
+    proxy->proxy->add(registrations, callback, user_data);
     return 0;
   });
 }
 
-template <typename Await>
-int connect(rpc_port_proxy_h proxy, const char *app_id, const char *port_name, Await await) {
+int connect(rpc_port_proxy_h proxy, const char *app_id, const char *port_name, bool sync) {
   return guarded([=] {
     if (proxy == nullptr || app_id == nullptr || port_name == nullptr) return -EINVAL;
     const auto keep_alive = proxy->proxy;
-    if (const int error = keep_alive->open(app_id, port_name)) return error;
-    ((*keep_alive).*await)();
+    keep_alive->open(app_id, port_name);
+    if (sync) keep_alive->await_answer_here();
     return 0;
   });
 }
@@ -306,17 +392,17 @@ int rpc_port_proxy_add_received_event_cb(rpc_port_proxy_h proxy,
 }
 
 int rpc_port_proxy_connect(rpc_port_proxy_h proxy, const char *app_id, const char *port_name) {
-  return connect(proxy, app_id, port_name, &RpcPortProxy::await_answer);
+  return connect(proxy, app_id, port_name, false);
 }
 
 int rpc_port_proxy_connect_sync(rpc_port_proxy_h proxy, const char *app_id, const char *port_name) {
-  return connect(proxy, app_id, port_name, &RpcPortProxy::await_answer_here);
+  return connect(proxy, app_id, port_name, true);
 }
 
 int rpc_port_proxy_get_port(rpc_port_proxy_h proxy, int type, rpc_port_h *port) {
   if (proxy == nullptr || port == nullptr || (type != 0 && type != 1)) return -EINVAL;
   rpc_port_s *found = proxy->proxy->port(static_cast<Port>(type));
-  if (found == nullptr) return -ENOTCONN;
+  if (found == nullptr) return -EIO;
   *port = found;
   return 0;
 }
@@ -324,16 +410,15 @@ int rpc_port_proxy_get_port(rpc_port_proxy_h proxy, int type, rpc_port_h *port) 
 int rpc_port_parcel_create_from_port(rpc_port_parcel_h *parcel, rpc_port_h port) {
   return guarded([=] {
     if (parcel == nullptr || port == nullptr) return -EINVAL;
-    auto frame = port->proxy->read(*port);
-    if (!frame) return -EIO;
-    *parcel = new rpc_port_parcel_s{Parcel(std::move(*frame))};
+    auto read = port->proxy->read(*port);
+    if (!read) return -EIO;
+    *parcel = read.release();
     return 0;
   });
 }
 
 int rpc_port_parcel_send(rpc_port_parcel_h parcel, rpc_port_h port) {
-  return guarded([=] {
-    if (parcel == nullptr || port == nullptr) return -EINVAL;
-    return port->proxy->send(*port, parcel->parcel.bytes());
-  });
+  if (parcel == nullptr || port == nullptr) return -EINVAL;
+  const bool sent = !parcel->write_failed && port->proxy->send(*port, parcel->parcel.bytes());
+  return sent ? 0 : -EIO;
 }

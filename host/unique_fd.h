@@ -2,11 +2,23 @@
 #ifndef KORVANE_HOST_UNIQUE_FD_H_
 #define KORVANE_HOST_UNIQUE_FD_H_
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <utility>
 
 namespace korvane::host {
+
+/**
+ * The descriptor under a number that no standard stream has, also in a process that runs without
+ * some of these: what is printed would go into it. Negative, with errno, on failure.
+ */
+inline int beyond_standard_streams(int descriptor) {
+  if (descriptor < 0 || descriptor > STDERR_FILENO) return descriptor;
+  const int moved = fcntl(descriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+  close(descriptor);
+  return moved;
+}
 
 class UniqueFd {
  public:
