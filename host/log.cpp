@@ -1,5 +1,8 @@
 // The platform log, on standard error. KORVANE_LOG names the lowest level written: debug, info,
 // error (the default) or none.
+#include <pthread.h>
+#include <signal.h>
+#include <sys/stat.h>
 #include <sys/uio.h>
 #include <unistd.h>
 
@@ -37,6 +40,48 @@ iovec part(std::string_view text) {
   return {const_cast<char *>(text.data()), text.size()};
 }
 
+/** What standard error is; all zeroes when it is closed. */
+struct stat standard_error() {
+  struct stat status = {};
+  if (fstat(STDERR_FILENO, &status) != 0) status = {};
+  return status;
+}
+
+/** What it was when the platform was loaded. Its number may be another file's since. */
+const struct stat first_standard_error = standard_error();
+
+bool is_standard_error_still() {
+  const struct stat now = standard_error();
+  return now.st_mode != 0 && now.st_dev == first_standard_error.st_dev &&
+         now.st_ino == first_standard_error.st_ino;
+}
+
+/** Keeps a write to a pipe that nobody reads from raising SIGPIPE in the thread it lives in. */
+class PipeSignalHeld {
+ public:
+  PipeSignalHeld() {
+    sigemptyset(&pipe_);
+    sigaddset(&pipe_, SIGPIPE);
+    sigset_t pending;
+    sigpending(&pending);
+    was_pending_ = sigismember(&pending, SIGPIPE) == 1;
+    pthread_sigmask(SIG_BLOCK, &pipe_, &before_);
+  }
+  PipeSignalHeld(const PipeSignalHeld &) = delete;
+  PipeSignalHeld &operator=(const PipeSignalHeld &) = delete;
+  ~PipeSignalHeld() {
+    const timespec at_once = {};
+    while (!was_pending_ && sigtimedwait(&pipe_, nullptr, &at_once) < 0 && errno == EINTR) {
+    }
+    pthread_sigmask(SIG_SETMASK, &before_, nullptr);
+  }
+
+ private:
+  sigset_t pipe_;
+  sigset_t before_;
+  bool was_pending_;
+};
+
 }  // namespace
 
 int dlog_print(int priority, const char *tag, const char *format, ...) {
@@ -51,9 +96,12 @@ int dlog_print(int priority, const char *tag, const char *format, ...) {
   const char letter = letter_of(priority);
   const iovec line[] = {part({&letter, 1}), part("/"),     part(tag),
                         part(": "),         part(message), part("\n")};
-  // One call, so that the lines of several threads and processes do not mix.
-  [[maybe_unused]] const ssize_t written =
-      writev(STDERR_FILENO, line, static_cast<int>(std::size(line)));
+  if (is_standard_error_still()) {
+    const PipeSignalHeld held;
+    // One call, so that the lines of several threads and processes do not mix.
+    [[maybe_unused]] const ssize_t written =
+        writev(STDERR_FILENO, line, static_cast<int>(std::size(line)));
+  }
   errno = caller_errno;
   return 0;
 }

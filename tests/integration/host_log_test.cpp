@@ -1,0 +1,33 @@
+// The log of applications whose standard error is missing, closed at the other end, or replaced.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "service_fixture.h"
+
+namespace {
+
+using LogTest = ServiceTest;
+
+TEST_F(LogTest, StandardErrorThatCannotBeWrittenDoesNoHarm) {
+  for (const std::string redirection :
+       {"exec 2>&-", "mkfifo $1/pipe && exec 4<>$1/pipe 2>$1/pipe 4>&-"}) {
+    const std::string script = redirection + R"( && KORVANE_LOG=debug exec "$0" agent-level)";
+    const Finished finished = run_program({"/bin/sh", "-c", script, SVCMGRCTL, device_});
+    EXPECT_EQ(finished.status, 0) << redirection;
+    EXPECT_EQ(finished.output, "13\n") << redirection;
+  }
+}
+
+TEST_F(LogTest, WhatIsStandardErrorNoMoreIsNotWrittenTo) {
+  int pipe_ends[2];
+  ASSERT_EQ(pipe2(pipe_ends, O_CLOEXEC | O_NONBLOCK), 0);
+  const int standard_error = dup(STDERR_FILENO);
+  dup2(pipe_ends[1], STDERR_FILENO);
+  EXPECT_EQ(korvane_svcmgr_connect(nullptr, nullptr), SVCMGR_ERROR_INVALID_PARAMETER);
+  dup2(standard_error, STDERR_FILENO);
+  char letter = '\0';
+  EXPECT_EQ(read(pipe_ends[0], &letter, 1), -1) << "the error was logged there";
+  for (const int descriptor : {standard_error, pipe_ends[0], pipe_ends[1]}) close(descriptor);
+}
+
+}  // namespace
