@@ -39,6 +39,17 @@
  * belongs to one thread at a time. Callbacks may call any function of the
  * library, disconnecting included, and must not throw.
  *
+ * @par Processes
+ * A connection belongs to the process that made it. A child made by fork()
+ * leaves it alone, best by calling exec or _exit at once. On the workstation
+ * platform a call of such a child that needs the connection fails, its
+ * korvane_svcmgr_disconnect() lets go of what it inherited and leaves its
+ * parent's connection as it is, and it may then connect for itself. Other
+ * platforms may end the parent's connection. At process exit a connection
+ * needs no ending; once main() has returned or exit() was called, call nothing
+ * but the functions that destroy handles. dlclose() leaves the library in
+ * memory, and the connection as it is.
+ *
  * @par Ownership
  * Texts given to the library are copied. Texts returned by the library are
  * heap copies that the application releases with free(). Handles belong to the
