@@ -18,7 +18,9 @@ bool append_frame(Bytes &stream, const Bytes &payload) {
   if (payload.size() > kMaxFrameSize) return false;
   std::uint8_t header[kFrameHeaderSize];
   store_u32(header, static_cast<std::uint32_t>(payload.size()));
-  stream.reserve(stream.size() + kFrameHeaderSize + payload.size());
+  // All of the room first, lest half a frame is left behind.
+  const std::size_t size = stream.size() + kFrameHeaderSize + payload.size();
+  if (size > stream.capacity()) stream.reserve(std::max(size, 2 * stream.capacity()));
   stream.insert(stream.end(), std::begin(header), std::end(header));
   stream.insert(stream.end(), payload.begin(), payload.end());
   return true;

@@ -14,8 +14,8 @@
 #include <iterator>
 #include <system_error>
 
-#include "limits.h"
 #include "little_endian.h"
+#include "wait_limits.h"
 
 namespace korvane::host {
 

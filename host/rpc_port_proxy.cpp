@@ -9,12 +9,12 @@
 #include <vector>
 
 #include "guard.h"
-#include "limits.h"
 #include "local_socket.h"
 #include "main_loop.h"
 #include "process.h"
 #include "rpc_port_handles.h"
 #include "rpc_port_protocol.h"
+#include "wait_limits.h"
 
 using korvane::host::guarded;
 using korvane::host::Port;

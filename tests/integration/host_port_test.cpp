@@ -10,10 +10,10 @@
 #include "app_event.h"
 #include "event_publisher.h"
 #include "host_fixture.h"
-#include "limits.h"
 #include "local_socket.h"
 #include "rpc_port_handles.h"
 #include "rpc_port_server.h"
+#include "wait_limits.h"
 
 using namespace korvane::host;
 

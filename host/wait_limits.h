@@ -1,6 +1,6 @@
 /** How long the platform waits for a peer that keeps to no rule. */
-#ifndef KORVANE_HOST_LIMITS_H_
-#define KORVANE_HOST_LIMITS_H_
+#ifndef KORVANE_HOST_WAIT_LIMITS_H_
+#define KORVANE_HOST_WAIT_LIMITS_H_
 
 namespace korvane::host {
 
@@ -16,4 +16,4 @@ inline Limits limits;
 
 }  // namespace korvane::host
 
-#endif  // KORVANE_HOST_LIMITS_H_
+#endif  // KORVANE_HOST_WAIT_LIMITS_H_
