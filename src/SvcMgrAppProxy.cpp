@@ -33,6 +33,10 @@ void write_value(rpc_port_parcel_h parcel, const std::string &value) {
   rpc_port_parcel_write_string(parcel, value.c_str());
 }
 
+void write_value(rpc_port_parcel_h parcel, const Text &value) {
+  rpc_port_parcel_write_string(parcel, value.c_str());
+}
+
 template <typename Element>
 void write_value(rpc_port_parcel_h parcel, const std::vector<Element> &elements);
 
@@ -57,11 +61,19 @@ bool read_value(rpc_port_parcel_h parcel, int &value) {
   return true;
 }
 
-bool read_value(rpc_port_parcel_h parcel, std::string &value) {
-  const svcmgr::TakenText taken = svcmgr::take_text(
+bool read_value(rpc_port_parcel_h parcel, Text &value) {
+  svcmgr::TakenText taken = svcmgr::take_text(
       [parcel](char **text) { return rpc_port_parcel_read_string(parcel, text); });
-  value = taken.text ? taken.text.get() : "";
-  return taken.text != nullptr;
+  const bool read = taken.text != nullptr;
+  value = Text(std::move(taken.text));
+  return read;
+}
+
+bool read_value(rpc_port_parcel_h parcel, std::string &value) {
+  Text text;
+  const bool read = read_value(parcel, text);
+  value = text.c_str();
+  return read;
 }
 
 template <typename Element>

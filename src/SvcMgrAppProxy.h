@@ -15,6 +15,7 @@
 #include <utility>
 #include <vector>
 
+#include "heap_text.h"
 #include "platform_handles.h"
 #include "rpc_port.h"
 
@@ -33,34 +34,56 @@ class InvalidIDException : public Exception {};
 /** The platform denies the connection. */
 class PermissionDeniedException : public Exception {};
 
+/** A text on the C heap: what the platform hands over is kept, and can be moved on, as it is. */
+class Text {
+ public:
+  Text() = default;
+  Text(const char *text) : text_(svcmgr::copy_text(text)) {}
+  explicit Text(svcmgr::HeapText text) : text_(std::move(text)) {}
+  Text(const Text &other) : Text(other.c_str()) {}
+  Text(Text &&other) noexcept = default;
+  Text &operator=(Text other) noexcept {
+    text_ = std::move(other.text_);
+    return *this;
+  }
+  ~Text() = default;
+
+  const char *c_str() const { return text_ ? text_.get() : ""; }
+  /** Leaves an empty text behind; null when it was one already. */
+  svcmgr::HeapText Release() { return std::move(text_); }
+
+ private:
+  svcmgr::HeapText text_;  ///< null is an empty text, too
+};
+
 /** One AI model. */
 class AIModelInfo {
  public:
   AIModelInfo() = default;
-  AIModelInfo(std::string id, std::string version, std::string title, std::string description)
+  AIModelInfo(Text id, Text version, Text title, Text description)
       : id_(std::move(id)),
         version_(std::move(version)),
         title_(std::move(title)),
         description_(std::move(description)) {}
 
-  const std::string &GetId() const { return id_; }
-  const std::string &GetVersion() const { return version_; }
-  const std::string &GetTitle() const { return title_; }
-  const std::string &GetDescription() const { return description_; }
-  void SetId(std::string id) { id_ = std::move(id); }
-  void SetVersion(std::string version) { version_ = std::move(version); }
-  void SetTitle(std::string title) { title_ = std::move(title); }
-  void SetDescription(std::string description) { description_ = std::move(description); }
+  const Text &GetId() const { return id_; }
+  const Text &GetVersion() const { return version_; }
+  const Text &GetTitle() const { return title_; }
+  const Text &GetDescription() const { return description_; }
+  void SetId(Text id) { id_ = std::move(id); }
+  void SetVersion(Text version) { version_ = std::move(version); }
+  void SetTitle(Text title) { title_ = std::move(title); }
+  void SetDescription(Text description) { description_ = std::move(description); }
 
   /** The fields in the order in which they travel. */
   auto Fields() { return std::tie(id_, version_, title_, description_); }
   auto Fields() const { return std::tie(id_, version_, title_, description_); }
 
  private:
-  std::string id_;
-  std::string version_;
-  std::string title_;
-  std::string description_;
+  Text id_;
+  Text version_;
+  Text title_;
+  Text description_;
 };
 
 /** Models, and the number of them as the sender states it. */
@@ -71,6 +94,8 @@ class AIModelList {
       : models_(std::move(models)), count_(count) {}
 
   const std::vector<AIModelInfo> &GetModels() const { return models_; }
+  /** For moving the models' texts on. */
+  std::vector<AIModelInfo> &GetModels() { return models_; }
   int GetCount() const { return count_; }
   void SetModels(std::vector<AIModelInfo> models) { models_ = std::move(models); }
   void SetCount(int count) { count_ = count; }

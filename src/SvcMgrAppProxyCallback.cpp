@@ -1,6 +1,7 @@
 #include "SvcMgrAppProxyCallback.h"
 
 #include <memory>
+#include <utility>
 
 #include "handle_records.h"
 #include "log.h"
@@ -19,35 +20,30 @@ struct DestroyModelInfo {
 };
 using ModelInfoOwner = std::unique_ptr<korvane_svcmgr_ai_model_info_s, DestroyModelInfo>;
 
-bool fill(korvane_svcmgr_ai_model_info_h info, const AIModelInfo &model) {
-  return korvane_svcmgr_ai_model_info_set_id(info, model.GetId().c_str()) == SVCMGR_ERROR_NONE &&
-         korvane_svcmgr_ai_model_info_set_version(info, model.GetVersion().c_str()) ==
-             SVCMGR_ERROR_NONE &&
-         korvane_svcmgr_ai_model_info_set_title(info, model.GetTitle().c_str()) ==
-             SVCMGR_ERROR_NONE &&
-         korvane_svcmgr_ai_model_info_set_description(info, model.GetDescription().c_str()) ==
-             SVCMGR_ERROR_NONE;
-}
-
+/** Moves a model into the list, or leaves it out. */
 void append_model(const svcmgr::Site &site, korvane_svcmgr_ai_model_list_h list,
-                  const AIModelInfo &model) {
+                  AIModelInfo &model) {
   korvane_svcmgr_ai_model_info_h handle = nullptr;
   korvane_svcmgr_ai_model_info_create(&handle);
   LOG_INFO_AT(site, "model [%s - %s - %s - %s]", model.GetId().c_str(), model.GetVersion().c_str(),
               model.GetTitle().c_str(), model.GetDescription().c_str());
   if (handle == nullptr) return;
   const ModelInfoOwner info(handle);
-  if (fill(info.get(), model)) korvane_svcmgr_ai_model_list_add(list, info.get());
+  auto [id, version, title, description] = model.Fields();
+  if (svcmgr::move_into_model_info(info.get(), {id.Release(), version.Release(), title.Release(),
+                                                description.Release()}) == SVCMGR_ERROR_NONE) {
+    svcmgr::move_into_model_list(list, info.get());
+  }
 }
 
 }  // namespace
 
-void Convert(const AIModelList &models, korvane_svcmgr_ai_model_list_h *out) {
+void Convert(AIModelList models, korvane_svcmgr_ai_model_list_h *out) {
   LOG_INFO("conver AIModelList to model_list_handle");
   korvane_svcmgr_ai_model_list_h list = nullptr;
   korvane_svcmgr_ai_model_list_create(&list);
   if (list != nullptr && models.GetCount() >= 1) {
-    for (const AIModelInfo &model : models.GetModels()) append_model(HERE, list, model);
+    for (AIModelInfo &model : models.GetModels()) append_model(HERE, list, model);
   }
   LOG_INFO("Successful conversion of [%d] models.", models.GetCount());
   *out = list;
@@ -89,17 +85,17 @@ int convert_result(int service_result) {
 
 void GetUsableModelListCB::OnReceived(int result_code, AIModelList value) {
   LOG_INFO("GetUsableModelListCB::OnReceived error_code[%d]", result_code);
-  Deliver(result_code, value);
+  Deliver(result_code, std::move(value));
 }
 
 void GetUsableModelListWithDescCB::OnReceived(int result_code, AIModelList value) {
   LOG_INFO("GetUsableModelListWithDescCB::OnReceived error_code[%d]", result_code);
-  Deliver(result_code, value);
+  Deliver(result_code, std::move(value));
 }
 
 void GetModelVersionListCB::OnReceived(int result_code, AIModelList value) {
   LOG_DEBUG("GetModelVersionListCB::OnReceived error_code[%d]", result_code);
-  Deliver(result_code, value);
+  Deliver(result_code, std::move(value));
 }
 
 void RequestToUpdateCB::OnReceived(int result_code, AIUpdateProgressInfo value) {

@@ -147,4 +147,38 @@ TEST_F(ModelRequestsTest, Conversions) {
   EXPECT_HEARD("progress 0 -77 -77 -77 -77", "progress 0 17 1 2 3");
 }
 
+TEST_F(ModelRequestsTest, AModelOnItsWayIntoAList) {
+  connect();
+  korvane_svcmgr_ai_model_list_h list = nullptr;
+  const auto keep = [](int, korvane_svcmgr_ai_model_list_h received, void *kept) {
+    korvane_svcmgr_ai_model_list_h &place = *static_cast<korvane_svcmgr_ai_model_list_h *>(kept);
+    if (place != nullptr) korvane_svcmgr_ai_model_list_destroy(place);
+    place = received;
+  };
+  korvane_svcmgr_ai_request_usable_model_list(keep, &list);
+  platform.take_log();
+  platform.calls.clear();
+  answer(1, {0, Count{1}, "a", "1", "t", "d", 1});
+  EXPECT_LOG_HAS(
+      "|I korvane_svcmgr_ai_model_info_create: korvane_svcmgr_ai_model_info_create"
+      "|I Convert: model [a - 1 - t - d]"
+      "|D korvane_svcmgr_ai_model_info_set_id: korvane_svcmgr_ai_model_info_set_id"
+      "|D korvane_svcmgr_ai_model_info_set_version: korvane_svcmgr_ai_model_info_set_version"
+      "|D korvane_svcmgr_ai_model_info_set_title: korvane_svcmgr_ai_model_info_set_title"
+      "|D korvane_svcmgr_ai_model_info_set_description: "
+      "korvane_svcmgr_ai_model_info_set_description"
+      "|D korvane_svcmgr_ai_model_list_add: korvane_svcmgr_ai_model_list_add"
+      "|I korvane_svcmgr_ai_model_info_destroy: korvane_svcmgr_ai_model_info_destroy"
+      "|I Convert: Successful conversion of [1] models.|");
+  EXPECT_EQ(8, platform.count("package_info_create"))
+      << "each of these asks, and the list's create";
+
+  const std::string limit(2048, 'x');
+  answer(1, {0, Count{1}, limit + "y", limit, "t", "d", 1});
+  korvane_svcmgr_ai_request_to_update(list, on_progress, this);
+  EXPECT_EQ(ParcelValue(limit), platform.sent.back()[5]) << "cut";
+  EXPECT_EQ(ParcelValue(limit), platform.sent.back()[6]) << "whole";
+  korvane_svcmgr_ai_model_list_destroy(list);
+}
+
 }  // namespace
