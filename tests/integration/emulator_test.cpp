@@ -1,4 +1,5 @@
 // The emulator on a device, with peers and in conditions that it would rather not meet.
+#include <gmock/gmock.h>
 #include <sched.h>
 #include <sys/resource.h>
 
@@ -15,26 +16,19 @@ namespace {
 
 namespace fs = std::filesystem;
 using namespace korvane::host;
+using testing::HasSubstr;
+using testing::Not;
 
 class EmulatorTest : public ServiceTest {
  protected:
   fs::path state_file() const { return device_ + "/service/state.json"; }
 
-  /** What a control command that is not done says about it. */
-  std::string refusal(const std::vector<std::string> &words) const {
-    std::vector<std::string> command = {EMULATOR, "ctl", "--device", device_};
-    command.insert(command.end(), words.begin(), words.end());
-    const Finished finished = run_program(command);
-    EXPECT_EQ(finished.status, 1) << finished.output;
-    return finished.output;
-  }
-
-  /** The answer to bytes that no command line would send; empty when there is none. */
-  std::string answer_to(const std::string &message) const {
-    const UniqueFd socket = connect_to(device_ + "/run/control");
-    Bytes request;
-    EXPECT_TRUE(append_frame(request, Bytes(message.begin(), message.end())));
-    EXPECT_EQ(write_all(socket.get(), request, 60000), 0);
+  /** What is answered to bytes that no command line and no library would send; maybe nothing. */
+  std::string answer_to(const Bytes &message, const std::string &socket_path) const {
+    const UniqueFd socket = connect_to(device_ + "/run/" + socket_path);
+    Bytes frame;
+    EXPECT_TRUE(append_frame(frame, message));
+    EXPECT_EQ(write_all(socket.get(), frame, 60000), 0);
     FrameReader reader;
     const auto answer = read_frame(socket.get(), reader, 60000).value_or(Bytes());
     return std::string(answer.begin(), answer.end());
@@ -50,10 +44,11 @@ class EmulatorTest : public ServiceTest {
 
   /** Waits until the emulator complains of this. */
   void await_complaint(const std::string &text) {
-    std::string line = text;
-    while (!line.empty() && (line = emulator_.read_line()).find(text) == std::string::npos) {
-    }
-    EXPECT_FALSE(line.empty()) << "it has ended, and did not say: " << text;
+    std::string line;
+    do {
+      line = emulator_.read_line();
+      ASSERT_NE(line, "") << "it has ended, and did not say: " << text;
+    } while (line.find(text) == std::string::npos);
   }
 
   static std::string license() {
@@ -76,12 +71,12 @@ TEST_F(EmulatorTest, AnswersWhateverItIsTold) {
       {"[\"" + long_word + "\"]", "the answer is too long"},
   };
   for (const auto &[message, answer] : messages) {
-    EXPECT_NE(answer_to(message).find(answer), std::string::npos) << message.substr(0, 20);
+    EXPECT_THAT(answer_to(Bytes(message.begin(), message.end()), "control"), HasSubstr(answer));
   }
   // Every such letter is longer in the message than in the argument.
   std::vector<std::string> words(12, "k=str:" + std::string(120000, '\x01'));
   words.insert(words.begin(), {"event", "agent_status"});
-  EXPECT_NE(refusal(words).find("the command is too long"), std::string::npos);
+  EXPECT_THAT(run_program(control_command(words)).output, HasSubstr("the command is too long"));
   control({"status"});
 }
 
@@ -99,7 +94,7 @@ TEST_F(EmulatorTest, ComesBackAsSoonAsItCan) {
   const fs::path ports = device_ + "/run/rpc";
   fs::permissions(ports, fs::perms::all);  // others could reach it: it does not listen there
   ChildProcess restart;
-  restart.start({EMULATOR, "ctl", "--device", device_, "restart"});
+  restart.start(control_command({"restart"}));
   ASSERT_TRUE(run_until([this] { return connection_events_.size() == 1; }));
   await_complaint("it cannot come back yet");
   fs::permissions(ports, fs::perms::owner_all);
@@ -112,13 +107,12 @@ TEST_F(EmulatorTest, ServesWhatIsOnTheDisk) {
   const std::string before = license();
   fs::rename(state_file(), device_ + "/kept.json");
   fs::create_directory(state_file());  // not even root can write there
-  refusal({"license", "other"});
+  EXPECT_EQ(run_program(control_command({"license", "other"})).status, 1);
   EXPECT_EQ(license(), before);
-  const Finished update = run_program({SVCMGRCTL, "models", "update", "vision.detect"});
-  EXPECT_EQ(update.status, 1) << update.output;
-  EXPECT_EQ(run_program({SVCMGRCTL, "models", "list"}).output.find("2.0.0"), std::string::npos);
+  EXPECT_EQ(run_program({SVCMGRCTL, "models", "update", "vision.detect"}).status, 1);
+  EXPECT_THAT(run_program({SVCMGRCTL, "models", "list"}).output, Not(HasSubstr("2.0.0")));
   ChildProcess restart;
-  restart.start({EMULATOR, "ctl", "--device", device_, "restart"});
+  restart.start(control_command({"restart"}));
   ASSERT_TRUE(run_until([this] { return connection_events_.size() == 2; }));
   EXPECT_EQ(restart.wait(), 1);
   EXPECT_EQ(license(), before);
@@ -148,15 +142,9 @@ TEST_F(EmulatorTest, DropsAClientWhoseAnswerIsTooLong) {
 }
 
 TEST_F(EmulatorTest, TurnsAnEndlessNameAway) {
-  const fs::path path = device_ + "/run/rpc/" SVCMGR_APP_ID "/SvcMgrAppPort";
-  const UniqueFd socket = connect_to(path);
   Hello hello;
   hello.app_id = std::string(kMaxFrameSize - 20, 'x');
-  Bytes greeting;
-  ASSERT_TRUE(append_frame(greeting, hello.encode().bytes()));
-  EXPECT_EQ(write_all(socket.get(), greeting, 60000), 0);
-  FrameReader reader;
-  EXPECT_FALSE(read_frame(socket.get(), reader, 60000));
+  EXPECT_EQ(answer_to(hello.encode().bytes(), "rpc/" SVCMGR_APP_ID "/SvcMgrAppPort"), "");
 }
 
 TEST_F(EmulatorTest, HasEndedWhenStopIsDone) {

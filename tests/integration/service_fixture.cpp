@@ -137,10 +137,13 @@ void ServiceTest::kill_emulator() {
   ASSERT_EQ(emulator_.wait(), -SIGKILL);
 }
 
+std::vector<std::string> ServiceTest::control_command(std::vector<std::string> arguments) const {
+  arguments.insert(arguments.begin(), {EMULATOR, "ctl", "--device", device_});
+  return arguments;
+}
+
 std::string ServiceTest::control(const std::vector<std::string> &arguments) {
-  std::vector<std::string> command = {EMULATOR, "ctl", "--device", device_};
-  command.insert(command.end(), arguments.begin(), arguments.end());
-  const Finished finished = run_program(command);
+  const Finished finished = run_program(control_command(arguments));
   EXPECT_EQ(finished.status, 0) << arguments[0] << ": " << finished.output;
   return finished.output;
 }

@@ -59,6 +59,8 @@ class ServiceTest : public ::testing::Test {
 
   void start_emulator();
   void kill_emulator();
+  /** What tells the emulator to do something. */
+  std::vector<std::string> control_command(std::vector<std::string> arguments) const;
   /** A control command that is expected to succeed; its output. */
   std::string control(const std::vector<std::string> &arguments);
 
