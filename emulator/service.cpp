@@ -29,8 +29,8 @@ Service::Service(host::MainLoop &loop, const host::Device &device, const Options
       state_(device),
       events_(trace_),
       port_(loop, faults_, trace_,
-            [this](const Address &address, const ServicePort::Peer &peer, const Parcel &parcel) {
-              serve(address, peer, parcel);
+            [this](const Address &address, const ServicePort::Peer &peer, Parcel parcel) {
+              serve(address, peer, std::move(parcel));
             }),
       agent_update_(loop, tick_, state_, faults_, events_),
       model_jobs_(loop, tick_, state_, faults_, events_, port_) {}
@@ -121,9 +121,9 @@ Json Service::status() const {
           {"events", events_.published()}};
 }
 
-void Service::serve(const Address &address, const ServicePort::Peer &peer, const Parcel &parcel) {
+void Service::serve(const Address &address, const ServicePort::Peer &peer, Parcel parcel) {
   ++requests_;
-  const std::optional<Request> request = read_request(parcel);
+  const std::optional<Request> request = read_request(std::move(parcel));
   if (!request) {
     ++malformed_;
     return;

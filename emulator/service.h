@@ -82,7 +82,7 @@ class Service {
   void be_back();
   void await_clients();
 
-  void serve(const Address &address, const ServicePort::Peer &peer, const Parcel &parcel);
+  void serve(const Address &address, const ServicePort::Peer &peer, Parcel parcel);
   void answer(const Address &address, const ServicePort::Peer &peer, const Request &request);
   void answer_code(const Address &address, const Request &request, std::int32_t code);
   void answer_update(const Address &address, const ServicePort::Peer &peer, const Request &request);

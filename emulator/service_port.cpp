@@ -21,12 +21,12 @@ void ServicePort::open() {
     trace_.note("-- " + std::to_string(id) + " has gone");
     peers_.erase(id);
   };
-  events.received = [this](ConnectionId id, const Parcel &parcel) {
+  events.received = [this](ConnectionId id, Parcel parcel) {
     trace_.request(id, parcel);
     const auto peer = peers_.find(id);
     if (peer == peers_.end()) return;
     try {
-      received_({openings_, id}, peer->second, parcel);
+      received_({openings_, id}, peer->second, std::move(parcel));
     } catch (const std::exception &error) {
       // The client would wait for an answer that does not come.
       std::cerr << "svcmgr-emulator: a request failed: " << error.what() << '\n';

@@ -23,7 +23,7 @@ class ServicePort {
  public:
   using Peer = host::RpcPortServer::Peer;
   using Peers = std::map<host::RpcPortServer::ConnectionId, Peer>;
-  using Received = std::function<void(const Address &, const Peer &, const Parcel &)>;
+  using Received = std::function<void(const Address &, const Peer &, Parcel)>;
 
   ServicePort(host::MainLoop &loop, Faults &faults, const Trace &trace, Received received)
       : loop_(loop), faults_(faults), trace_(trace), received_(std::move(received)) {}

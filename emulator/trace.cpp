@@ -69,7 +69,7 @@ std::string unknown(const std::optional<std::int32_t> &first, const Parcel &parc
          std::to_string(parcel.bytes().size()) + " bytes>";
 }
 
-std::string delegate_event(Parcel &parcel) {
+std::string delegate_event(Parcel parcel) {
   const auto first = read_first(parcel);
   if (first != kCallbackCommand) return unknown(first, parcel);
   const auto delegate = delegate_field().read(parcel);
@@ -93,25 +93,27 @@ std::string quoted(const std::string &text) {
   return to_text(Json(text));
 }
 
-void Trace::request(std::uint64_t connection, Parcel parcel) const {
+void Trace::request(std::uint64_t connection, const Parcel &parcel) const {
   if (!on_) return;
-  const auto first = read_first(parcel);
+  Parcel rest = parcel;
+  const auto first = read_first(rest);
   const MethodInfo *info = first ? find_method(*first) : nullptr;
   note(head("<-", connection, "main") + (info == nullptr
                                              ? unknown(first, parcel)
-                                             : info->name + read_fields(parcel, info->arguments)));
+                                             : info->name + read_fields(rest, info->arguments)));
 }
 
-void Trace::reply(std::uint64_t connection, const MethodInfo *info, Parcel parcel) const {
+void Trace::reply(std::uint64_t connection, const MethodInfo *info, const Parcel &parcel) const {
   if (!on_) return;
-  const auto first = read_first(parcel);
+  Parcel rest = parcel;
+  const auto first = read_first(rest);
   const bool is_result = first == kResultCommand && info != nullptr;
   note(head("->", connection, "main") +
-       (is_result ? std::string("result ") + info->name + read_fields(parcel, {info->answer})
+       (is_result ? std::string("result ") + info->name + read_fields(rest, {info->answer})
                   : unknown(first, parcel)));
 }
 
-void Trace::callback(std::uint64_t connection, Parcel parcel) const {
+void Trace::callback(std::uint64_t connection, const Parcel &parcel) const {
   if (!on_) return;
   note(head("->", connection, "callback") + delegate_event(parcel));
 }

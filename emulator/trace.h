@@ -14,11 +14,11 @@ class Trace {
  public:
   explicit Trace(bool on) : on_(on) {}
 
-  void request(std::uint64_t connection, Parcel parcel) const;
+  void request(std::uint64_t connection, const Parcel &parcel) const;
   /** A parcel on the main port; info is the method it answers, or null. */
-  void reply(std::uint64_t connection, const MethodInfo *info, Parcel parcel) const;
+  void reply(std::uint64_t connection, const MethodInfo *info, const Parcel &parcel) const;
   /** A parcel on the callback port. */
-  void callback(std::uint64_t connection, Parcel parcel) const;
+  void callback(std::uint64_t connection, const Parcel &parcel) const;
   void event(const std::string &name, const std::string &payload, std::size_t reached) const;
   void note(const std::string &text) const;
 

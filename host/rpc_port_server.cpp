@@ -16,6 +16,9 @@ constexpr std::size_t kMaxQueued = std::size_t{64} << 20;
 /** Far beyond the name of any application. */
 constexpr std::size_t kMaxName = 1024;
 
+constexpr std::uint32_t kInput = EPOLLIN | EPOLLRDHUP;
+constexpr std::uint32_t kOutput = EPOLLOUT;
+
 }  // namespace
 
 /** One accepted socket: first waiting for its hello and its counterpart, then half a connection. */
@@ -24,7 +27,8 @@ struct RpcPortServer::Channel {
   MainLoop::SourceId source = 0;
   FrameReader reader;
   SendQueue queued;
-  ScopedTimer patience;  ///< while waiting
+  bool awaits_room = false;  ///< the loop tells when more of the queue can be sent
+  ScopedTimer patience;      ///< while waiting
   std::optional<Hello> hello;
   ConnectionId connection = 0;  ///< 0 while waiting
 };
@@ -83,12 +87,12 @@ void RpcPortServer::accept(UniqueFd socket) {
   channel->patience = ScopedTimer(loop_, greeting_limit_, [this, weak] {
     if (const auto self = weak.lock()) drop(*self);
   });
-  channel->source = loop_.add_descriptor(
-      channel->socket.get(), EPOLLIN | EPOLLRDHUP, [this, weak](std::uint32_t epoll_events) {
+  channel->source =
+      loop_.add_descriptor(channel->socket.get(), kInput, [this, weak](std::uint32_t epoll_events) {
         const auto self = weak.lock();
         if (self == nullptr) return;
-        if ((epoll_events & EPOLLOUT) != 0) flush(*self);
-        if ((epoll_events & ~static_cast<std::uint32_t>(EPOLLOUT)) != 0) read(self);
+        if ((epoll_events & kOutput) != 0) flush(*self);
+        if ((epoll_events & ~kOutput) != 0) read(self);
       });
   waiting_.emplace(channel->source, channel);
 }
@@ -167,8 +171,9 @@ void RpcPortServer::flush(Channel &channel) {
     shutdown(channel.socket.get(), SHUT_RDWR);
     channel.queued.clear();
   }
-  const std::uint32_t output = channel.queued.empty() ? 0U : static_cast<std::uint32_t>(EPOLLOUT);
-  loop_.change_events(channel.source, EPOLLIN | EPOLLRDHUP | output);
+  if (channel.queued.empty() == !channel.awaits_room) return;
+  channel.awaits_room = !channel.queued.empty();
+  loop_.change_events(channel.source, kInput | (channel.awaits_room ? kOutput : 0U));
 }
 
 void RpcPortServer::disconnect(ConnectionId connection) {
