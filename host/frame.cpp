@@ -50,6 +50,7 @@ void FrameReader::make_room() {
 bool FrameReader::take(std::size_t size) {
   if (broken_) return false;
   end_ += size;
+  filled_room_ = end_ == capacity_;
   while (end_ - whole_end_ >= kFrameHeaderSize) {
     const std::size_t length = load_u32(&buffer_[whole_end_]);
     if (length > kMaxFrameSize) {

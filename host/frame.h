@@ -34,6 +34,8 @@ class FrameReader {
   Room room();
   /** Takes in what was put into the room; false when the stream is broken, now or before. */
   bool take(std::size_t size);
+  /** Whether the last bytes filled the room: there may be more of them. */
+  bool filled_room() const { return filled_room_; }
   /** Takes in bytes from elsewhere. Throws std::bad_alloc. */
   bool feed(const std::uint8_t *bytes, std::size_t size);
 
@@ -59,6 +61,7 @@ class FrameReader {
   std::size_t whole_end_ = 0;
   std::size_t end_ = 0;
   std::size_t frame_count_ = 0;
+  bool filled_room_ = false;
   bool broken_ = false;
 };
 

@@ -23,6 +23,9 @@ constexpr MainLoop::SourceId kWakeUp = 0;
 constexpr MainLoop::SourceId kClock = 1;
 constexpr MainLoop::SourceId kFirstSource = 2;
 
+constexpr std::uint32_t kEdgeTriggered = EPOLLET;
+constexpr std::uint32_t kOneTurn = EPOLLONESHOT;
+
 UniqueFd checked(int descriptor, const char *what) {
   UniqueFd result(beyond_standard_streams(descriptor));
   if (!result) throw std::system_error(errno, std::generic_category(), what);
@@ -103,22 +106,30 @@ void MainLoop::change_events(SourceId id, std::uint32_t epoll_events) {
   arm(EPOLL_CTL_MOD, id, source->second->descriptor, epoll_events);
 }
 
+bool MainLoop::Source::is_armed_for_good() const {
+  return (epoll_events & kEdgeTriggered) != 0;
+}
+
 /**
- * Arms a source for one turn. Left armed it would keep its place in epoll's queue while it is
- * served, and what it gets next would overtake what other sources got before that.
+ * Arms a source for one turn, unless epoll drops it from its queue by itself. Left there while it
+ * is served it would keep its place, and what it gets next would overtake what other sources got
+ * before that.
  */
 int MainLoop::arm(int operation, SourceId id, int descriptor, std::uint32_t epoll_events) const {
   epoll_event event = {};
-  event.events = epoll_events | static_cast<std::uint32_t>(EPOLLONESHOT);
+  event.events = epoll_events | ((epoll_events & kEdgeTriggered) != 0 ? 0U : kOneTurn);
   event.data.u64 = id;
   return epoll_ctl(epoll_.get(), operation, descriptor, &event);
 }
 
 void MainLoop::arm_again(SourceId id) {
   const std::lock_guard<std::mutex> guard(mutex_);
-  const auto source = sources_.find(id);
-  if (source == sources_.end()) return;
-  arm(EPOLL_CTL_MOD, id, source->second->descriptor, source->second->epoll_events);
+  const auto entry = sources_.find(id);
+  if (entry == sources_.end()) return;
+  Source &source = *entry->second;
+  source.is_served = false;
+  if (source.is_armed_for_good() && !std::exchange(source.is_missed, false)) return;
+  arm(EPOLL_CTL_MOD, id, source.descriptor, source.epoll_events);
 }
 
 MainLoop::SourceId MainLoop::add_timer(std::chrono::milliseconds delay,
@@ -215,10 +226,15 @@ void MainLoop::serve(SourceId id, std::uint32_t epoll_events) {
   {
     const std::lock_guard<std::mutex> guard(mutex_);
     const auto entry = sources_.find(id);
-    if (entry != sources_.end()) source = entry->second;
+    if (entry == sources_.end()) return;
+    source = entry->second;
+    if (source->is_armed_for_good()) {
+      source->is_missed = source->is_served;
+      if (std::exchange(source->is_served, true)) return;
+    }
   }
-  if (source == nullptr) return;
   if (!completes([&] { source->handler(epoll_events); })) {
+    source->is_served = false;
     source->owed_events = epoll_events;
     owed_ = true;
     wake_up();

@@ -42,7 +42,10 @@ class MainLoop {
   MainLoop &operator=(const MainLoop &) = delete;
   ~MainLoop();
 
-  /** Calls the handler with the epoll events of a descriptor, which stays its owner's. */
+  /**
+   * Calls the handler with the epoll events of a descriptor, which stays its owner's. With EPOLLET
+   * among them the handler takes all that has come, or asks for another turn by change_events.
+   */
   SourceId add_descriptor(int descriptor, std::uint32_t epoll_events,
                           std::function<void(std::uint32_t)> handler);
   void change_events(SourceId id, std::uint32_t epoll_events);
@@ -69,6 +72,10 @@ class MainLoop {
     UniqueFd due;  ///< set for a task, which is served once
     std::function<void(std::uint32_t)> handler;
     std::uint32_t owed_events = 0;  ///< set while the handler is to be called again
+    bool is_served = false;
+    bool is_missed = false;  ///< more came while it was served, and a nested step passed it by
+
+    bool is_armed_for_good() const;
   };
 
   /** Makes the loop's descriptor readable, and unreadable again. */
@@ -78,6 +85,7 @@ class MainLoop {
                std::function<void(std::uint32_t)> handler);
 
   int arm(int operation, SourceId id, int descriptor, std::uint32_t epoll_events) const;
+  /** Ends a turn. */
   void arm_again(SourceId id);
   void serve(SourceId id, std::uint32_t epoll_events);
   bool serve_owed();

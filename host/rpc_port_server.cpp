@@ -16,8 +16,9 @@ constexpr std::size_t kMaxQueued = std::size_t{64} << 20;
 /** Far beyond the name of any application. */
 constexpr std::size_t kMaxName = 1024;
 
-constexpr std::uint32_t kInput = EPOLLIN | EPOLLRDHUP;
+constexpr std::uint32_t kInput = EPOLLIN | EPOLLRDHUP | EPOLLET;
 constexpr std::uint32_t kOutput = EPOLLOUT;
+constexpr std::uint32_t kEnd = EPOLLRDHUP | EPOLLHUP | EPOLLERR;
 
 }  // namespace
 
@@ -92,12 +93,12 @@ void RpcPortServer::accept(UniqueFd socket) {
         const auto self = weak.lock();
         if (self == nullptr) return;
         if ((epoll_events & kOutput) != 0) flush(*self);
-        if ((epoll_events & ~kOutput) != 0) read(self);
+        if ((epoll_events & ~kOutput) != 0) read(self, epoll_events);
       });
   waiting_.emplace(channel->source, channel);
 }
 
-void RpcPortServer::read(const std::shared_ptr<Channel> &channel) {
+void RpcPortServer::read(const std::shared_ptr<Channel> &channel, std::uint32_t epoll_events) {
   if (!channel->socket) return;
   const ReadState state = read_available(channel->socket.get(), channel->reader);
   while (auto frame = channel->reader.next()) {
@@ -114,7 +115,11 @@ void RpcPortServer::read(const std::shared_ptr<Channel> &channel) {
     }
     if (!channel->socket) return;
   }
-  if (state == ReadState::kEnd) drop(*channel);
+  if (state == ReadState::kEnd) {
+    drop(*channel);
+  } else if (channel->reader.filled_room() || (epoll_events & kEnd) != 0) {
+    watch(*channel);  // for what is left
+  }
 }
 
 void RpcPortServer::greet(const std::shared_ptr<Channel> &channel, const Hello &hello) {
@@ -173,6 +178,10 @@ void RpcPortServer::flush(Channel &channel) {
   }
   if (channel.queued.empty() == !channel.awaits_room) return;
   channel.awaits_room = !channel.queued.empty();
+  watch(channel);
+}
+
+void RpcPortServer::watch(const Channel &channel) {
   loop_.change_events(channel.source, kInput | (channel.awaits_room ? kOutput : 0U));
 }
 

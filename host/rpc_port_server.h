@@ -79,12 +79,14 @@ class RpcPortServer {
   void stop_listening();
   void all_closed();
   void accept(UniqueFd socket);
-  void read(const std::shared_ptr<Channel> &channel);
+  void read(const std::shared_ptr<Channel> &channel, std::uint32_t epoll_events);
   void greet(const std::shared_ptr<Channel> &channel, const Hello &hello);
   void open(const std::shared_ptr<Channel> &main, const std::shared_ptr<Channel> &callback,
             const Peer &peer);
   /** Sends what is queued, and has the loop tell when the rest can be. */
   void flush(Channel &channel);
+  /** Has the loop tell of what is there already, too. */
+  void watch(const Channel &channel);
   void drop(Channel &channel);
   void end(ConnectionId connection, bool tell);
   Channel *find(ConnectionId connection, Port port);
