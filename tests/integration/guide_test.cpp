@@ -31,6 +31,10 @@ TEST_F(GuideTest, ThePollLoopConnectsWhereTheLibraryDoesNotAndSeesWhatIsNotTold)
   EXPECT_EQ(program.read_line(), "connected") << "after a first connection that failed";
 
   control({"update"});
+  const auto program_is_back = [this] {
+    return control({"status"}).find(SAMPLE_APP_ID) != std::string::npos;
+  };
+  ASSERT_TRUE(run_until(program_is_back, 10));
   control({"restart"});
   EXPECT_EQ(program.read_line(), "not connected");
   EXPECT_EQ(program.read_line(), "connected") << "in silence, after an announced update";
