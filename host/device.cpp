@@ -3,12 +3,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <system_error>
 
 #include "dlog.h"
+#include "folder.h"
 
 namespace korvane::host {
 
@@ -51,13 +51,10 @@ std::shared_ptr<const Package> Device::load_package(const std::string &id) const
 }
 
 std::vector<std::shared_ptr<const Package>> Device::load_packages() const {
-  std::vector<fs::path> files;
-  for (const auto &entry : fs::directory_iterator(packages_directory())) {
-    if (entry.path().extension() == ".json") files.push_back(entry.path());
-  }
-  std::sort(files.begin(), files.end());
   std::vector<std::shared_ptr<const Package>> packages;
-  for (const fs::path &file : files) {
+  for (const std::string &name : names_in(packages_directory())) {
+    const fs::path file = packages_directory() / name;
+    if (file.extension() != ".json") continue;
     try {
       if (auto package = load_package_file(file, file.stem())) {
         packages.push_back(std::move(package));

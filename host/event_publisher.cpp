@@ -1,9 +1,9 @@
 #include "event_publisher.h"
 
-#include <algorithm>
 #include <system_error>
 
 #include "device.h"
+#include "folder.h"
 #include "frame.h"
 #include "local_socket.h"
 
@@ -38,11 +38,10 @@ std::vector<std::filesystem::path> event_subscribers(const std::string &event_na
   }
   const auto folder = Device::current().run_directory(std::filesystem::path("events") / event_name);
   std::vector<std::filesystem::path> subscribers;
-  for (const auto &entry : std::filesystem::directory_iterator(folder)) {
-    const bool is_unlisted = entry.path().filename().string().front() == '.';
-    if (!is_unlisted) subscribers.push_back(entry.path());
+  for (const std::string &name : names_in(folder)) {
+    const bool is_unlisted = name.front() == '.';
+    if (!is_unlisted) subscribers.push_back(folder / name);
   }
-  std::sort(subscribers.begin(), subscribers.end());
   return subscribers;
 }
 
