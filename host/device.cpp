@@ -47,7 +47,7 @@ Device Device::current() {
 
 std::shared_ptr<const Package> Device::load_package(const std::string &id) const {
   if (!is_plain_name(id)) fail(EINVAL, "package ID");
-  return load_package_file(packages_directory() / (id + ".json"), id);
+  return load_package_file(directory_ + "/packages/" + id + ".json", id);
 }
 
 std::vector<std::shared_ptr<const Package>> Device::load_packages() const {
@@ -67,7 +67,7 @@ std::vector<std::shared_ptr<const Package>> Device::load_packages() const {
 }
 
 fs::path Device::run_directory(const fs::path &below) const {
-  fs::path folder = directory_ / "run";
+  fs::path folder = directory() / "run";
   make_private(folder);
   for (const fs::path &component : below) {
     folder /= component;

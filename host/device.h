@@ -23,15 +23,15 @@ bool is_plain_name(const std::string &name);
  */
 class Device {
  public:
-  explicit Device(std::filesystem::path directory) : directory_(std::move(directory)) {}
+  explicit Device(std::string directory) : directory_(std::move(directory)) {}
 
   /** The device that $KORVANE_DEVICE names; EIO when it names none. */
   static Device current();
 
-  const std::filesystem::path &directory() const { return directory_; }
-  std::filesystem::path packages_directory() const { return directory_ / "packages"; }
+  std::filesystem::path directory() const { return directory_; }
+  std::filesystem::path packages_directory() const { return directory() / "packages"; }
   std::filesystem::path resource_directory(const std::string &app_id) const {
-    return directory_ / "apps" / app_id / "res";
+    return directory() / "apps" / app_id / "res";
   }
 
   /** As its file states it now; null when no such package is installed. */
@@ -43,7 +43,7 @@ class Device {
   std::filesystem::path run_directory(const std::filesystem::path &below = {}) const;
 
  private:
-  std::filesystem::path directory_;
+  std::string directory_;  ///< no path: every call of the library looks its package up
 };
 
 }  // namespace korvane::host

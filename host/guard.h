@@ -6,7 +6,7 @@
 #include <cstring>
 #include <exception>
 #include <new>
-#include <string>
+#include <string_view>
 #include <system_error>
 
 #include "dlog.h"
@@ -38,8 +38,8 @@ int guarded(Body body) noexcept {
 }
 
 /** A copy for a caller that releases it with free. Throws std::bad_alloc. */
-inline char *heap_copy(const std::string &text) {
-  char *copy = strdup(text.c_str());
+inline char *heap_copy(std::string_view text) {
+  char *copy = strndup(text.data(), text.size());
   if (copy == nullptr) throw std::bad_alloc();
   return copy;
 }

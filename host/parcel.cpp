@@ -39,6 +39,13 @@ bool Parcel::read_bool(bool &value) {
 }
 
 bool Parcel::read_string(std::string &text) {
+  std::string_view view;
+  if (!read_string(view)) return false;
+  text = view;
+  return true;
+}
+
+bool Parcel::read_string(std::string_view &text) {
   const std::size_t start = position_;
   std::int32_t length = 0;
   if (!read_int32(length)) return false;
@@ -46,9 +53,9 @@ bool Parcel::read_string(std::string &text) {
     position_ = start;
     return false;
   }
-  const auto first = bytes_.begin() + static_cast<std::ptrdiff_t>(position_);
-  text.assign(first, first + length);
-  position_ += static_cast<std::size_t>(length);
+  text = {reinterpret_cast<const char *>(bytes_.data()) + position_,
+          static_cast<std::size_t>(length)};
+  position_ += text.size();
   return true;
 }
 

@@ -28,6 +28,8 @@ class Parcel {
   bool read_int32(std::int32_t &value);
   bool read_bool(bool &value);
   bool read_string(std::string &text);
+  /** A view of the string, as long as the parcel is neither changed nor moved. */
+  bool read_string(std::string_view &text);
   bool read_array_count(std::int32_t &count) { return read_int32(count); }
 
   const std::vector<std::uint8_t> &bytes() const { return bytes_; }

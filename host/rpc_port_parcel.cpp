@@ -78,7 +78,7 @@ int rpc_port_parcel_read_array_count(rpc_port_parcel_h parcel, int *count) {
 
 int rpc_port_parcel_read_string(rpc_port_parcel_h parcel, char **text) {
   return take(parcel, text, [text](auto &from) {
-    std::string value;
+    std::string_view value;
     if (!from.read_string(value)) return false;
     *text = heap_copy(value);
     return true;

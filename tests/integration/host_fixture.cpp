@@ -27,9 +27,11 @@ void operator delete(void *memory) noexcept {
 void operator delete(void *memory, std::size_t) noexcept {
   std::free(memory);
 }
-extern "C" char *strdup(const char *text) {
-  void *memory = allocate(std::strlen(text));
-  return memory != nullptr ? std::strcpy(static_cast<char *>(memory), text) : nullptr;
+extern "C" char *strndup(const char *text, std::size_t size) {
+  const std::size_t length = strnlen(text, size);
+  auto *copy = static_cast<char *>(allocate(length));
+  if (copy != nullptr) std::strncpy(copy, text, length)[length] = '\0';
+  return copy;
 }
 
 void ScarceMemory::tell(const std::function<void()> &story) {
