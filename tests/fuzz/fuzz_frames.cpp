@@ -1,14 +1,10 @@
 // Arbitrary byte streams into the socket framing of the workstation platform, in pieces.
-#include <sys/socket.h>
-
 #include <cstdlib>
 
 #include "event_bundle.h"
 #include "fuzz_support.h"
-#include "local_socket.h"
 #include "rpc_port_handles.h"
 #include "rpc_port_protocol.h"
-#include "unique_fd.h"
 
 using namespace korvane::host;
 
@@ -48,16 +44,5 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     read_values(*frame);
   }
   fuzz::require(!cut.next());
-
-  // A peer that sends the stream and goes away: reading ends.
-  int ends[2];
-  fuzz::require(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, ends) == 0);
-  const UniqueFd reader(ends[0]);
-  UniqueFd writer(ends[1]);
-  [[maybe_unused]] const ssize_t sent = send(writer.get(), data, size, MSG_NOSIGNAL);
-  writer.reset();
-  FrameReader frames;
-  while (read_frame(reader.get(), frames, -1)) {
-  }
   return 0;
 }

@@ -4,7 +4,6 @@
 #include <fstream>
 
 #include "fuzz_support.h"
-#include "korvane_svcmgr.h"
 #include "package.h"
 
 namespace {
@@ -41,8 +40,5 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     app_info_foreach_metadata(app, visit_entry, nullptr);
     app_info_destroy(app);
   }
-  korvane_svcmgr_ai_progress_h progress = nullptr;
-  fuzz::require(korvane_svcmgr_ai_progress_create(&progress) == SVCMGR_ERROR_NONE);
-  korvane_svcmgr_ai_progress_destroy(progress);
   return 0;
 }

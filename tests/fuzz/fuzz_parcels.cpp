@@ -21,9 +21,6 @@ void on_models(int, korvane_svcmgr_ai_model_list_h list, void *) {
   for (int i = 0; i < size; ++i) {
     korvane_svcmgr_ai_model_info_h info = nullptr;
     fuzz::require(korvane_svcmgr_ai_model_list_get(list, i, &info) == SVCMGR_ERROR_NONE);
-    char *text = nullptr;
-    fuzz::require(korvane_svcmgr_ai_model_info_get_description(info, &text) == SVCMGR_ERROR_NONE);
-    std::free(text);
     korvane_svcmgr_ai_model_info_destroy(info);
   }
   korvane_svcmgr_ai_model_list_destroy(list);
@@ -56,13 +53,13 @@ Parcel take_parcel(fuzz::Input &input) {
 
 void call_synchronously(const Parcel &result) {
   int level = 0;
-  platform().replies = {result};
+  platform().main_port.incoming = {result};
   korvane_svcmgr_get_agent_api_level(&level);
   char *license = nullptr;
-  platform().replies = {result};
+  platform().main_port.incoming = {result};
   korvane_svcmgr_get_license_fulltext(&license);
   std::free(license);
-  platform().replies = {result};
+  platform().main_port.incoming = {result};
   korvane_svcmgr_request_update();
 }
 
@@ -99,7 +96,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
   korvane_svcmgr_connect(on_connection, nullptr);
   platform().report_connected();
   korvane_svcmgr_disconnect();
-  fuzz::require(platform().violations.empty() &&
-                platform().live.size() == platform().subscriptions.size());
+  fuzz::require(platform().violations.empty() && platform().proxies.empty());
   return 0;
 }

@@ -7,8 +7,11 @@
 
 namespace {
 
-const std::string kUpdate = ".update_status", kModel = ".model_status", kOwn = "org.example.app";
+const std::string kUpdate = ".update_status";
+const std::string kModel = ".model_status";
+const std::string kOwn = "org.example.app";
 
+/** The bytes of a code, and one more. */
 Bytes bytes_of(std::int32_t code) {
   Bytes bytes(sizeof(code) + 1);
   std::memcpy(bytes.data(), &code, sizeof(code));
@@ -17,39 +20,46 @@ Bytes bytes_of(std::int32_t code) {
 
 class EventsTest : public LibraryTest {
  protected:
-  /** Delivers an update event; gives what the application hears of it. */
-  std::string update_event(const bundle_s &data, bool idle = false) {
+  /** Delivers an update event after a request or while idle; gives what the application hears. */
+  std::string update_event(const bundle_s &data, bool requested = true) {
     heard = {"nothing"};
-    idle ? UpdateObserver().FinishUpdate() : UpdateObserver().RequestUpdate();
+    requested ? UpdateObserver().RequestUpdate() : UpdateObserver().FinishUpdate();
     platform.emit(kUpdate, data);
     return heard.back();
   }
 };
 
-TEST_F(EventsTest, UpdateStatus) {
+TEST_F(EventsTest, CodesOfAnUpdate) {
   korvane_svcmgr_set_update_status_cb(on_update_status, this);
-  const int codes[] = {0, 1, 3, 7, 10, 13, 2, -1, 256, 1 << 24};
-  for (std::size_t i = 0; i < std::size(codes); ++i) {
-    const std::string failed = std::string("update ") + "6234576666"[i];
-    EXPECT_EQ(codes[i] == 0 ? "update 1" : failed, update_event({{kOwn, bytes_of(codes[i])}}));
-    EXPECT_EQ(failed, update_event({{"Fail", bytes_of(codes[i])}}));
+  const std::pair<int, std::string> rows[] = {
+      {1, "update 2"}, {3, "update 3"},  {7, "update 4"},   {10, "update 5"},     {13, "update 7"},
+      {2, "update 6"}, {-1, "update 6"}, {256, "update 6"}, {1 << 24, "update 6"}};
+  for (const auto &[code, status] : rows) {
+    EXPECT_EQ(status, update_event({{kOwn, bytes_of(code)}}));
+    EXPECT_EQ(status, update_event({{"Fail", bytes_of(code)}}));
   }
+  EXPECT_EQ("update 1", update_event({{kOwn, Bytes{0, 0, 0, 0}}}));
+  EXPECT_EQ("update 6", update_event({{"Fail", Bytes{0, 0, 0, 0}}}));
   EXPECT_EQ("update 6", update_event({{kOwn, Bytes{0, 0, 0}}}));
+  EXPECT_EQ("update 6", update_event({{kOwn, nullptr}}));
   EXPECT_EQ("update 6", update_event({{"Fail", Bytes{}}}));
+}
+
+TEST_F(EventsTest, TheFirstKeyOfAnUpdateDecides) {
+  korvane_svcmgr_set_update_status_cb(on_update_status, this);
   const bundle_s start = {{"Start", Texts{"a"}}, {kOwn, bytes_of(7)}, {"Complete", "x"}};
-  // clang-format off
   const std::tuple<bundle_s, std::string, std::string> rows[] = {
       {start, "update 0", "update 0"},
-      {bundle_s{{kOwn, bytes_of(7)}, {"Complete", "x"}, {"Fail", bytes_of(1)}}, "update 4", "nothing"},
+      {bundle_s{{kOwn, bytes_of(7)}, {"Complete", "x"}, {"Fail", bytes_of(1)}}, "update 4",
+       "nothing"},
       {bundle_s{{"Complete", "x"}, {"Fail", bytes_of(1)}}, "update 1", "nothing"},
       {bundle_s{{"Fail", bytes_of(1)}, {"Complete", Texts{}}}, "update 2", "nothing"},
       {bundle_s{{"Start", "x"}, {kOwn, "x"}, {"Fail", "1"}}, "nothing", "nothing"}};
-  // clang-format on
-  for (const auto &[data, expected, when_idle] : rows) {
-    EXPECT_EQ(when_idle, update_event(data, true));
-    EXPECT_EQ(expected, update_event(data));
-    EXPECT_EQ(expected == "update 0", UpdateObserver().IsBeingUpdated());
-    EXPECT_EQ(expected != when_idle, UpdateObserver().IsIdle());
+  for (const auto &[data, when_requested, when_idle] : rows) {
+    EXPECT_EQ(when_idle, update_event(data, false));
+    EXPECT_EQ(when_requested, update_event(data));
+    EXPECT_EQ(when_requested == "update 0", UpdateObserver().IsBeingUpdated());
+    EXPECT_EQ(when_requested != when_idle, UpdateObserver().IsIdle());
   }
   platform.app_id = "";
   EXPECT_EQ("update 1", update_event({{"", bytes_of(0)}, {"Complete", "x"}}));
@@ -59,28 +69,58 @@ TEST_F(EventsTest, UpdateStatus) {
   EXPECT_HEARD();
 }
 
-TEST_F(EventsTest, UpdateRegistration) {
-  bool updating = true;
-  EXPECT_EQ(SVCMGR_ERROR_NOT_CONNECTED, korvane_svcmgr_is_being_updated(&updating));
+TEST_F(EventsTest, AnUpdateLastsUntilItsEndIsTold) {
   connect();
-  EXPECT_EQ(0, korvane_svcmgr_is_being_updated(&updating));
+  bool updating = true;
+  const auto look = [&] { korvane_svcmgr_is_being_updated(&updating); };
+  korvane_svcmgr_set_update_status_cb(on_update_status, this);
+  look();
   EXPECT_FALSE(updating);
-  platform.fail("event_add_event_handler", -9);
-  EXPECT_EQ(0, korvane_svcmgr_set_update_status_cb(Callback(), nullptr));
-  EXPECT_LOG_HAS(SVCMGR_APP_ID + kUpdate + "]|E SetEventCallback: Failed to register event|");
+  reaction = look;
+  platform.emit(kUpdate, {{"Start", Texts{}}});
+  EXPECT_TRUE(updating) << "inside its start";
+  korvane_svcmgr_unset_update_status_cb();
+  korvane_svcmgr_set_update_status_cb(on_update_status, this);
+  updating = false;
+  reaction = [&] {
+    look();
+    korvane_svcmgr_unset_update_status_cb();
+  };
+  platform.emit(kUpdate, {{"Complete", "x"}});
+  EXPECT_TRUE(updating) << "inside its end, and whatever callback was set or unset before";
+  look();
+  EXPECT_FALSE(updating);
+  EXPECT_HEARD("update 0", "update 1");
+  korvane_svcmgr_disconnect();
+  updating = true;
+  EXPECT_EQ(SVCMGR_ERROR_NOT_CONNECTED, korvane_svcmgr_is_being_updated(&updating));
+  EXPECT_TRUE(updating) << "not written";
+}
+
+TEST_F(EventsTest, RegistrationForUpdates) {
+  platform.failures["event_add_event_handler"] = -9;
+  EXPECT_EQ(0, korvane_svcmgr_set_update_status_cb(on_update_status, this));
+  EXPECT_LOG_HAS("E RegisterEvent: err: [-9 (the platform's text)] - [event." SVCMGR_APP_ID
+                 ".update_status]|E SetEventCallback: Failed to register event|");
   platform.repair();
   korvane_svcmgr_set_update_status_cb(Callback(), nullptr);
   korvane_svcmgr_set_update_status_cb(on_update_status, this);
-  EXPECT_EQ(2, platform.count("event_add_event_handler")) << "one refused, one made";
-  platform.fail("event_remove_event_handler", -8);
-  for (int i = 0; i < 2; ++i) EXPECT_EQ(0, korvane_svcmgr_unset_update_status_cb());
-  EXPECT_EQ(1, platform.count("event_remove_event_handler")) << "not tried again";
+  EXPECT_EQ("update 0", update_event({{"Start", Texts{}}}))
+      << "callback and user data were replaced";
+  korvane_svcmgr_set_update_status_cb(Callback(), nullptr);
   EXPECT_EQ("nothing", update_event({{"Start", Texts{}}}));
-  EXPECT_EQ(0, korvane_svcmgr_is_being_updated(&updating));
-  EXPECT_TRUE(updating) << "known without a callback, too";
+  EXPECT_EQ(2, platform.calls["event_add_event_handler"]) << "one refused, one made";
+  platform.failures["event_remove_event_handler"] = -8;
+  for (int i = 0; i < 2; ++i) EXPECT_EQ(0, korvane_svcmgr_unset_update_status_cb());
+  EXPECT_EQ(1, platform.calls["event_remove_event_handler"]) << "not tried again";
+  EXPECT_EQ("nothing", update_event({{"Start", Texts{}}}));
+  EXPECT_TRUE(UpdateObserver().IsBeingUpdated()) << "known without a callback, too";
+  EXPECT_EQ("nothing", update_event({{"Complete", "x"}}));
+  EXPECT_TRUE(UpdateObserver().IsIdle());
 }
 
 TEST_F(EventsTest, ModelStatus) {
+  EXPECT_EQ(0, korvane_svcmgr_ai_register_status_cb(Callback(), nullptr));
   EXPECT_EQ(0, korvane_svcmgr_ai_register_status_cb(on_model_status, this));
   EXPECT_EQ(-22, korvane_svcmgr_ai_register_status_cb(nullptr, nullptr));
   bundle_s start = {{"START", "x"}, {"COMPLETED", "x"}};
@@ -99,12 +139,14 @@ TEST_F(EventsTest, ModelStatus) {
   ModelUpdateEventHandler::ModelEventCallback(nullptr, &start, nullptr);
   ModelUpdateEventHandler::ModelEventCallback("event.other", nullptr, nullptr);
   EXPECT_LOG_HAS("INVALID PARAMETER|D ModelEventCallback: Model Event Callback is invoked|E ");
-  platform.fail("event_remove_event_handler", -8);
+  korvane_svcmgr_ai_register_status_cb(Callback(), nullptr);
+  platform.emit(kModel, start);
+  platform.failures["event_remove_event_handler"] = -8;
   EXPECT_EQ(-38, korvane_svcmgr_ai_deregister_status_cb());
   platform.emit(kModel, start, "event.other");
   EXPECT_LOG_HAS("There is no registered callback|");
   EXPECT_EQ(0, korvane_svcmgr_ai_deregister_status_cb());
-  EXPECT_EQ(3U, heard.size());
+  EXPECT_HEARD();
 }
 
 }  // namespace

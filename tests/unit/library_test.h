@@ -17,11 +17,12 @@
 
 /** A callback of any type that does nothing, or a null one. */
 struct Callback {
-  // clang-format off
-  template <typename... Arguments> using Function = void (*)(Arguments...);
-  template <typename... Arguments> operator Function<Arguments...>() const {
-    return given ? [](Arguments...) {} : Function<Arguments...>(); }
-  // clang-format on
+  template <typename... Arguments>
+  using Function = void (*)(Arguments...);
+  template <typename... Arguments>
+  operator Function<Arguments...>() const {
+    return given ? [](Arguments...) {} : Function<Arguments...>();
+  }
   bool given = true;
 };
 
@@ -32,25 +33,22 @@ class LibraryTest : public ::testing::Test {
   ~LibraryTest() override;
   void TearDown() override;
 
+  int start_connecting() { return korvane_svcmgr_connect(on_connection, this); }
   /** Connects, and forgets what was recorded on the way. */
   void connect();
-  int start_connecting() { return korvane_svcmgr_connect(on_connection, this); }
   /** Answers the last request of a kind that was sent. */
   void answer(int kind, const Parcel &payload);
-  /** The test program, by a path that is longer than 51 characters. */
-  static std::filesystem::path own_program();
+  std::string last_heard() const { return heard.empty() ? "nothing" : heard.back(); }
   /** A folder of the test's own. */
   std::filesystem::path directory();
 
   // Each takes the test as user data, records, and then does what reaction says, once.
-  // clang-format off
-  static void on_connection(int result, korvane_svcmgr_connection_state_e state, void *test) { hear(test, "connection", {result, state}); }
-  static void on_update_status(korvane_svcmgr_update_status_e status, void *test) { hear(test, "update", {status}); }
-  static void on_model_status(int result, korvane_svcmgr_ai_state_e state, void *test) { hear(test, "model", {result, state}); }
-  // clang-format on
+  static void on_connection(int result, korvane_svcmgr_connection_state_e state, void *test);
+  static void on_update_status(korvane_svcmgr_update_status_e status, void *test);
+  static void on_model_status(int result, korvane_svcmgr_ai_state_e state, void *test);
   static void on_models(int result, korvane_svcmgr_ai_model_list_h list, void *test);
   static void on_progress(int result, korvane_svcmgr_ai_progress_h progress, void *test);
-  static void hear(void *test, std::string text, std::initializer_list<int> values);
+  static void hear(void *test, std::string text, std::initializer_list<int> values = {});
 
   ScriptedPlatform &platform = ::platform();
   Texts heard;
@@ -66,7 +64,6 @@ struct Handles {
   Handles(const Handles &) = delete;
   Handles &operator=(const Handles &) = delete;
   ~Handles();
-  bool empty() const;
   /** Appends a model with those texts that are not null to models. */
   void add_model(const std::vector<const char *> &texts);
 
@@ -80,13 +77,14 @@ struct Handles {
 struct Others {
   explicit Others(bool all_given = true) : callback{all_given} {}
   ~Others() { std::free(text); }
-  // clang-format off
-  template <typename Value> Value *out(Value &value) const { return callback.given ? &value : nullptr; }
-  // clang-format on
+  template <typename Value>
+  Value *to(Value &value) const {
+    return callback.given ? &value : nullptr;
+  }
   bool untouched() const;
 
   Callback callback;
-  const char *name_in = callback.given ? "a text that does not fit into a short string" : nullptr;
+  const char *text_in = callback.given ? "a text that does not fit into a short string" : nullptr;
   int number = -77;
   bool truth = false;
   char *text = nullptr;
@@ -96,18 +94,21 @@ struct Others {
 /** An exported function, called with valid arguments. */
 enum Pointers { kNeither = 0, kHandle = 1, kOther = 2, kBoth = 3 };
 struct ApiCall {
+  /** What it logs first. */
+  std::string entry_line() const { return level + name + ": " + message + "|"; }
+
   std::string name;
-  std::string entry;  ///< the level and message of its entry log line
-  const char *null_text;
-  Pointers takes;  ///< those that must not be null
-  int (*call)(Handles &handles, Others &others);
+  std::string level, message;  ///< of its entry log line
+  std::string null_text;       ///< the message about a missing pointer
+  Pointers takes;              ///< those that must not be null
+  int (*call)(Handles &in, Others &out);
 };
 extern const std::vector<ApiCall> kApiCalls;
 
 /** What the platform's log holds since the last look; what the application has heard. */
 #define EXPECT_LOG(expected) EXPECT_EQ(std::string(expected), platform.take_log())
 #define EXPECT_LOG_HAS(part) EXPECT_THAT(platform.take_log(), ::testing::HasSubstr(part))
-#define EXPECT_HEARD(...) EXPECT_EQ((Texts{__VA_ARGS__}), heard)
+#define EXPECT_HEARD(...) EXPECT_EQ((Texts{__VA_ARGS__}), std::exchange(heard, {}))
 
 /** The four texts of a model info, with "|" between them; a failed get shows as its code. */
 std::string describe(korvane_svcmgr_ai_model_info_h info);

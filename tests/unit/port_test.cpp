@@ -1,10 +1,11 @@
-#include <algorithm>
+#include <pthread.h>
+
+#include <future>
 #include <memory>
 #include <set>
 #include <thread>
 
 #include "SvcMgrAppProxy.h"
-#include "SvcMgrAppProxyHandler.h"
 #include "library_test.h"
 
 using namespace rpc_port::SvcMgrAppProxy::proxy;
@@ -12,21 +13,41 @@ using namespace rpc_port::SvcMgrAppProxy::proxy;
 namespace {
 
 using Port = SvcMgrAppPort;
+
 /** Drawn before any test runs. */
 const int kFirstNumbers[] = {Port::RequestToUninstallCallback(true).GetSeq(),
                              Port::GetUsableModelListCallback(true).GetSeq()};
 
+/** Takes whether the library's lock was free when this thread first wanted it. */
+thread_local std::promise<bool> *lock_tried = nullptr;
+
+void tell_lock(bool was_free) {
+  if (lock_tried != nullptr) std::exchange(lock_tried, nullptr)->set_value(was_free);
+}
+
+}  // namespace
+
+extern "C" int __real_pthread_mutex_lock(pthread_mutex_t *mutex);
+extern "C" int __wrap_pthread_mutex_lock(pthread_mutex_t *mutex) {
+  if (lock_tried == nullptr || !AllocationScope::in_library) {
+    return __real_pthread_mutex_lock(mutex);
+  }
+  const bool was_free = pthread_mutex_trylock(mutex) == 0;
+  tell_lock(was_free);
+  return was_free ? 0 : __real_pthread_mutex_lock(mutex);
+}
+
+namespace {
+
 class PortTest : public LibraryTest, public Port::IEventListener {
  protected:
-  // clang-format off
-  void TearDown() override { port.reset(); LibraryTest::TearDown(); }
+  void TearDown() override {
+    port.reset();
+    LibraryTest::TearDown();
+  }
   void OnConnected() override { heard.emplace_back("connected"); }
   void OnDisconnected() override { heard.emplace_back("disconnected"); }
   void OnRejected() override { heard.emplace_back("rejected"); }
-  void remove(int kind) { port->RemoveDelegateByTag(std::to_string(kind) + "::" + std::to_string(first)); }
-  void answer_to(int number, int kind = 4, bool once = false, int command = 1) {
-    platform.deliver({command, kind, first + number, once, 3, 17, 1, 2, 50}); }
-  // clang-format on
 
   /** Records its answers and its end, under its number counted from first. */
   struct Progress : Port::RequestToUpdateCallback {
@@ -34,11 +55,11 @@ class PortTest : public LibraryTest, public Port::IEventListener {
     ~Progress() override { test.heard.push_back("gone " + name); }
     void OnReceived(int code, AIUpdateProgressInfo) override { hear(&test, name, {code}); }
     PortTest &test;
-    std::string name = std::to_string(GetSeq() - test.first);
+    const std::string name = std::to_string(GetSeq() - test.first);
   };
 
   void open() {
-    port = std::make_unique<Port>(this, "org.example.service");
+    port = std::make_unique<Port>(this, SVCMGR_APP_ID);
     port->Connect(true);
     heard.clear();
     first = Port::RequestToUpdateCallback(false).GetSeq() + 1;
@@ -51,32 +72,45 @@ class PortTest : public LibraryTest, public Port::IEventListener {
     port->RequestToUpdate(std::move(delegate), AIModelList({model, {}}, 7));
     return registered;
   }
+  void answer_to(int number, int kind = 4, bool once = false, int command = 1) {
+    platform.deliver({command, kind, first + number, once, 3, 17, 1, 2, 50});
+  }
+  void remove(int kind) {
+    port->RemoveDelegateByTag(std::to_string(kind) + "::" + std::to_string(first));
+  }
 
-  std::unique_ptr<Port> port = std::make_unique<Port>(this, "org.example.service");
+  std::unique_ptr<Port> port = std::make_unique<Port>(this, SVCMGR_APP_ID);
   int first = Port::RequestToUpdateCallback(false).GetSeq() + 1;
 };
 
 TEST_F(PortTest, DelegatesAreFoundByKindAndNumber) {
+  EXPECT_THAT(kFirstNumbers, ::testing::ElementsAre(0, 1));
   open();
   for (const bool once : {false, false, true}) request(once);
-  EXPECT_EQ(
-      (Parcel{8, 4, first + 2, true, Count{2}, "id", "1", "title", "text", "", "", "", "", 7}),
-      platform.sent.back());
-  EXPECT_THAT(kFirstNumbers, ::testing::ElementsAre(0, 1));
+  const Parcel models = {Count{2}, "id", "1", "title", "text", "", "", "", "", 7};
+  Parcel last_request = {8, 4, first + 2, true};
+  last_request.insert(last_request.end(), models.begin(), models.end());
+  EXPECT_EQ(last_request, platform.sent.back());
   answer_to(1, 4, true);
   answer_to(1);
+  EXPECT_HEARD("1 3", "1 3") << "the service does not decide how long a delegate lives";
   answer_to(0, 5);
   answer_to(3);
   answer_to(0, 4, false, 0);
-  for (int i = 0; i < 2; ++i) answer_to(2);
-  for (const int kind : {5, 4}) remove(kind);
+  EXPECT_HEARD() << "another kind, another number, another command";
+  answer_to(2);
+  answer_to(2);
+  EXPECT_HEARD("2 3", "gone 2") << "once";
+  remove(5);
+  remove(4);
+  EXPECT_HEARD("gone 0");
   platform.report_rejected();
   platform.report_disconnected();
   answer_to(1);
+  EXPECT_HEARD("rejected", "gone 1", "disconnected");
   request();
   port.reset();
-  EXPECT_HEARD("1 3", "1 3", "2 3", "gone 2", "gone 0", "rejected", "gone 1", "disconnected",
-               "gone 3");
+  EXPECT_HEARD("gone 3");
 }
 
 TEST_F(PortTest, ManyDelegatesComeAndGo) {
@@ -121,28 +155,28 @@ TEST_F(PortTest, ADelegateIsFoundByTheIdentityThatItHasNow) {
   EXPECT_HEARD("0 3") << "of two that are equal the one registered first";
   remove(4);
   answer_to(0);
-  EXPECT_HEARD("0 3", "gone 0", "1 3");
+  EXPECT_HEARD("gone 0", "1 3");
 }
 
 TEST_F(PortTest, Failures) {
   EXPECT_THROW(request(), NotConnectedSocketException);
   EXPECT_HEARD("gone 0");
   open();
-  platform.fail("rpc_port_parcel_send", -7);
+  platform.failures["rpc_port_parcel_send"] = -7;
   EXPECT_THROW(request(), InvalidIOException);
   EXPECT_LOG_HAS("P RequestToUpdate: Failed to send parcel. result(-7)|");
   platform.repair();
   answer_to(0);
   EXPECT_HEARD("0 3") << "stays registered after a failed send";
-  platform.replies = {{1, 99}, {"0", 98}, {}, {0, 13}, {0, 14}, {0}};
-  EXPECT_EQ(13, port->get_agent_api_level());
+  platform.main_port.incoming = {{1, 99}, {"0", 98}, {}, {0, 13}, {0, 14}, {0}};
+  EXPECT_EQ(13, port->get_agent_api_level()) << "the first result";
   EXPECT_EQ(14, port->request_update());
   EXPECT_EQ("", port->get_license()) << "a text that cannot be read is empty";
   EXPECT_THROW(port->get_license(), InvalidProtocolException);
   platform.answer(5);
   std::thread([this] { EXPECT_EQ(5, port->request_update()) << "the lock is free"; }).join();
   for (const char *refused : {"rpc_port_parcel_create_from_port", "rpc_port_proxy_get_port"}) {
-    platform.fail(refused, -5);
+    platform.failures[refused] = -5;
     open();
     request();
     answer_to(0);
@@ -153,8 +187,8 @@ TEST_F(PortTest, Failures) {
 }
 
 TEST_F(PortTest, ADelegateMayDoAnythingWhileItIsCalled) {
-  const std::function<void()> deeds[] = {[this] { request(); }, [this] { port.reset(); },
-                                         [this] { remove(4); },
+  const std::function<void()> deeds[] = {[this] { request(); }, [this] { remove(4); },
+                                         [this] { port.reset(); },
                                          [this] { platform.report_disconnected(); }};
   for (const bool once : {false, true}) {
     for (const auto &deed : deeds) {
@@ -163,29 +197,45 @@ TEST_F(PortTest, ADelegateMayDoAnythingWhileItIsCalled) {
       reaction = deed;
       answer_to(0);
       EXPECT_EQ("0 3", heard[0]);
-      const int gone = &deed == deeds && !once ? 0 : 1;
-      EXPECT_EQ(gone, std::count(heard.begin(), heard.end(), "gone 0"));
+      port.reset();
+      EXPECT_THAT(heard, ::testing::Contains("gone 0").Times(1));
     }
   }
 }
 
-TEST_F(PortTest, Threads) {
-  open();
-  // Each answer repeats the method: one that the other thread took would show.
-  platform.on_send = [this] { platform.replies.push_back({0, platform.sent.back()[0]}); };
+TEST_F(PortTest, TwoThreadsNeverTakeEachOthersAnswers) {
+  const std::function<void()> second_calls[] = {[this] { EXPECT_EQ(4, port->request_update()); },
+                                                [this] { request(); }};
+  for (const auto &second_call : second_calls) {
+    open();
+    platform.forget();
+    std::promise<bool> tried;
+    std::thread second;
+    platform.before_read = [&] {
+      second = std::thread([&] {
+        lock_tried = &tried;
+        second_call();
+      });
+      EXPECT_FALSE(tried.get_future().get()) << "the first call waits for its answer";
+      EXPECT_EQ(1U, platform.sent.size());
+    };
+    platform.on_send = [] { tell_lock(true); };
+    platform.main_port.incoming = {{0, 2}, {0, 4}};
+    EXPECT_EQ(2, port->get_agent_api_level());
+    second.join();
+  }
+}
+
+TEST_F(PortTest, ThreadsDrawDistinctNumbers) {
   std::set<int> numbers[2];
-  const auto run = [&](int (Port::*method)(), int id, std::size_t thread) {
-    EXPECT_FALSE(SvcMgrAppProxyHandler::GetInstance().IsConnected()) << "guarded first use";
-    for (int i = 0; i < 300; ++i) {
-      EXPECT_EQ(id, (port.get()->*method)());
-      numbers[thread].insert(Port::RequestToUpdateCallback(true).GetSeq());
-    }
+  const auto draw = [](std::set<int> &drawn) {
+    for (int i = 0; i < 1000; ++i) drawn.insert(Port::RequestToUpdateCallback(true).GetSeq());
   };
-  std::thread other(run, &Port::request_update, 4, 1);
-  run(&Port::get_agent_api_level, 2, 0);
+  std::thread other(draw, std::ref(numbers[1]));
+  draw(numbers[0]);
   other.join();
-  numbers[0].insert(numbers[1].begin(), numbers[1].end());
-  EXPECT_EQ(600U, numbers[0].size());
+  numbers[0].merge(numbers[1]);
+  EXPECT_EQ(2000U, numbers[0].size());
 }
 
 }  // namespace

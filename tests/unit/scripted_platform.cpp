@@ -1,7 +1,6 @@
 #include "scripted_platform.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -10,49 +9,41 @@
 #include "app.h"
 #include "dlog.h"
 
-template <typename Callback>
-using Registered = std::pair<Callback, void *>;
+struct rpc_port_proxy_s {
+  std::pair<rpc_port_proxy_connected_event_cb, void *> connected;
+  std::pair<rpc_port_proxy_disconnected_event_cb, void *> disconnected;
+  std::pair<rpc_port_proxy_rejected_event_cb, void *> rejected;
+  std::pair<rpc_port_proxy_received_event_cb, void *> received;
+};
 
-// clang-format off
-struct rpc_port_s { std::list<Parcel> *incoming; };
-struct rpc_port_parcel_s { Parcel values; std::size_t next = 0; };
+struct rpc_port_parcel_s {
+  Parcel values;
+  std::size_t next = 0;
+};
+
 struct package_info_s : ScriptedPlatform::Package {};
 struct app_info_s : ScriptedPlatform::Package {};
-// clang-format on
-
-struct rpc_port_proxy_s {
-  std::list<Parcel> events;
-  rpc_port_s ports[2] = {{&platform().replies}, {nullptr}};
-  Registered<rpc_port_proxy_connected_event_cb> connected{};
-  Registered<rpc_port_proxy_disconnected_event_cb> disconnected{};
-  Registered<rpc_port_proxy_rejected_event_cb> rejected{};
-  Registered<rpc_port_proxy_received_event_cb> received{};
-};
 
 namespace {
 
-constexpr int kNoSuchPackage = static_cast<int>(0xFEEB0071), kFailed = -5;
+constexpr int kNoSuchPackage = static_cast<int>(0xFEEB0071);
+constexpr int kFailed = -5;
 
-/** One call of a platform function. */
-struct Call {
-  explicit Call(const char *function, std::initializer_list<const char *> arguments = {}) {
-    std::string text = function;
-    for (const char *argument : arguments) text += std::string(" ") + argument;
-    platform().calls.push_back(text);
-    const auto failure = platform().failures.find(function);
-    if (failure == platform().failures.end() || failure->second.second-- > 0) return;
-    result = failure->second.first;
+/** Runs what a platform function does, unless the test lets it fail. */
+template <typename Body>
+int scripted(const char *function, Body body) {
+  const AllocationScope library(false);
+  const std::lock_guard<std::recursive_mutex> guard(platform().lock);
+  ++platform().calls[function];
+  const auto failure = platform().failures.find(function);
+  if (failure != platform().failures.end()) return failure->second;
+  if constexpr (std::is_void_v<decltype(body())>) {
+    body();
+    return 0;
+  } else {
+    return body();
   }
-
-  const AllocationScope library{false};
-  const std::lock_guard<std::recursive_mutex> guard{platform().lock};
-  int result = 0;
-};
-
-/** Begins a platform function, and ends it when the test lets it fail. */
-#define SCRIPTED(...)                       \
-  const Call call(__func__, {__VA_ARGS__}); \
-  if (call.result != 0) return call.result
+}
 
 /** Calls into the library; no exception may come out. */
 template <typename Callback, typename... Arguments>
@@ -66,37 +57,54 @@ auto call_library(Callback callback, Arguments... arguments) {
   return decltype(callback(arguments...))();
 }
 
-template <typename Event, typename... Extra>
-void report(Event event, Extra... extra) {
-  const AllocationScope library(false);
-  if (platform().proxies.empty()) return platform().violations.emplace_back("no proxy"), void();
+template <typename Event, typename... Port>
+void report(Event event, Port... port) {
+  if (platform().proxies.empty()) return;
   const auto [callback, user_data] = platform().proxies.back()->*event;
-  if (callback != nullptr) call_library(callback, "endpoint", "port", extra..., user_data);
+  if (callback != nullptr) call_library(callback, "endpoint", "port", port..., user_data);
+}
+
+template <typename Value>
+int write(const char *function, rpc_port_parcel_h parcel, Value value) {
+  return scripted(function, [&] { parcel->values.emplace_back(value); });
+}
+
+/** The next value of a parcel, which must be of the type asked for. */
+template <typename Value, typename Take>
+int read(const char *function, rpc_port_parcel_h parcel, Take take) {
+  return scripted(function, [&] {
+    if (parcel->next == parcel->values.size()) return kFailed;
+    const auto *value = std::get_if<Value>(&parcel->values[parcel->next]);
+    if (value == nullptr) return kFailed;
+    ++parcel->next;
+    take(*value);
+    return 0;
+  });
+}
+
+int give_text(const char *function, const std::optional<std::string> &value, char **text) {
+  return scripted(function, [&] {
+    if (!value) return kFailed;
+    *text = strdup(value->c_str());
+    return 0;
+  });
 }
 
 template <typename Handle>
-int make(const char *function, Handle *out, std::remove_pointer_t<Handle> content) {
-  const AllocationScope library(false);
-  *out = new std::remove_pointer_t<Handle>(std::move(content));
-  platform().live[*out] = function;
-  return 0;
+int look_up(const char *function, const char *id, Handle *handle) {
+  return scripted(function, [&] {
+    for (const auto &package : platform().packages) {
+      if (package.id != id) continue;
+      *handle = new std::remove_pointer_t<Handle>{package};
+      return 0;
+    }
+    return kNoSuchPackage;
+  });
 }
 
 template <typename Handle>
 int destroy(const char *function, Handle handle) {
-  SCRIPTED();
-  const bool known = platform().live.erase(handle) == 1;
-  if (!known) platform().violations.emplace_back(function);
-  if (known) delete handle;
-  return 0;
-}
-
-template <typename Value>
-const Value *read(rpc_port_parcel_h parcel) {
-  if (parcel->next == parcel->values.size()) return nullptr;
-  const auto *value = std::get_if<Value>(&parcel->values[parcel->next]);
-  if (value != nullptr) ++parcel->next;
-  return value;
+  return scripted(function, [&] { delete handle; });
 }
 
 template <typename Value>
@@ -106,34 +114,6 @@ const Value *find_in(bundle_h bundle, const char *key) {
   return found == bundle->end() ? nullptr : std::get_if<Value>(&found->second);
 }
 
-template <typename Handle>
-int look_up(const char *function, const char *id, Handle *out) {
-  const AllocationScope library(false);
-  for (const auto &package : platform().packages) {
-    if (package.id == id) return make(function, out, {package});
-  }
-  return kNoSuchPackage;
-}
-
-/** Takes "<file>: <function>(<line>) > <message>" out of its wrapping; false when it is none. */
-bool record_log(int priority, const std::string &tag, const std::string &text) {
-  const bool proxy = tag == "RPC_PORT_PROXY", plain = proxy || priority == 3, info = priority == 4;
-  const std::string before = proxy ? "" : plain ? " " : info ? "\033[0;32m " : "\033[0;31m ";
-  const std::string after = plain ? "" : "\033[0;m", level = proxy   ? "P "
-                                                             : plain ? "D "
-                                                             : info  ? "I "
-                                                                     : "E ";
-  char function[64];
-  int length = 0;
-  std::sscanf(text.c_str() + before.size(), "%*[^: ]: %63[^(](%*d) >%n", function, &length);
-  const std::size_t start = before.size() + static_cast<std::size_t>(length) + 1;
-  if (length == 0 || text.size() < start + after.size()) return false;
-  const std::string message = text.substr(start, text.size() - start - after.size());
-  platform().log += level + function + ": " + message + "|";
-  return text.compare(0, before.size(), before) == 0 && text.substr(start) == message + after &&
-         (proxy ? priority == 6 : tag == "SERVICE_MANAGER_CLIENT");
-}
-
 }  // namespace
 
 ScriptedPlatform &platform() {
@@ -141,136 +121,281 @@ ScriptedPlatform &platform() {
   return *instance;
 }
 
-// clang-format off
 void ScriptedPlatform::reset() {
-  app_id = "org.example.app", app_version = "1.2.3", on_send = nullptr;
-  repair(), replies.clear(), subscriptions.clear(), violations.clear(), forget(); }
+  app_id = "org.example.app";
+  app_version = "1.2.3";
+  on_send = nullptr;
+  before_read = nullptr;
+  main_port.incoming.clear();
+  callback_port.incoming.clear();
+  subscriptions.clear();
+  violations.clear();
+  repair();
+  forget();
+}
+
+void ScriptedPlatform::repair() {
+  failures.clear();
+  packages = {{SVCMGR_APP_ID, "2.3.0", {}}};
+}
+
+void ScriptedPlatform::forget() {
+  calls.clear();
+  sent.clear();
+  log.clear();
+}
+
+void ScriptedPlatform::answer(const ParcelValue &result) {
+  on_send = [this, result] { main_port.incoming.push_back({0, result}); };
+}
 
 void ScriptedPlatform::report_connected() {
-  for (const rpc_port_proxy_h proxy : proxies) proxy->ports[1].incoming = &proxy->events;
-  report(&rpc_port_proxy_s::connected, proxies.empty() ? nullptr : proxies.back()->ports); }
+  report(&rpc_port_proxy_s::connected, &main_port);
+}
+
+void ScriptedPlatform::report_disconnected() {
+  report(&rpc_port_proxy_s::disconnected);
+}
+
+void ScriptedPlatform::report_rejected() {
+  report(&rpc_port_proxy_s::rejected);
+}
 
 void ScriptedPlatform::deliver(const Parcel &parcel) {
   const AllocationScope library(false);
-  if (proxies.empty() || proxies.back()->ports[1].incoming == nullptr) return;
-  proxies.back()->events.push_back(parcel), report(&rpc_port_proxy_s::received); }
-// clang-format on
+  callback_port.incoming = {parcel};
+  report(&rpc_port_proxy_s::received);
+}
 
 void ScriptedPlatform::emit(const std::string &suffix, const bundle_s &data, const char *name) {
   const AllocationScope library(false);
-  const std::string full_name = "event." SVCMGR_APP_ID + suffix;
+  const std::string event = "event." SVCMGR_APP_ID + suffix;
   bundle_s copy = data;
-  for (const auto &[event, callback, user_data] : std::list(subscriptions)) {
-    if (event == full_name) call_library(callback, name ? name : event.c_str(), &copy, user_data);
+  for (const event_handler_s &handler : std::list(subscriptions)) {
+    if (handler.name != event) continue;
+    call_library(handler.callback, name ? name : event.c_str(), &copy, nullptr);
   }
 }
 
-int ScriptedPlatform::count(const std::string &function) const {
-  int matches = 0;
-  for (const auto &call : calls) matches += call.substr(0, call.find(' ')) == function;
-  return matches;
-}
-
 int dlog_print(int priority, const char *tag, const char *format, ...) {
-  const int error = errno;
+  // The form of the lines of each level, without their message.
+  static const std::map<std::string, std::string> levels = {
+      {"3 SERVICE_MANAGER_CLIENT  %s: %s(%d) > ", "D "},
+      {"4 SERVICE_MANAGER_CLIENT \033[0;32m %s: %s(%d) > \033[0;m", "I "},
+      {"6 SERVICE_MANAGER_CLIENT \033[0;31m %s: %s(%d) > \033[0;m", "E "},
+      {"6 RPC_PORT_PROXY %s: %s(%d) > ", "P "}};
   const AllocationScope library(false);
   const std::lock_guard<std::recursive_mutex> guard(platform().lock);
-  char text[8192];
+  const std::string form = std::to_string(priority) + " " + tag + " " + format;
+  const std::size_t begin = form.find("> ") + 2;
+  const std::size_t end = std::min(form.find("\033[0;m"), form.size());
+
   va_list values;
   va_start(values, format);
-  errno = error, std::vsnprintf(text, sizeof(text), format, values);
+  const std::string file = va_arg(values, const char *);
+  const std::string function = va_arg(values, const char *);
+  static_cast<void>(va_arg(values, int));
+  char message[8192];
+  std::vsnprintf(message, sizeof(message), form.substr(begin, end - begin).c_str(), values);
   va_end(values);
-  if (!record_log(priority, tag, text)) platform().violations.emplace_back(text);
+
+  const auto level = levels.find(form.substr(0, begin) + form.substr(end));
+  if (level == levels.end() || file.find('/') != std::string::npos) {
+    platform().violations.push_back(form);
+  } else {
+    platform().log += level->second + function + ": " + message + "|";
+  }
   return 0;
 }
 
-// One line for each function of a family.
-// clang-format off
-void ScriptedPlatform::repair() { failures.clear(); packages = {{SVCMGR_APP_ID, "2.3.0", {}}}; }
-void ScriptedPlatform::forget() { calls.clear(); sent.clear(); log.clear(); }
-void ScriptedPlatform::report_disconnected() { report(&rpc_port_proxy_s::disconnected); }
-void ScriptedPlatform::report_rejected() { report(&rpc_port_proxy_s::rejected); }
+int rpc_port_proxy_create(rpc_port_proxy_h *proxy) {
+  return scripted(__func__, [&] {
+    *proxy = new rpc_port_proxy_s{};
+    platform().proxies.push_back(*proxy);
+  });
+}
 
-#define SCRIPTED_EVENT(event) \
-  int rpc_port_proxy_add_##event##_event_cb(rpc_port_proxy_h proxy, rpc_port_proxy_##event##_event_cb cb, void *user_data) { \
-    SCRIPTED(); proxy->event = {cb, user_data}; return 0; }
+int rpc_port_proxy_destroy(rpc_port_proxy_h proxy) {
+  platform().proxies.remove(proxy);
+  return destroy(__func__, proxy);
+}
+
+#define SCRIPTED_EVENT(event)                                                                \
+  int rpc_port_proxy_add_##event##_event_cb(                                                 \
+      rpc_port_proxy_h proxy, rpc_port_proxy_##event##_event_cb callback, void *user_data) { \
+    return scripted(__func__, [&] { proxy->event = {callback, user_data}; });                \
+  }
 SCRIPTED_EVENT(connected)
 SCRIPTED_EVENT(disconnected)
 SCRIPTED_EVENT(rejected)
 SCRIPTED_EVENT(received)
 
-#define SCRIPTED_VALUE(name, In, Value, Out, result) \
-  int rpc_port_parcel_write_##name(rpc_port_parcel_h parcel, In in) { SCRIPTED(); parcel->values.emplace_back(Value{in}); return 0; } \
-  int rpc_port_parcel_read_##name(rpc_port_parcel_h parcel, Out *out) { \
-    SCRIPTED(); const auto *value = read<Value>(parcel); if (value != nullptr) *out = result; return value != nullptr ? 0 : kFailed; }
-SCRIPTED_VALUE(int32, int, int, int, *value)
-SCRIPTED_VALUE(bool, bool, bool, bool, *value)
-SCRIPTED_VALUE(string, const char *, std::string, char *, strdup(value->c_str()))
-SCRIPTED_VALUE(array_count, int, Count, int, value->value)
+int rpc_port_proxy_connect(rpc_port_proxy_h, const char *app_id, const char *port_name) {
+  return scripted(__func__, [&] {
+    const std::string target = std::string(app_id) + " " + port_name;
+    if (target != SVCMGR_APP_ID " SvcMgrAppPort") platform().violations.push_back(target);
+  });
+}
 
-#define SCRIPTED_TEXT(function, value, ...) \
-  int function(__VA_ARGS__) { SCRIPTED(); if (!value) return kFailed; *text = strdup(value->c_str()); return 0; }
-SCRIPTED_TEXT(app_get_id, platform().app_id, char **text)
-SCRIPTED_TEXT(app_get_version, platform().app_version, char **text)
-SCRIPTED_TEXT(package_info_get_package, package->id, package_info_h package, char **text)
-SCRIPTED_TEXT(package_info_get_version, package->version, package_info_h package, char **text)
+int rpc_port_proxy_connect_sync(rpc_port_proxy_h proxy, const char *app_id, const char *port_name) {
+  const int error = rpc_port_proxy_connect(proxy, app_id, port_name);
+  if (error == 0) platform().report_connected();
+  return error;
+}
 
-#define SCRIPTED_INFO(name) \
-  int name##_create(const char *id, name##_h *info) { SCRIPTED(); return look_up(__func__, id, info); } \
-  int name##_destroy(name##_h info) { return destroy(__func__, info); }
-SCRIPTED_INFO(package_info)
-SCRIPTED_INFO(app_info)
+int rpc_port_proxy_get_port(rpc_port_proxy_h, int type, rpc_port_h *port) {
+  return scripted(__func__,
+                  [&] { *port = type == 0 ? &platform().main_port : &platform().callback_port; });
+}
 
-int rpc_port_proxy_create(rpc_port_proxy_h *proxy) {
-  SCRIPTED(); make(__func__, proxy, {}); platform().proxies.push_back(*proxy); return 0; }
-int rpc_port_proxy_destroy(rpc_port_proxy_h proxy) {
-  auto &all = platform().proxies; all.erase(std::remove(all.begin(), all.end(), proxy), all.end());
-  return destroy(__func__, proxy); }
-int rpc_port_proxy_connect(rpc_port_proxy_h, const char *app_id, const char *name) {
-  SCRIPTED(app_id, name); return 0; }
-int rpc_port_proxy_connect_sync(rpc_port_proxy_h proxy, const char *app_id, const char *name) {
-  SCRIPTED(); const int result = rpc_port_proxy_connect(proxy, app_id, name);
-  if (result == 0) platform().report_connected();
-  return result; }
-int rpc_port_proxy_get_port(rpc_port_proxy_h proxy, int type, rpc_port_h *port) {
-  SCRIPTED(); *port = &proxy->ports[type]; return 0; }
-int rpc_port_parcel_create(rpc_port_parcel_h *parcel) { SCRIPTED(); return make(__func__, parcel, {}); }
-int rpc_port_parcel_destroy(rpc_port_parcel_h parcel) { return destroy(__func__, parcel); }
+int rpc_port_parcel_create(rpc_port_parcel_h *parcel) {
+  return scripted(__func__, [&] { *parcel = new rpc_port_parcel_s; });
+}
+
 int rpc_port_parcel_create_from_port(rpc_port_parcel_h *parcel, rpc_port_h port) {
-  SCRIPTED(); if (port->incoming->empty()) return kFailed;
-  make(__func__, parcel, {port->incoming->front()}); port->incoming->pop_front(); return 0; }
+  const auto before_read = std::exchange(platform().before_read, nullptr);
+  if (before_read) before_read();
+  return scripted(__func__, [&] {
+    if (port->incoming.empty()) return kFailed;
+    *parcel = new rpc_port_parcel_s{port->incoming.front()};
+    port->incoming.pop_front();
+    return 0;
+  });
+}
+
 int rpc_port_parcel_send(rpc_port_parcel_h parcel, rpc_port_h port) {
-  SCRIPTED(); if (port->incoming != &platform().replies) platform().violations.emplace_back(__func__);
-  platform().sent.push_back(parcel->values); if (platform().on_send) platform().on_send();
-  return 0; }
+  return scripted(__func__, [&] {
+    if (port != &platform().main_port) platform().violations.emplace_back("sent on another port");
+    platform().sent.push_back(parcel->values);
+    if (platform().on_send) platform().on_send();
+  });
+}
 
-int bundle_get_str(bundle_h bundle, const char *key, char **text) {
-  static char unread[] = "not read";
-  return find_in<std::string>(bundle, key) != nullptr ? (*text = unread, 0) : kFailed; }
+int rpc_port_parcel_destroy(rpc_port_parcel_h parcel) {
+  return destroy(__func__, parcel);
+}
+
+int rpc_port_parcel_write_int32(rpc_port_parcel_h parcel, int value) {
+  return write(__func__, parcel, value);
+}
+
+int rpc_port_parcel_write_bool(rpc_port_parcel_h parcel, bool value) {
+  return write(__func__, parcel, value);
+}
+
+int rpc_port_parcel_write_string(rpc_port_parcel_h parcel, const char *text) {
+  return write(__func__, parcel, text);
+}
+
+int rpc_port_parcel_write_array_count(rpc_port_parcel_h parcel, int count) {
+  return write(__func__, parcel, Count{count});
+}
+
+int rpc_port_parcel_read_int32(rpc_port_parcel_h parcel, int *value) {
+  return read<int>(__func__, parcel, [=](int found) { *value = found; });
+}
+
+int rpc_port_parcel_read_bool(rpc_port_parcel_h parcel, bool *value) {
+  return read<bool>(__func__, parcel, [=](bool found) { *value = found; });
+}
+
+int rpc_port_parcel_read_string(rpc_port_parcel_h parcel, char **text) {
+  return read<std::string>(__func__, parcel,
+                           [=](const std::string &found) { *text = strdup(found.c_str()); });
+}
+
+int rpc_port_parcel_read_array_count(rpc_port_parcel_h parcel, int *count) {
+  return read<Count>(__func__, parcel, [=](Count found) { *count = found.value; });
+}
+
+int bundle_get_str(bundle_h bundle, const char *key, char ** /*text*/) {
+  return find_in<std::string>(bundle, key) != nullptr ? 0 : kFailed;
+}
+
 const char **bundle_get_str_array(bundle_h bundle, const char *key, int *count) {
-  static const char *values[] = {"first", "second"}; *count = 2;
-  return find_in<Texts>(bundle, key) != nullptr ? values : nullptr; }
+  static const char *unread = nullptr;
+  *count = 1;
+  return find_in<Texts>(bundle, key) != nullptr ? &unread : nullptr;
+}
+
 int bundle_get_byte(bundle_h bundle, const char *key, void **bytes, std::size_t *size) {
-  const auto *value = find_in<Bytes>(bundle, key); if (value == nullptr) return kFailed;
-  *bytes = const_cast<unsigned char *>(value->data()); *size = value->size(); return 0; }
+  const auto *value = find_in<Bytes>(bundle, key);
+  if (value == nullptr && find_in<std::nullptr_t>(bundle, key) == nullptr) return kFailed;
+  *bytes = value != nullptr ? const_cast<unsigned char *>(value->data()) : nullptr;
+  *size = value != nullptr ? value->size() : 4;
+  return 0;
+}
 
-int event_add_event_handler(const char *name, event_cb callback, void *data, event_handler_h *handler) {
-  SCRIPTED(name); *handler = &platform().subscriptions.emplace_back(event_handler_s{name, callback, data});
-  platform().live[*handler] = __func__; return 0; }
-// A refused removal leaves the subscription in force, but the library has no handle to it.
+int event_add_event_handler(const char *name, event_cb callback, void *user_data,
+                            event_handler_h *handler) {
+  return scripted(__func__, [&] {
+    if (user_data != nullptr) platform().violations.emplace_back("user data of an event");
+    *handler = &platform().subscriptions.emplace_back(event_handler_s{name, callback});
+  });
+}
+
 int event_remove_event_handler(event_handler_h handler) {
-  platform().live.erase(handler); SCRIPTED();
-  platform().subscriptions.remove_if([&](const auto &known) { return &known == handler; }); return 0; }
+  return scripted(__func__, [&] {
+    platform().subscriptions.remove_if([=](const auto &known) { return &known == handler; });
+  });
+}
 
-int package_manager_foreach_package_info(package_manager_package_info_cb callback, void *data) {
-  SCRIPTED(); for (const auto &package : platform().packages) {
-    package_info_s info{package}; if (!call_library(callback, &info, data)) break; }
-  return 0; }
-int app_info_foreach_metadata(app_info_h app, app_info_metadata_cb callback, void *data) {
-  SCRIPTED(); for (const auto &[key, value] : app->metadata) {
-    if (!call_library(callback, key, value, data)) break; }
-  return 0; }
-const char *get_error_message(int) { return "the platform's text"; }
+const char *get_error_message(int) {
+  return "the platform's text";
+}
+
+int app_get_id(char **id) {
+  return give_text(__func__, platform().app_id, id);
+}
+
+int app_get_version(char **version) {
+  return give_text(__func__, platform().app_version, version);
+}
+
 char *app_get_resource_path(void) {
-  return platform().resource_path ? strdup(platform().resource_path->c_str()) : nullptr; }
-// clang-format on
+  char *path = nullptr;
+  give_text(__func__, platform().resource_path, &path);
+  return path;
+}
+
+int package_info_create(const char *id, package_info_h *package) {
+  return look_up(__func__, id, package);
+}
+
+int package_info_destroy(package_info_h package) {
+  return destroy(__func__, package);
+}
+
+int package_info_get_package(package_info_h package, char **id) {
+  return give_text(__func__, package->id, id);
+}
+
+int package_info_get_version(package_info_h package, char **version) {
+  return give_text(__func__, package->version, version);
+}
+
+int package_manager_foreach_package_info(package_manager_package_info_cb callback,
+                                         void *user_data) {
+  return scripted(__func__, [&] {
+    for (const auto &package : platform().packages) {
+      package_info_s info{package};
+      if (!call_library(callback, &info, user_data)) break;
+    }
+  });
+}
+
+int app_info_create(const char *id, app_info_h *app) {
+  return look_up(__func__, id, app);
+}
+
+int app_info_destroy(app_info_h app) {
+  return destroy(__func__, app);
+}
+
+int app_info_foreach_metadata(app_info_h app, app_info_metadata_cb callback, void *user_data) {
+  return scripted(__func__, [&] {
+    for (const auto &[key, value] : app->metadata) {
+      if (!call_library(callback, key, value, user_data)) break;
+    }
+  });
+}

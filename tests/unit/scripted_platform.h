@@ -1,13 +1,14 @@
 /**
  * The platform that the unit tests link the library to.
  *
- * Every platform function is recorded and can be made to fail. Nothing happens
- * by itself: a test delivers the events, queues the parcels that the service
- * sends, and reads what the library sent and logged.
+ * Every platform function is counted and can be made to fail. Nothing happens by itself: a test
+ * delivers the events, queues the parcels that the service sends, and reads what the library sent
+ * and logged. Handles live on the heap, so that a sanitizer tells of those that are lost.
  */
 #ifndef KORVANE_TESTS_UNIT_SCRIPTED_PLATFORM_H_
 #define KORVANE_TESTS_UNIT_SCRIPTED_PLATFORM_H_
 
+#include <cstddef>
 #include <functional>
 #include <list>
 #include <map>
@@ -34,17 +35,21 @@ using Parcel = std::vector<ParcelValue>;
 using Texts = std::vector<std::string>;
 using Bytes = std::vector<unsigned char>;
 
-/** The payload of a platform event. */
-// clang-format off
-struct bundle_s : std::map<std::string, std::variant<std::string, Texts, Bytes>> { using map::map; };
-// clang-format on
+/** The payload of a platform event. A null pointer is a byte value that claims four bytes. */
+struct bundle_s : std::map<std::string, std::variant<std::string, Texts, Bytes, std::nullptr_t>> {
+  using map::map;
+};
 
-// clang-format off
-struct event_handler_s { std::string name; event_cb callback; void *user_data; };
-// clang-format on
+struct event_handler_s {
+  std::string name;
+  event_cb callback;
+};
+
+struct rpc_port_s {
+  std::list<Parcel> incoming;
+};
 
 struct ScriptedPlatform {
-  ScriptedPlatform() { reset(); }
   struct Package {
     std::optional<std::string> id, version;
     std::vector<std::pair<const char *, const char *>> metadata;
@@ -56,14 +61,8 @@ struct ScriptedPlatform {
   void forget();
   /** Ends all failures and installs the service manager again. */
   void repair();
-  /** Lets the calls of a function fail with code, after skip more that do not. */
-  void fail(const std::string &function, int code, int skip = 0) {
-    failures[function] = {code, skip};
-  }
   /** From now on the service answers each request on the main port with this result. */
-  void answer(const ParcelValue &result) {
-    on_send = [=] { replies.push_back({0, result}); };
-  }
+  void answer(const ParcelValue &result);
 
   // Events of the newest proxy.
   void report_connected();
@@ -73,22 +72,21 @@ struct ScriptedPlatform {
   /** Calls the subscribers of an event of the service manager; they may hear another name. */
   void emit(const std::string &suffix, const bundle_s &data, const char *name = nullptr);
 
-  int count(const std::string &function) const;
   std::string take_log() { return std::exchange(log, {}); }
 
   std::vector<Package> packages;
   std::optional<std::string> app_id, app_version, resource_path;
-  std::list<Parcel> replies;      ///< what the service will have sent on the main port
-  std::function<void()> on_send;  ///< called for each parcel that was sent
+  std::map<std::string, int> failures;  ///< what platform functions return instead of working
+  rpc_port_s main_port, callback_port;
+  std::function<void()> on_send;      ///< called for each parcel that was sent
+  std::function<void()> before_read;  ///< called once, before the next parcel is read from a port
 
-  Texts calls;               ///< each with those of its arguments that matter
-  std::vector<Parcel> sent;  ///< on the main port
+  std::map<std::string, int> calls;  ///< how often each platform function was called
+  std::vector<Parcel> sent;          ///< on the main port
   std::string log;  ///< lines "<level> <function>: <message>|"; level D, I, E, or P for the proxy's
-  std::map<const void *, std::string> live;  ///< handles, with the function that made each
-  Texts violations;                          ///< of the platform's contract
+  Texts violations;  ///< of the platform's contract
 
-  std::map<std::string, std::pair<int, int>> failures;
-  std::vector<rpc_port_proxy_h> proxies;
+  std::list<rpc_port_proxy_h> proxies;
   std::list<event_handler_s> subscriptions;
   std::recursive_mutex lock;
 };

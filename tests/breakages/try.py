@@ -1,0 +1,203 @@
+"""Breaks the sources in one small way after another and tells which breakages the tests notice.
+
+A breakage is a place in a file, what to write there instead, and why a user would suffer:
+
+    @ src/UpdateObserver.cpp
+
+    # a state that has only been requested counts as an update under way
+    - return update_state > UPDATE_REQUESTED;
+    + return update_state >= UPDATE_REQUESTED;
+
+Lines that begin with "- " are the text, which the file holds once; those with "+ " replace it, and
+without any it is taken out. All stands for the file that was named last.
+
+The tree is copied to build/break, built there with AddressSanitizer and
+UndefinedBehaviorSanitizer, and broken there. What breaks the library is tried with its unit
+tests, what breaks the workstation platform or the emulator with all tests.
+"""
+
+import argparse
+import os
+import pathlib
+import re
+import shutil
+import subprocess
+import sys
+import time
+
+HERE = pathlib.Path(__file__).resolve().parent
+ROOT = HERE.parent.parent
+WORK = ROOT / "build" / "break"
+TREE = WORK / "tree"
+BUILD = WORK / "build"
+
+BUILD_LIMIT = 900
+UNIT_PROGRAMS = ["svcmgr_unit_tests", "svcmgr_memory_tests"]
+UNIT_LIMIT = 30
+ALL_LIMIT = 600
+
+KILLED, ALIVE, NO_BUILD = "killed", "ALIVE", "does not build"
+
+
+class Breakage:
+    def __init__(self, file, why, origin):
+        self.file, self.why, self.origin = file, why, origin
+        self.old, self.new = [], []
+
+    def title(self):
+        return f"{self.file}: {self.why}"
+
+    def problem(self):
+        """Why it cannot be tried: its place must be there exactly once."""
+        path = ROOT / self.file
+        found = path.read_text().count("\n".join(self.old)) if self.old and path.is_file() else 0
+        return "" if found == 1 else f"{self.origin}: found {found} times in {self.title()}"
+
+    def apply_to(self, text):
+        return text.replace("\n".join(self.old), "\n".join(self.new))
+
+
+def read_breakages(path):
+    breakages, file = [], None
+    for number, line in enumerate(path.read_text().splitlines(), 1):
+        kind, text = line[:1], line[2:]
+        if kind == "@":
+            file = text
+        elif kind == "#":
+            breakages.append(Breakage(file, text, f"{path.name}:{number}"))
+        elif kind == "-":
+            breakages[-1].old.append(text)
+        elif kind == "+":
+            breakages[-1].new.append(text)
+        elif line:
+            sys.exit(f"{path.name}:{number}: neither a file, a reason nor a text: {line}")
+    return breakages
+
+
+def write_if_changed(path, content):
+    """Unchanged files keep their time, so that only what changed is built again."""
+    if path.exists() and path.read_bytes() == content:
+        return
+    path.parent.mkdir(parents=True, exist_ok=True)
+    path.write_bytes(content)
+
+
+def copy_tree():
+    listed = subprocess.run(["git", "ls-files", "-z", "--cached", "--others", "--exclude-standard"],
+                            cwd=ROOT, check=True, capture_output=True).stdout.decode().split("\0")
+    wanted = {name for name in listed if name and (ROOT / name).is_file()}
+    for name in wanted:
+        write_if_changed(TREE / name, (ROOT / name).read_bytes())
+        shutil.copymode(ROOT / name, TREE / name)
+    for path in TREE.rglob("*"):
+        if path.is_file() and str(path.relative_to(TREE)) not in wanted:
+            path.unlink()
+
+
+def run(command, limit, cwd=None):
+    """Whether it ended well in time, and what it printed; nothing it started outlives it."""
+    with subprocess.Popen(command, cwd=cwd, text=True, errors="replace", start_new_session=True,
+                          stdout=subprocess.PIPE, stderr=subprocess.STDOUT) as process:
+        try:
+            output, _ = process.communicate(timeout=limit)
+        except subprocess.TimeoutExpired:
+            os.killpg(process.pid, 9)
+            output, _ = process.communicate()
+            return False, output + "\n(time limit)"
+    return process.returncode == 0, output
+
+
+def build(targets):
+    command = ["cmake", "--build", BUILD]
+    for target in targets:
+        command += ["--target", target]
+    return run(command, BUILD_LIMIT)
+
+
+def targets_for(file):
+    return UNIT_PROGRAMS if file.startswith("src/") else ["all"]
+
+
+def run_tests(file):
+    if not file.startswith("src/"):
+        return run(["ctest", "--stop-on-failure", "--timeout", "120", "-j", str(os.cpu_count())],
+                   ALL_LIMIT, BUILD)
+    for program in UNIT_PROGRAMS:
+        passed, output = run([BUILD / "tests" / "unit" / program, "--gtest_brief=1"], UNIT_LIMIT)
+        if not passed:
+            return passed, output
+    return True, ""
+
+
+def noticed_by(output):
+    names = re.findall(r"^\[  FAILED  \] (\w+\.\w+)", output, re.MULTILINE)
+    names += re.findall(r"^\s+\d+ - (\S+) \(", output, re.MULTILINE)
+    if not names:
+        names = ["a time limit" if "(time limit)" in output else "a crash"]
+    names = list(dict.fromkeys(names))
+    return ", ".join(names[:3]) + (f" and {len(names) - 3} more" if len(names) > 3 else "")
+
+
+def try_breakage(breakage):
+    path = TREE / breakage.file
+    sound = path.read_text()
+    path.write_text(breakage.apply_to(sound))
+    try:
+        built, _ = build(targets_for(breakage.file))
+        if not built:
+            return NO_BUILD, ""
+        passed, output = run_tests(breakage.file)
+        return (ALIVE, "") if passed else (KILLED, noticed_by(output))
+    finally:
+        path.write_text(sound)
+
+
+def prepare(breakages):
+    """A sound tree, built, whose tests pass."""
+    copy_tree()
+    configured, output = run(["cmake", "-S", TREE, "-B", BUILD, "-G", "Ninja", "-DBUILD_TESTING=ON",
+                              "-DCMAKE_BUILD_TYPE=Debug", "-DKORVANE_SANITIZE=address,undefined"],
+                             BUILD_LIMIT)
+    if not configured:
+        sys.exit(output)
+    for file in {min(b.file for b in breakages), max(b.file for b in breakages)}:
+        built, output = build(targets_for(file))
+        passed, output = run_tests(file) if built else (False, output)
+        if not passed:
+            sys.exit(f"{output}\nthe tests fail before anything is broken")
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__,
+                                     formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("--list", action="store_true",
+                        help="only check that all breakages find their place, and list them")
+    parser.add_argument("--only", metavar="PATTERN", default="",
+                        help="only those whose file or reason matches this regular expression")
+    parser.add_argument("file", nargs="*", type=pathlib.Path,
+                        help="lists of breakages (default: all of tests/breakages)")
+    options = parser.parse_args()
+
+    breakages = [b for path in options.file or sorted(HERE.glob("*.txt"))
+                 for b in read_breakages(path) if re.search(options.only, b.title())]
+    lost = [problem for problem in map(Breakage.problem, breakages) if problem]
+    if lost:
+        sys.exit("\n".join(["breakages that do not find their place:", *lost]))
+    if options.list or not breakages:
+        print("\n".join(b.title() for b in breakages))
+        sys.exit(0 if breakages else "no breakage matches")
+
+    prepare(breakages)
+    counts = {KILLED: 0, ALIVE: 0, NO_BUILD: 0}
+    for number, breakage in enumerate(breakages, 1):
+        begin = time.monotonic()
+        result, tests = try_breakage(breakage)
+        counts[result] += 1
+        by = f" by {tests}" if tests else ""
+        print(f"[{number}/{len(breakages)}] {breakage.title()}: {result}{by}"
+              f" ({time.monotonic() - begin:.0f} s)", flush=True)
+    print(", ".join(f"{count} {result}" for result, count in counts.items()))
+    sys.exit(0 if counts[KILLED] == len(breakages) else 1)
+
+
+main()
