@@ -50,6 +50,8 @@ struct rpc_port_s {
 };
 
 struct ScriptedPlatform {
+  ScriptedPlatform() { reset(); }
+
   struct Package {
     std::optional<std::string> id, version;
     std::vector<std::pair<const char *, const char *>> metadata;
