@@ -120,7 +120,7 @@ def targets_for(file):
 
 def run_tests(file):
     if not file.startswith("src/"):
-        return run(["ctest", "--stop-on-failure", "--timeout", "120", "-j", str(os.cpu_count())],
+        return run(["ctest", "--stop-on-failure", "--timeout", "60", "-j", str(os.cpu_count())],
                    ALL_LIMIT, BUILD)
     for program in UNIT_PROGRAMS:
         passed, output = run([BUILD / "tests" / "unit" / program, "--gtest_brief=1"], UNIT_LIMIT)

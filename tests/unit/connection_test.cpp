@@ -190,7 +190,7 @@ TEST_F(ConnectionTest, VersionGates) {
     }
   }
   platform.failures["package_info_create"] = -1;
-  EXPECT_EQ(kTooOld, korvane_svcmgr_request_update_with_list(nullptr, nullptr));
+  EXPECT_EQ(kTooOld, korvane_svcmgr_ai_request_usable_model_list(nullptr, nullptr));
 }
 
 }  // namespace

@@ -61,6 +61,9 @@ TEST_F(EventsTest, TheFirstKeyOfAnUpdateDecides) {
     EXPECT_EQ(when_requested == "update 0", UpdateObserver().IsBeingUpdated());
     EXPECT_EQ(when_requested != when_idle, UpdateObserver().IsIdle());
   }
+  reaction = [] { throw "an exception of the application"; };
+  platform.emit(kUpdate, start);
+  EXPECT_LOG_HAS("|E UpdateEventCallback: Event was not handled: unknown exception|");
   platform.app_id = "";
   EXPECT_EQ("update 1", update_event({{"", bytes_of(0)}, {"Complete", "x"}}));
   EXPECT_LOG_HAS("Failed to get app ID.|D UpdateEventCallback: update completed|");

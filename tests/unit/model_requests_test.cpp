@@ -102,7 +102,8 @@ TEST_F(ModelRequestsTest, AgentsByCategory) {
   connect();
   using Package = ScriptedPlatform::Package;
   const std::string middle = "my." + kAgent;
-  const Package agent = {kAgent, "4.5", {{kKey, "vision"}}}, broken = {middle, std::nullopt, {}};
+  const Package agent = {kAgent, "4.5", {{kKey, "vision"}}}, broken = {middle, std::nullopt, {}},
+                no_application = {middle, "9", {}, false};
   const std::tuple<std::vector<Package>, const char *, std::string> rows[] = {
       {{agent, {middle, "9", {{kKey, "vision"}}}}, "vision", kAgent},
       {{{"org.other", "1", {{kKey, "vision"}}}, agent}, "vision", kAgent},
@@ -111,6 +112,7 @@ TEST_F(ModelRequestsTest, AgentsByCategory) {
       {{{kAgent, "1", {{kKey, ""}}}}, "", kAgent},
       {{agent}, nullptr, ""},
       {{broken, agent}, "vision", ""},
+      {{no_application, agent}, "vision", ""},
       {{agent, broken}, "vision", kAgent}};
   for (const auto &[packages, category, found] : rows) {
     platform.repair();
@@ -119,8 +121,9 @@ TEST_F(ModelRequestsTest, AgentsByCategory) {
     EXPECT_EQ(found.empty() ? -22 : 0,
               korvane_svcmgr_ai_request_usable_model_list_with_category(on_models, category, this));
     EXPECT_EQ(found, std::get<std::string>(platform.sent.back()[4]));
+    const std::string wanted = category != nullptr ? category : "(null)";
+    EXPECT_LOG_HAS(found.empty() ? ": === category [" + wanted + "] ===|E " : "");
   }
-  EXPECT_LOG_HAS("");
 }
 
 TEST_F(ModelRequestsTest, Results) {
@@ -187,7 +190,7 @@ TEST_F(ModelRequestsTest, AModelOnItsWayIntoAList) {
       "|D korvane_svcmgr_ai_model_list_add: korvane_svcmgr_ai_model_list_add"
       "|I korvane_svcmgr_ai_model_info_destroy: korvane_svcmgr_ai_model_info_destroy"
       "|I Convert: Successful conversion of [1] models.|");
-  EXPECT_EQ(8, platform.count("package_info_create"))
+  EXPECT_EQ(8, platform.calls["package_info_create"])
       << "each of these asks, and the list's create";
 
   const std::string limit(2048, 'x');

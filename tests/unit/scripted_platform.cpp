@@ -94,7 +94,7 @@ template <typename Handle>
 int look_up(const char *function, const char *id, Handle *handle) {
   return scripted(function, [&] {
     for (const auto &package : platform().packages) {
-      if (package.id != id) continue;
+      if (package.id != id || !package.is_application) continue;
       *handle = new std::remove_pointer_t<Handle>{package};
       return 0;
     }

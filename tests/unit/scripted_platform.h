@@ -55,6 +55,7 @@ struct ScriptedPlatform {
   struct Package {
     std::optional<std::string> id, version;
     std::vector<std::pair<const char *, const char *>> metadata;
+    bool is_application = true;
   };
 
   /** Back to a device with a service manager of version 2.3.0 and nothing recorded. */
