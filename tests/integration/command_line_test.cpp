@@ -52,7 +52,7 @@ TEST_F(CommandLineTest, CommandsTellWhatCame) {
       {{"reply", "request_update", "-13"}, {"update"}, 1, "SVCMGR_ERROR_PERMISSION_DENIED (-13)"},
       {{"fail-update", "7"}, {"update", "com.korvane.device.speech"}, 1, "failure code 7\n"},
       {{}, {"is-updating"}, 0, "no"},
-      {{"reply", "request_update_with_list", "-1073741831"}, {"update", "any"}, 1, "IN_PROGRESS"},
+      {{"reply", "request_update_with_list", "-1073741831"}, {"update", "com.korvane.device.speech"}, 1, "IN_PROGRESS"},
       {{}, {"models", "update", "unknown"}, 1, "INVALID_OPERATION"},
       {{}, {"models", "list", "--category", "none"}, 1, "INVALID_PARAMETER"},
       {{"silent", "GetUsableModelList"}, {"models", "list", "--timeout", "0.05"}, 1, "TIMEOUT"},

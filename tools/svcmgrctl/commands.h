@@ -1,23 +1,26 @@
 #ifndef KORVANE_SVCMGRCTL_COMMANDS_H_
 #define KORVANE_SVCMGRCTL_COMMANDS_H_
 
+#include <optional>
 #include <string>
-#include <vector>
 
+#include "command_line/words.h"
 #include "session.h"
 
 namespace korvane::svcmgrctl {
 
+using command_line::Words;
+
 /** What the command line says to the commands. */
 struct Arguments {
   bool watch = false;
-  Deadline watch_end;
+  std::optional<double> watch_seconds;
   bool no_wait = false;
-  std::vector<std::string> agents;
+  Words agents;
   bool description = false;
   std::string category;
   std::string model;
-  std::vector<std::string> models;  ///< each ID or ID@VERSION, with no part empty
+  Words models;  ///< each ID or ID@VERSION, with no part empty
 };
 
 /** Does what the command is for and tells the outcome; throws a Failure when it cannot be done. */
@@ -30,6 +33,9 @@ void run_license(Session &session, const Arguments &arguments);
 void run_is_updating(Session &session, const Arguments &arguments);
 void run_update(Session &session, const Arguments &arguments);
 void run_watch(Session &session, const Arguments &arguments);
+
+/** The IDs of the models that the application can use. The session is connected. */
+Words usable_model_ids(Session &session);
 
 void run_models_list(Session &session, const Arguments &arguments);
 void run_models_versions(Session &session, const Arguments &arguments);

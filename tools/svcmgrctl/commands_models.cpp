@@ -1,8 +1,9 @@
 #include <algorithm>
 #include <functional>
+#include <utility>
 
+#include "command_line/words.h"
 #include "commands.h"
-#include "handles.h"
 #include "progress_view.h"
 #include "table.h"
 #include "terminal.h"
@@ -15,21 +16,21 @@ namespace {
 struct Field {
   const char *key;
   TableColumn column;
-  int (*getter)(korvane_svcmgr_ai_model_info_h, char **);
+  std::optional<std::string> (svcmgr::ModelInfo::*text)() const;
 };
 
 const Field kFields[] = {
-    {"id", {"ID", false}, korvane_svcmgr_ai_model_info_get_id},
-    {"version", {"VERSION", false}, korvane_svcmgr_ai_model_info_get_version},
-    {"title", {"TITLE", false}, korvane_svcmgr_ai_model_info_get_title},
-    {"description", {"DESCRIPTION", true}, korvane_svcmgr_ai_model_info_get_description},
+    {"id", {"ID", false}, &svcmgr::ModelInfo::id},
+    {"version", {"VERSION", false}, &svcmgr::ModelInfo::version},
+    {"title", {"TITLE", false}, &svcmgr::ModelInfo::title},
+    {"description", {"DESCRIPTION", true}, &svcmgr::ModelInfo::description},
 };
 
 using Texts = std::vector<std::optional<std::string>>;  ///< by kFields
 
-Texts texts_of(korvane_svcmgr_ai_model_info_h model) {
+Texts texts_of(const svcmgr::ModelInfo &model) {
   Texts texts;
-  for (const Field &field : kFields) texts.push_back(get_text(field.getter, model));
+  for (const Field &field : kFields) texts.push_back((model.*field.text)());
   return texts;
 }
 
@@ -57,11 +58,10 @@ std::string table_of(const std::vector<Texts> &models, std::optional<std::size_t
   return columns.empty() ? "no models with any text" : format_table(columns, rows, width);
 }
 
-/** Throws the Failure of an answer that failed or brought nothing. */
-template <typename Owned>
-void check_answer(int result, const Owned &answer) {
+/** Throws the error of an answer that failed or brought nothing. */
+void check_answer(int result, bool has_content) {
   check(result);
-  if (answer == nullptr) check(SVCMGR_ERROR_OUT_OF_MEMORY);
+  if (!has_content) check(SVCMGR_ERROR_OUT_OF_MEMORY);
 }
 
 /** The answer to a request for a list of models. */
@@ -70,45 +70,100 @@ class ListAnswer {
   explicit ListAnswer(Session &session) : session_(session) {}
 
   static void handle(int result, korvane_svcmgr_ai_model_list_h handle, void *data) {
-    ModelList list(handle);
+    svcmgr::ModelList list(handle);
     ListAnswer &answer = *static_cast<ListAnswer *>(data);
     answer.session_.guard([&] {
-      check_answer(result, list);
+      check_answer(result, bool(list));
       answer.list_ = std::move(list);
     });
   }
 
-  korvane_svcmgr_ai_model_list_h wait() {
-    session_.wait_until([this] { return list_ != nullptr; });
-    return list_.get();
+  svcmgr::ModelList wait() {
+    session_.wait_for_answer([this] { return bool(list_); });
+    return std::move(list_);
   }
 
  private:
   Session &session_;
-  ModelList list_;
+  svcmgr::ModelList list_ = svcmgr::ModelList(nullptr);
 };
-
-std::vector<Texts> texts_of_list(korvane_svcmgr_ai_model_list_h list) {
-  std::vector<Texts> models;
-  const int size = get_number(korvane_svcmgr_ai_model_list_get_size, list);
-  for (int i = 0; i < size; ++i) {
-    korvane_svcmgr_ai_model_info_h info = nullptr;
-    check(korvane_svcmgr_ai_model_list_get(list, i, &info));
-    models.push_back(texts_of(ModelInfo(info).get()));
-  }
-  return models;
-}
 
 using ListRequest = std::function<int(korvane_svcmgr_ai_model_list_cb, void *)>;
 
-void show_models(Session &session, const ListRequest &request) {
-  session.connect();
+svcmgr::ModelList request_models(Session &session, const ListRequest &request) {
   ListAnswer answer(session);
   session.call([&] { return request(ListAnswer::handle, &answer); });
-  const std::vector<Texts> models = texts_of_list(answer.wait());
+  return answer.wait();
+}
+
+svcmgr::ModelInfo make_model(const std::string &id) {
+  svcmgr::ModelInfo model;
+  model.set_id(id);
+  return model;
+}
+
+svcmgr::ModelList request_versions(Session &session, const std::string &id) {
+  const svcmgr::ModelInfo model = make_model(id);
+  return request_models(session, [&](korvane_svcmgr_ai_model_list_cb callback, void *data) {
+    return korvane_svcmgr_ai_request_model_version_list(model.get(), callback, data);
+  });
+}
+
+void show_models(Session &session, const svcmgr::ModelList &list) {
+  std::vector<Texts> models;
   Json objects = Json::array();
-  for (const Texts &model : models) objects.push_back(json_of(model));
+  for (const svcmgr::ModelInfo &model : list) {
+    models.push_back(texts_of(model));
+    objects.push_back(json_of(models.back()));
+  }
   session.output().succeed(table_of(models, terminal_width()), {{"models", objects}});
+}
+
+/** A model that the command line names. */
+struct NamedModel {
+  std::string id;
+  std::string version;  ///< empty for the newest
+};
+
+/** A model from ID or ID@VERSION. */
+NamedModel parse_model(const std::string &word) {
+  const std::size_t at = word.rfind('@');
+  return {word.substr(0, at), at == std::string::npos ? "" : word.substr(at + 1)};
+}
+
+bool contains(const Words &words, const std::string &word) {
+  return std::find(words.begin(), words.end(), word) != words.end();
+}
+
+/** The versions of a model that the service manager must know. */
+Words versions_of(Session &session, const std::string &id) {
+  Words versions;
+  try {
+    for (const svcmgr::ModelInfo &model : request_versions(session, id)) {
+      versions.push_back(model.version().value_or(""));
+    }
+  } catch (const std::system_error &error) {
+    if (error.code() != SVCMGR_ERROR_INVALID_OPERATION) throw;
+    throw Failure(
+        SVCMGR_ERROR_INVALID_OPERATION,
+        "the service manager knows no model \"" + id + "\"" +
+            command_line::suggestion(id, usable_model_ids(session),
+                                     "; \"svcmgrctl models list\" shows those that can be used"));
+  }
+  return versions;
+}
+
+/** Throws the Failure that tells why the service manager refuses a model, if it can be known. */
+void explain_refusal(Session &session, const NamedModel &model, bool must_be_installed) {
+  const Words versions = versions_of(session, model.id);
+  if (!model.version.empty() && !contains(versions, model.version)) {
+    throw Failure(SVCMGR_ERROR_INVALID_OPERATION, model.id + " has no version \"" + model.version +
+                                                      "\"; there are " +
+                                                      command_line::listed(versions));
+  }
+  if (must_be_installed && !contains(usable_model_ids(session), model.id)) {
+    throw Failure(SVCMGR_ERROR_INVALID_OPERATION, model.id + " is not installed");
+  }
 }
 
 /** The reports of a request that changes models. */
@@ -118,23 +173,22 @@ class ProgressFollower {
       : session_(session), view_(session.output(), std::move(names)) {}
 
   static void handle(int result, korvane_svcmgr_ai_progress_h handle, void *data) {
-    const ProgressReport report(handle);
+    const svcmgr::Progress report(handle);
     ProgressFollower &follower = *static_cast<ProgressFollower *>(data);
     follower.session_.guard([&] {
-      if (report == nullptr) check_answer(result, report);
-      follower.proceed({result, get_number(korvane_svcmgr_ai_progress_get_state, handle),
-                        get_number(korvane_svcmgr_ai_progress_get_index, handle),
-                        get_number(korvane_svcmgr_ai_progress_get_count, handle),
-                        get_number(korvane_svcmgr_ai_progress_get_percentage, handle)});
+      if (!report) check_answer(result, false);
+      follower.proceed(
+          {result, report.state(), report.index(), report.count(), report.percentage()});
     });
   }
 
   void wait() {
-    session_.wait_until([this] { return has_ended_; });
+    session_.wait_for_end([this] { return has_ended_; }, false);
   }
 
  private:
   void proceed(const Progress &progress) {
+    session_.restart_time();
     view_.show(progress);
     check(progress.result);
     if (progress.failed()) throw Failure(describe_model_state(progress.state));
@@ -146,41 +200,51 @@ class ProgressFollower {
   bool has_ended_ = false;
 };
 
-ModelInfo make_model(const std::string &id) {
-  auto model = make<ModelInfo>(korvane_svcmgr_ai_model_info_create);
-  check(korvane_svcmgr_ai_model_info_set_id(model.get(), id.c_str()));
-  return model;
-}
+using ChangeRequest = int (*)(korvane_svcmgr_ai_model_list_h, korvane_svcmgr_ai_progress_cb,
+                              void *);
 
-/** A model from ID or ID@VERSION. */
-ModelInfo parse_model(const std::string &word) {
-  const std::size_t at = word.rfind('@');
-  ModelInfo model = make_model(word.substr(0, at));
-  if (at != std::string::npos) {
-    check(korvane_svcmgr_ai_model_info_set_version(model.get(), word.c_str() + at + 1));
+/** Requests a change of models and follows it to its end; names: the models as they were given. */
+void change_models(Session &session, const Words &names, const std::vector<NamedModel> &models,
+                   ChangeRequest request) {
+  svcmgr::ModelList list;
+  for (const NamedModel &named : models) {
+    svcmgr::ModelInfo model = make_model(named.id);
+    if (!named.version.empty()) model.set_version(named.version);
+    list.add(model);
   }
-  return model;
-}
-
-void change_models(Session &session, const std::vector<std::string> &words,
-                   ModelInfo (*model_of)(const std::string &),
-                   int (*request)(korvane_svcmgr_ai_model_list_h, korvane_svcmgr_ai_progress_cb,
-                                  void *)) {
-  session.connect();
-  const auto list = make<ModelList>(korvane_svcmgr_ai_model_list_create);
-  for (const std::string &word : words) {
-    check(korvane_svcmgr_ai_model_list_add(list.get(), model_of(word).get()));
-  }
-  ProgressFollower follower(session, words);
+  ProgressFollower follower(session, names);
   session.call([&] { return request(list.get(), ProgressFollower::handle, &follower); });
   follower.wait();
+}
+
+/** As change_models, with the reason why a model is refused. */
+void change_or_explain(Session &session, const Words &names, const std::vector<NamedModel> &models,
+                       ChangeRequest request, bool must_be_installed) {
+  session.connect();
+  try {
+    change_models(session, names, models, request);
+  } catch (const std::system_error &error) {
+    if (error.code() != SVCMGR_ERROR_INVALID_OPERATION) throw;
+    for (const NamedModel &model : models) explain_refusal(session, model, must_be_installed);
+    throw;
+  }
   session.output().succeed("");
 }
 
 }  // namespace
 
+Words usable_model_ids(Session &session) {
+  Words ids;
+  for (const svcmgr::ModelInfo &model :
+       request_models(session, korvane_svcmgr_ai_request_usable_model_list)) {
+    ids.push_back(model.id().value_or(""));
+  }
+  return ids;
+}
+
 void run_models_list(Session &session, const Arguments &arguments) {
-  show_models(session, [&](korvane_svcmgr_ai_model_list_cb callback, void *data) {
+  session.connect();
+  const auto request = [&](korvane_svcmgr_ai_model_list_cb callback, void *data) {
     if (!arguments.category.empty()) {
       return korvane_svcmgr_ai_request_usable_model_list_with_category(
           callback, arguments.category.c_str(), data);
@@ -188,22 +252,38 @@ void run_models_list(Session &session, const Arguments &arguments) {
     return arguments.description
                ? korvane_svcmgr_ai_request_usable_model_list_with_description(callback, data)
                : korvane_svcmgr_ai_request_usable_model_list(callback, data);
-  });
+  };
+  try {
+    show_models(session, request_models(session, request));
+  } catch (const std::system_error &error) {
+    if (error.code() != SVCMGR_ERROR_INVALID_PARAMETER) throw;
+    throw Failure(SVCMGR_ERROR_INVALID_PARAMETER,
+                  "no installed agent provides the category \"" + arguments.category +
+                      "\"; \"svcmgrctl models list\" shows the models of all");
+  }
 }
 
 void run_models_versions(Session &session, const Arguments &arguments) {
-  const ModelInfo model = make_model(arguments.model);
-  show_models(session, [&](korvane_svcmgr_ai_model_list_cb callback, void *data) {
-    return korvane_svcmgr_ai_request_model_version_list(model.get(), callback, data);
-  });
+  session.connect();
+  try {
+    show_models(session, request_versions(session, arguments.model));
+  } catch (const std::system_error &error) {
+    if (error.code() == SVCMGR_ERROR_INVALID_OPERATION) versions_of(session, arguments.model);
+    throw;
+  }
 }
 
 void run_models_update(Session &session, const Arguments &arguments) {
-  change_models(session, arguments.models, parse_model, korvane_svcmgr_ai_request_to_update);
+  std::vector<NamedModel> models;
+  for (const std::string &word : arguments.models) models.push_back(parse_model(word));
+  change_or_explain(session, arguments.models, models, korvane_svcmgr_ai_request_to_update, false);
 }
 
 void run_models_uninstall(Session &session, const Arguments &arguments) {
-  change_models(session, arguments.models, make_model, korvane_svcmgr_ai_request_to_uninstall);
+  std::vector<NamedModel> models;
+  for (const std::string &id : arguments.models) models.push_back({id, ""});
+  change_or_explain(session, arguments.models, models, korvane_svcmgr_ai_request_to_uninstall,
+                    true);
 }
 
 }  // namespace korvane::svcmgrctl

@@ -2,7 +2,7 @@
 #include <optional>
 
 #include "commands.h"
-#include "handles.h"
+#include "device_directory.h"
 
 namespace korvane::svcmgrctl {
 
@@ -25,8 +25,9 @@ class AgentUpdate {
   AgentUpdate(const AgentUpdate &) = delete;
   AgentUpdate &operator=(const AgentUpdate &) = delete;
 
+  /** Its events do not need the connection, and come through an update of the service manager. */
   void wait() {
-    session_.wait_until([this] { return has_completed_; });
+    session_.wait_for_end([this] { return has_completed_; }, true);
   }
 
  private:
@@ -37,6 +38,7 @@ class AgentUpdate {
 
   void proceed(korvane_svcmgr_update_status_e status) {
     const CodeText text = describe_update_status(status);
+    session_.restart_time();
     session_.output().event("update", text);
     has_completed_ = status == SVCMGR_UPDATE_STATUS_COMPLETED;
     if (!has_completed_ && status != SVCMGR_UPDATE_STATUS_STARTED) throw Failure(text);
@@ -47,21 +49,31 @@ class AgentUpdate {
 };
 
 void request_update(Session &session, const std::vector<std::string> &agents) {
-  if (agents.empty()) {
-    session.call(korvane_svcmgr_request_update);
-    return;
+  svcmgr::AgentList list;
+  for (const std::string &agent : agents) list.add(agent);
+  try {
+    session.call([&] {
+      return agents.empty() ? korvane_svcmgr_request_update()
+                            : korvane_svcmgr_request_update_with_list(list.get(), nullptr);
+    });
+  } catch (const std::system_error &error) {
+    if (error.code() != SVCMGR_ERROR_NOT_CONNECTED) throw;
+    throw Failure(SVCMGR_ERROR_NOT_CONNECTED,
+                  "the service manager did not accept the update: it ended, or it answered with a "
+                  "result that has no code of its own");
   }
-  const auto list = make<AgentList>(korvane_svcmgr_agent_list_create);
-  for (const std::string &agent : agents) {
-    check(korvane_svcmgr_agent_list_add(list.get(), agent.c_str()));
-  }
-  session.call([&] { return korvane_svcmgr_request_update_with_list(list.get(), nullptr); });
 }
 
 }  // namespace
 
 void run_client_level(Session &session, const Arguments &) {
-  show_level(session, korvane_svcmgr_get_client_api_level);
+  try {
+    show_level(session, korvane_svcmgr_get_client_api_level);
+  } catch (const std::system_error &error) {
+    if (error.code() != SVCMGR_ERROR_NOT_SUPPORTED) throw;
+    throw Failure(SVCMGR_ERROR_NOT_SUPPORTED,
+                  "no ELF file of the application states a client API level");
+  }
 }
 
 void run_agent_level(Session &session, const Arguments &) {
@@ -71,24 +83,34 @@ void run_agent_level(Session &session, const Arguments &) {
 
 void run_license(Session &session, const Arguments &) {
   session.connect();
-  char *text = nullptr;
-  session.call([&] { return korvane_svcmgr_get_license_fulltext(&text); });
-  const HeapText owner(text);
-  if (text == nullptr) {
-    session.output().succeed("There is no licence text.", {{"license", nullptr}});
-  } else {
-    session.output().succeed(text, {{"license", text}});
-  }
+  std::optional<std::string> text;
+  session.call([&] {
+    text = svcmgr::get_license_fulltext();
+    return SVCMGR_ERROR_NONE;
+  });
+  session.output().succeed(text.value_or("There is no licence text."),
+                           {{"license", text ? Json(*text) : Json()}});
 }
 
-void run_is_updating(Session &session, const Arguments &) {
+void run_is_updating(Session &session, const Arguments &arguments) {
+  // The library hears of updates while a callback is set.
+  check(
+      korvane_svcmgr_set_update_status_cb([](korvane_svcmgr_update_status_e, void *) {}, nullptr));
   session.connect();
   bool updating = false;
-  session.call([&] { return korvane_svcmgr_is_being_updated(&updating); });
-  session.output().succeed(updating ? "yes" : "no", {{"updating", updating}});
+  session.watch(Deadline(arguments.watch_seconds.value_or(0)),
+                [&] { return updating = svcmgr::is_being_updated(); });
+  session.output().succeed(
+      updating ? "yes" : "not known: no update began meanwhile, and one from before cannot be seen",
+      {{"updating", updating}});
 }
 
 void run_update(Session &session, const Arguments &arguments) {
+  const DeviceDirectory device = DeviceDirectory::current();
+  for (const std::string &agent : arguments.agents) device.check_agent(agent);
+  session.on_connection([&session](korvane_svcmgr_connection_state_e state, bool is_reported) {
+    if (!is_reported) session.output().connection_event(state, is_reported);
+  });
   session.connect();
   AgentUpdate update(session);
   request_update(session, arguments.agents);

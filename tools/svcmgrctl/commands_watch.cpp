@@ -36,13 +36,13 @@ class StatusListener {
 };
 
 /** Connects and tells every event of the connection until the end of the watch. */
-void watch_connection(Session &session, const Deadline &end) {
-  session.on_connection([&session](korvane_svcmgr_connection_state_e state) {
-    session.output().event("connection", describe_connection_state(state));
+void watch_connection(Session &session, const std::optional<double> &seconds) {
+  session.on_connection([&session](korvane_svcmgr_connection_state_e state, bool is_reported) {
+    session.output().connection_event(state, is_reported);
   });
   session.catch_interruptions();
   session.connect();
-  session.watch(end);
+  session.watch(seconds ? Deadline(*seconds) : Deadline());
   session.output().succeed("");
 }
 
@@ -50,7 +50,7 @@ void watch_connection(Session &session, const Deadline &end) {
 
 void run_connect(Session &session, const Arguments &arguments) {
   if (arguments.watch) {
-    watch_connection(session, arguments.watch_end);
+    watch_connection(session, arguments.watch_seconds);
     return;
   }
   session.connect();
@@ -59,7 +59,7 @@ void run_connect(Session &session, const Arguments &arguments) {
 
 void run_watch(Session &session, const Arguments &arguments) {
   const StatusListener listener(session);
-  watch_connection(session, arguments.watch_end);
+  watch_connection(session, arguments.watch_seconds);
 }
 
 }  // namespace korvane::svcmgrctl

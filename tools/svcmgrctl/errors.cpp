@@ -1,7 +1,5 @@
 #include "errors.h"
 
-#include <korvane_svcmgr.h>
-
 #include <algorithm>
 #include <iterator>
 
@@ -17,29 +15,6 @@ struct Entry {
 
 #define ENTRY(name, meaning) \
   { name, #name, meaning }
-
-constexpr Entry kErrors[] = {
-    ENTRY(SVCMGR_ERROR_NONE, "success"),
-    ENTRY(SVCMGR_ERROR_CONNECTION_FAILED,
-          "the connection could not be started; the service manager does not run"),
-    ENTRY(SVCMGR_ERROR_OUT_OF_MEMORY, "memory ran out"),
-    ENTRY(SVCMGR_ERROR_PERMISSION_DENIED, "the platform or the service manager denies it"),
-    ENTRY(SVCMGR_ERROR_INVALID_PARAMETER,
-          "an argument is not valid, or no agent provides the category"),
-    ENTRY(SVCMGR_ERROR_NO_SPACE, "the service manager has no space left"),
-    ENTRY(SVCMGR_ERROR_INVALID_OPERATION,
-          "the operation failed in a way that has no code of its own"),
-    ENTRY(SVCMGR_ERROR_ALREADY_CONNECTED, "the library is connected already"),
-    ENTRY(SVCMGR_ERROR_NOT_CONNECTED, "the library is not connected, or an update request failed"),
-    ENTRY(SVCMGR_ERROR_NOT_SUPPORTED,
-          "the service manager is not installed, or the client API level cannot be found"),
-    ENTRY(SVCMGR_ERROR_INVALID_API_LEVEL, "the agent API level could not be obtained"),
-    ENTRY(SVCMGR_ERROR_QEL_DISABLED, "the QEL scheme is disabled on the device"),
-    ENTRY(SVCMGR_ERROR_NOT_SUPPORTED_VERSION, "the installed service manager is too old for this"),
-    ENTRY(SVCMGR_ERROR_SERVICE_CODE_6, "the service manager ended the request with its result 6"),
-    ENTRY(SVCMGR_ERROR_OUT_OF_INDEX, "an index lies outside its list"),
-    ENTRY(SVCMGR_ERROR_UPDATE_IN_PROGRESS, "the service manager is already updating"),
-};
 
 constexpr Entry kConnectionStates[] = {
     ENTRY(SVCMGR_CONNECTION_CONNECTED, "connected"),
@@ -81,7 +56,8 @@ Json CodeText::to_json() const {
 }
 
 CodeText describe_error(int code) {
-  return describe(kErrors, code);
+  const svcmgr::ErrorDescription known = svcmgr::describe_error(code);
+  return {code, known.name, known.meaning};
 }
 
 CodeText describe_connection_state(int state) {
@@ -96,8 +72,8 @@ CodeText describe_model_state(int state) {
   return describe(kModelStates, state);
 }
 
-void check(int code) {
-  if (code != SVCMGR_ERROR_NONE) throw Failure(describe_error(code));
+Failure::Failure(korvane_svcmgr_error_e code, std::string meaning) : Failure(describe_error(code)) {
+  text_.meaning = std::move(meaning);
 }
 
 }  // namespace korvane::svcmgrctl

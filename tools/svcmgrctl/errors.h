@@ -2,14 +2,16 @@
 #define KORVANE_SVCMGRCTL_ERRORS_H_
 
 #include <exception>
+#include <korvane_svcmgr.hpp>
 #include <nlohmann/json.hpp>
 #include <string>
 
 namespace korvane::svcmgrctl {
 
 using Json = nlohmann::ordered_json;
+using svcmgr::check;
 
-/** What is shown of a code of the library: its value, its name and what it means. */
+/** What is shown of a code: its value, its name and what it means. */
 struct CodeText {
   int code;
   std::string name;
@@ -23,20 +25,24 @@ CodeText describe_connection_state(int state);
 CodeText describe_update_status(int status);
 CodeText describe_model_state(int state);
 
-/** Ends the command with exit status 1. */
+constexpr int kFailureStatus = 1;
+
+/** Ends the command with a message and an exit status. */
 class Failure : public std::exception {
  public:
-  explicit Failure(CodeText text) : text_(std::move(text)) {}
+  explicit Failure(CodeText text, int exit_status = kFailureStatus)
+      : text_(std::move(text)), exit_status_(exit_status) {}
+  /** An error of the library, with what it means in this place. */
+  Failure(korvane_svcmgr_error_e code, std::string meaning);
 
   const CodeText &text() const noexcept { return text_; }
+  int exit_status() const noexcept { return exit_status_; }
   const char *what() const noexcept override { return text_.meaning.c_str(); }
 
  private:
   CodeText text_;
+  int exit_status_;
 };
-
-/** Throws the Failure of a code that is not success. */
-void check(int code);
 
 }  // namespace korvane::svcmgrctl
 

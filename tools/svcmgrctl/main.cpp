@@ -10,14 +10,16 @@
 #include <string>
 #include <utility>
 
+#include "command_line/command_line.h"
 #include "commands.h"
+#include "device_directory.h"
 
 namespace {
 
 using namespace korvane::svcmgrctl;
+namespace command_line = korvane::command_line;
 
-constexpr int kFailureStatus = 1;
-constexpr int kUsageStatus = 2;
+constexpr double kPatienceOfCompletion = 1;
 constexpr double kLongestTime = 1e6;
 
 struct Settings {
@@ -58,28 +60,21 @@ class Grammar {
   explicit Grammar(Settings &settings)
       : settings_(settings),
         app_("Asks and watches the service manager of a device.", "svcmgrctl") {
+    command_line::begin_grammar(app_);
     app_.fallthrough();
     app_.require_subcommand(1);
-    app_.get_formatter()->column_width(34);
-    app_.failure_message([](const CLI::App *app, const CLI::Error &error) {
-      return "svcmgrctl: " + CLI::FailureMessage::simple(app, error);
-    });
     define_options();
     define_service_commands();
     define_model_commands();
     app_.footer(
-        "Exit status: 0 done, 1 the call failed, 2 bad usage.\n"
+        "Exit status: 0 done, 1 failed, 2 bad usage, 130 or 143 interrupted.\n"
         "The options may also stand after the command, and \"svcmgrctl COMMAND --help\" tells "
         "more\n"
-        "about each. $KORVANE_LOG (debug, info, error, none) has the library write its log.");
+        "about each. $KORVANE_LOG (debug, info, error, none) has the library write its log; here\n"
+        "the default is none, in other applications error.");
   }
 
-  void parse(int argc, char **argv) { app_.parse(argc, argv); }
-
-  /** Shows the help that was asked for, or what is wrong. Returns the exit status. */
-  int report(const CLI::ParseError &error) const {
-    return app_.exit(error) == EXIT_SUCCESS ? EXIT_SUCCESS : kUsageStatus;
-  }
+  CLI::App &app() { return app_; }
 
  private:
   void define_options() {
@@ -90,8 +85,8 @@ class Grammar {
         ->type_name("ID")
         ->envname("KORVANE_APP_ID");
     app_.add_option("--timeout", settings_.timeout,
-                    "Longest time that the command may take, 0 for any (default: 30);\n"
-                    "a watch lasts longer once it is connected")
+                    "Longest time to wait for the service manager, 0 for any (default: 30);\n"
+                    "it begins anew with every report of an update")
         ->type_name("SECONDS")
         ->check(kSeconds);
     app_.add_flag("--json", settings_.json, "Write JSON, one object a line");
@@ -109,15 +104,14 @@ class Grammar {
     return command;
   }
 
-  CLI::Option *define_watch_time(CLI::App *command) {
-    const auto end_after = [this](const double &seconds) {
-      settings_.arguments.watch_end = Deadline(seconds);
-    };
-    return command
-        ->add_option_function<double>("--for", end_after,
-                                      "End the watch after this time, not by interruption")
+  CLI::Option *define_time(CLI::App *command, const char *name, const char *help) {
+    return command->add_option(name, settings_.arguments.watch_seconds, help)
         ->type_name("SECONDS")
         ->check(kSeconds);
+  }
+
+  CLI::Option *define_watch_time(CLI::App *command) {
+    return define_time(command, "--for", "End the watch after this time, not by interruption");
   }
 
   void define_service_commands() {
@@ -134,9 +128,21 @@ class Grammar {
         define(app_, "update", "Update the agents named, or all, and wait for the end", run_update);
     update->add_option("AGENT", arguments.agents, "Package IDs of agents")->check(kNotEmpty);
     update->add_flag("--no-wait", arguments.no_wait, "Do not wait for the end of the update");
-    define(app_, "is-updating", "Tell whether an update is under way", run_is_updating);
-    define_watch_time(define(app_, "watch",
-                             "Tell what happens to updates, models and the connection", run_watch));
+    CLI::App *is_updating =
+        define(app_, "is-updating", "Tell whether an update of agents or of the service begins",
+               run_is_updating);
+    is_updating->footer(
+        "An update that was under way before cannot be seen: applications hear of the "
+        "beginning.\n");
+    define_time(is_updating, "--for",
+                "Listen until one begins, at most for this time (default: 0)");
+    CLI::App *all =
+        define(app_, "watch", "Tell what happens to updates, models and the connection", run_watch);
+    all->footer(
+        "Of an update that was under way before, the end is not heard. What the library does not\n"
+        "report to applications, because it belongs to an announced update of the service manager,"
+        "\nis told as such.\n");
+    define_watch_time(all);
   }
 
   void define_model_commands() {
@@ -180,25 +186,54 @@ void choose_caller(const Settings &settings) {
 int run_command(const Settings &settings) {
   const Output output(settings.command, settings.json);
   try {
+    DeviceDirectory::current().check_application(settings.app);
     Session session(output, settings.timeout > 0 ? Deadline(settings.timeout) : Deadline());
     settings.run(session, settings.arguments);
     return EXIT_SUCCESS;
   } catch (const Failure &failure) {
     output.fail(failure.text());
+    return failure.exit_status();
+  } catch (const std::system_error &error) {
+    output.fail(describe_error(error.code().value()));
   } catch (const std::bad_alloc &) {
     output.fail(describe_error(SVCMGR_ERROR_OUT_OF_MEMORY));
   }
   return kFailureStatus;
 }
 
+/** What exists on the device; nothing when that cannot be had at once. */
+command_line::Words existing_values(const Settings &settings, const CLI::App &command,
+                                    const CLI::Option *option) try {
+  const DeviceDirectory device = DeviceDirectory::current();
+  if (option != nullptr) {
+    return option->check_name("--app") ? device.applications() : command_line::Words();
+  }
+  if (command.get_parent() == nullptr) return {};
+  if (command.get_parent()->get_parent() == nullptr) {
+    return command.get_name() == "update" ? device.agents() : command_line::Words();
+  }
+  if (command.get_name() == "list") return {};
+  const Output output("--complete", settings.json);
+  Session session(output, Deadline(kPatienceOfCompletion));
+  session.connect();
+  return usable_model_ids(session);
+} catch (const std::exception &) {
+  return {};
+}
+
 int run(int argc, char **argv) {
   Settings settings;
   Grammar grammar(settings);
+  const auto values = [&](const CLI::App &command, const CLI::Option *option) {
+    choose_caller(settings);
+    return existing_values(settings, command, option);
+  };
+  if (command_line::answer_completion(grammar.app(), argc, argv, values)) return EXIT_SUCCESS;
   try {
-    grammar.parse(argc, argv);
+    grammar.app().parse(argc, argv);
     choose_caller(settings);
   } catch (const CLI::ParseError &error) {
-    return grammar.report(error);
+    return command_line::report(grammar.app(), error);
   }
   const int status = run_command(settings);
   if (std::ferror(stdout) == 0) return status;

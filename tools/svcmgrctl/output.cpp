@@ -41,6 +41,16 @@ void Output::event(const char *kind, const CodeText &text) const {
   report(text.meaning, object);
 }
 
+void Output::connection_event(int state, bool is_reported) const {
+  CodeText text = describe_connection_state(state);
+  if (!is_reported) {
+    text.meaning += " (by an update of the service manager; applications are not told)";
+  }
+  Json object = {{"event", "connection"}, {"reported", is_reported}};
+  object.update(text.to_json());
+  report(text.meaning, object);
+}
+
 void Output::succeed(const std::string &human, const Json &result) const {
   Json object = {{"ok", true}};
   object.update(result);

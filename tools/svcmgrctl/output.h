@@ -20,6 +20,8 @@ class Output {
 
   /** Tells of a code of the library: an event called kind, in JSON. */
   void event(const char *kind, const CodeText &text) const;
+  /** Tells of the connection; what the library does not report to applications is told as such. */
+  void connection_event(int state, bool is_reported) const;
 
   /** The last words of a command that succeeded; result gets the member ok in front. */
   void succeed(const std::string &human, const Json &result = Json::object()) const;

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <exception>
 
 #include "terminal.h"
 
@@ -59,7 +60,10 @@ bool Progress::ends_request() const {
 }
 
 ProgressView::~ProgressView() {
-  remove_bar(true);
+  try {
+    remove_bar(true);
+  } catch (const std::exception &) {  // memory is short: the bar stays
+  }
 }
 
 std::string ProgressView::name(const Progress &progress) const {

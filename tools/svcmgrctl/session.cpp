@@ -11,11 +11,18 @@
 #include <cstring>
 #include <utility>
 
+#include "device_directory.h"
+
 namespace korvane::svcmgrctl {
 
 namespace {
 
-volatile sig_atomic_t g_interrupted = 0;
+constexpr int kSignalStatus = 128;  ///< the exit status of a shell's command that a signal ended
+constexpr char kWorkGoesOn[] =
+    "; what was asked for goes on in the service manager, and \"svcmgrctl watch\" tells how it "
+    "ends";
+
+volatile sig_atomic_t g_interruption = 0;  ///< the signal
 
 /** What the alarm's handler writes; filled before the alarm is set. */
 struct {
@@ -23,14 +30,9 @@ struct {
   int descriptor = STDERR_FILENO;
 } g_last_words;
 
-CodeText time_is_up() {
-  return {-ETIMEDOUT, "TIMEOUT", "the time was up before the command was done; see --timeout"};
-}
-
-[[noreturn]] void fail_for_lost_connection() {
-  CodeText lost = describe_error(SVCMGR_ERROR_NOT_CONNECTED);
-  lost.meaning = "the connection was lost before the answer came";
-  throw Failure(lost);
+CodeText time_is_up(const std::string &consequence = "") {
+  return {-ETIMEDOUT, "TIMEOUT",
+          "the time (see --timeout) was up before the service manager had answered" + consequence};
 }
 
 void install_handler(int signal_number, void (*handler)(int)) {
@@ -39,15 +41,15 @@ void install_handler(int signal_number, void (*handler)(int)) {
   sigaction(signal_number, &action, nullptr);
 }
 
-void handle_interruption(int) {
-  g_interrupted = 1;
+void handle_interruption(int signal_number) {
+  g_interruption = signal_number;
   korvane_host_main_loop_quit();
 }
 
 void handle_alarm(int) {
   [[maybe_unused]] const ssize_t written =
       write(g_last_words.descriptor, g_last_words.text.data(), g_last_words.text.size());
-  _exit(1);
+  _exit(kFailureStatus);
 }
 
 /** Sets the alarm; 0 takes it back. */
@@ -58,11 +60,21 @@ void set_alarm(int milliseconds) {
   setitimer(ITIMER_REAL, &timer, nullptr);
 }
 
+[[noreturn]] void fail_for_lost_connection(bool is_reported, const std::string &advice) {
+  const std::string cause = is_reported ? "the connection was lost: the service manager ended"
+                                        : "the service manager updated itself";
+  throw Failure(SVCMGR_ERROR_NOT_CONNECTED, cause + ", and its answer will not come; " + advice);
+}
+
 }  // namespace
 
 Deadline::Deadline(double seconds)
-    : end_(Clock::now() +
-           std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds))) {}
+    : length_(std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds))),
+      end_(Clock::now() + length_) {}
+
+void Deadline::restart() {
+  if (end_) end_ = Clock::now() + length_;
+}
 
 int Deadline::remaining() const {
   if (!end_) return -1;
@@ -91,22 +103,57 @@ Session::~Session() {
 
 void Session::handle_connection(int, korvane_svcmgr_connection_state_e state, void *data) {
   Session &session = *static_cast<Session *>(data);
-  session.guard([&] {
-    session.state_ = state;
-    if (session.listener_) session.listener_(state);
-  });
+  session.guard([&] { session.set_state(state, true); });
+}
+
+void Session::set_state(korvane_svcmgr_connection_state_e state, bool is_reported) {
+  state_ = state;
+  is_state_reported_ = is_reported;
+  if (listener_) listener_(state, is_reported);
 }
 
 void Session::connect() {
-  call([this] { return korvane_svcmgr_connect(handle_connection, this); });
-  while (!state_ && g_interrupted == 0) deliver_event(deadline_.remaining());
-  if (state_ == SVCMGR_CONNECTION_REJECTED) check(SVCMGR_ERROR_PERMISSION_DENIED);
-  if (state_ == SVCMGR_CONNECTION_DISCONNECTED) fail_for_lost_connection();
+  try {
+    call([this] { return korvane_svcmgr_connect(handle_connection, this); });
+  } catch (const std::system_error &error) {
+    if (error.code() != SVCMGR_ERROR_CONNECTION_FAILED) throw;
+    const std::string device = DeviceDirectory::current().path().string();
+    throw Failure(SVCMGR_ERROR_CONNECTION_FAILED,
+                  "no service manager runs on " + device +
+                      "; start one with \"svcmgr-emulator --device " + device + "\"");
+  }
+  while (!state_ && g_interruption == 0) {
+    if (deadline_.has_passed()) throw Failure(time_is_up());
+    deliver_event(deadline_.remaining());
+  }
+  if (state_ == SVCMGR_CONNECTION_REJECTED) {
+    throw Failure(SVCMGR_ERROR_PERMISSION_DENIED,
+                  "the service manager refuses the connection; an emulator accepts it after "
+                  "\"svcmgr-emulator ctl reject off\"");
+  }
+  if (state_ == SVCMGR_CONNECTION_DISCONNECTED) fail_for_lost_connection(true, "try again");
 }
 
-void Session::wait_until(const std::function<bool()> &done) {
-  while (!done()) {
-    if (state_ != SVCMGR_CONNECTION_CONNECTED) fail_for_lost_connection();
+void Session::wait_for_answer(const Condition &has_come) {
+  while (!has_come()) {
+    if (!is_connected()) fail_for_lost_connection(is_state_reported_, "ask again");
+    if (deadline_.has_passed()) throw Failure(time_is_up());
+    deliver_event(deadline_.remaining());
+  }
+}
+
+void Session::wait_for_end(const Condition &has_ended, bool survives_announced_updates) {
+  catch_interruptions();
+  while (!has_ended()) {
+    const bool is_loss = is_state_reported_ || !survives_announced_updates;
+    if (!is_connected() && is_loss) {
+      fail_for_lost_connection(is_state_reported_, "look at how far it came before asking again");
+    }
+    if (g_interruption != 0) {
+      throw Failure({-EINTR, "INTERRUPTED", std::string("interrupted") + kWorkGoesOn},
+                    kSignalStatus + g_interruption);
+    }
+    if (deadline_.has_passed()) throw Failure(time_is_up(kWorkGoesOn));
     deliver_event(deadline_.remaining());
   }
 }
@@ -117,18 +164,31 @@ void Session::catch_interruptions() {
   install_handler(SIGTERM, handle_interruption);
 }
 
-void Session::watch(const Deadline &end) {
+void Session::watch(const Deadline &end, const Condition &is_enough) {
   deadline_ = Deadline();
-  while (g_interrupted == 0 && !end.has_passed()) deliver_event(end.remaining());
+  while (!(is_enough && is_enough()) && g_interruption == 0 && !end.has_passed()) {
+    deliver_event(end.remaining());
+  }
+}
+
+// A loss is one event, and the new connection a later one: asked after each, the library cannot
+// hide either.
+void Session::look_at_connection() {
+  if (!state_) return;
+  bool updating = false;
+  const bool has_connection =
+      korvane_svcmgr_is_being_updated(&updating) != SVCMGR_ERROR_NOT_CONNECTED;
+  if (has_connection == is_connected()) return;
+  set_state(has_connection ? SVCMGR_CONNECTION_CONNECTED : SVCMGR_CONNECTION_DISCONNECTED, false);
 }
 
 void Session::deliver_event(int timeout_ms) {
-  if (deadline_.has_passed()) throw Failure(time_is_up());
   const int result = korvane_host_main_loop_step(timeout_ms);
   if (callback_error_) std::rethrow_exception(std::exchange(callback_error_, nullptr));
   if (result < 0 && result != -EINTR) {
     throw Failure({result, "MAIN_LOOP", std::strerror(-result)});
   }
+  look_at_connection();
 }
 
 }  // namespace korvane::svcmgrctl

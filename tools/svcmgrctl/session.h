@@ -1,11 +1,10 @@
 #ifndef KORVANE_SVCMGRCTL_SESSION_H_
 #define KORVANE_SVCMGRCTL_SESSION_H_
 
-#include <korvane_svcmgr.h>
-
 #include <chrono>
 #include <exception>
 #include <functional>
+#include <korvane_svcmgr.hpp>
 #include <optional>
 #include <string>
 
@@ -13,28 +12,34 @@
 
 namespace korvane::svcmgrctl {
 
-/** A point in time, or none at all. */
+/** A time from now on, or none at all. */
 class Deadline {
  public:
   Deadline() = default;
   explicit Deadline(double seconds);
 
+  /** Lets the time begin again. */
+  void restart();
   /** Milliseconds that are left, at least 0; -1 when there is no end. */
   int remaining() const;
   bool has_passed() const { return remaining() == 0; }
 
  private:
   using Clock = std::chrono::steady_clock;
+  Clock::duration length_ = {};
   std::optional<Clock::time_point> end_;
 };
 
 /**
  * The tool's one connection, and the time that the command may take. Every member function throws a
- * Failure when it cannot do what it says, that time included. The connection ends with the session.
+ * Failure, or the library's error, when it cannot do what it says, that time included. The
+ * connection ends with the session.
  */
 class Session {
  public:
-  using ConnectionListener = std::function<void(korvane_svcmgr_connection_state_e)>;
+  /** is_reported: by the library; it keeps to itself what belongs to an announced update. */
+  using ConnectionListener =
+      std::function<void(korvane_svcmgr_connection_state_e state, bool is_reported)>;
 
   Session(const Output &output, Deadline deadline);
   ~Session();
@@ -59,14 +64,21 @@ class Session {
     check(library_call());
   }
 
-  /** Delivers events until done() is true; the connection must last as long. */
-  void wait_until(const std::function<bool()> &done);
+  using Condition = std::function<bool()>;
+  /** Delivers events until the answer has come, which needs the connection. */
+  void wait_for_answer(const Condition &has_come);
+  /**
+   * Delivers events until work that the service manager does has ended. An end of the wait before
+   * that, by a signal too, is told to be none of the work.
+   */
+  void wait_for_end(const Condition &has_ended, bool survives_announced_updates);
+  /** Something was heard of the work: the time begins again. */
+  void restart_time() { deadline_.restart(); }
 
-  /** From now on SIGINT and SIGTERM do not kill the process but end watch(). */
+  /** From now on SIGINT and SIGTERM do not kill the process but end the waits. */
   void catch_interruptions();
-
-  /** Delivers events until the time given, or an interruption. */
-  void watch(const Deadline &end);
+  /** Delivers events until the time given, an interruption, or until it was enough. */
+  void watch(const Deadline &end, const Condition &is_enough = nullptr);
 
   /** For the body of a callback: what it throws comes out of the wait that delivered the event. */
   template <typename Body>
@@ -89,11 +101,15 @@ class Session {
   };
 
   static void handle_connection(int result, korvane_svcmgr_connection_state_e state, void *session);
+  void set_state(korvane_svcmgr_connection_state_e state, bool is_reported);
+  bool is_connected() const { return state_ == SVCMGR_CONNECTION_CONNECTED; }
+  void look_at_connection();
   void deliver_event(int timeout_ms);
 
   const Output &output_;
   Deadline deadline_;
   std::optional<korvane_svcmgr_connection_state_e> state_;
+  bool is_state_reported_ = false;
   ConnectionListener listener_;
   std::exception_ptr callback_error_;
 };

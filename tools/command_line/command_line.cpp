@@ -1,0 +1,162 @@
+#include "command_line/command_line.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cstdlib>
+#include <cstring>
+#include <iostream>
+#include <memory>
+#include <string_view>
+
+namespace korvane::command_line {
+
+namespace {
+
+/** The innermost command that was given. */
+const CLI::App &given_command(const CLI::App &app) {
+  const auto commands = app.get_subcommands();
+  return commands.empty() ? app : given_command(*commands.back());
+}
+
+/** The name of a command with those that it belongs to, as it is typed. */
+std::string full_name(const CLI::App &command) {
+  const CLI::App *parent = command.get_parent();
+  return (parent == nullptr ? "" : full_name(*parent) + " ") + command.get_name();
+}
+
+Words command_names(const CLI::App &command) {
+  Words names;
+  for (const CLI::App *inner : command.get_subcommands(nullptr)) names.push_back(inner->get_name());
+  return names;
+}
+
+/** The options that may stand after a command: its own and those of the commands around it. */
+std::vector<const CLI::Option *> options_after(const CLI::App &command) {
+  std::vector<const CLI::Option *> options;
+  for (const CLI::App *app = &command; app != nullptr; app = app->get_parent()) {
+    for (const CLI::Option *option : app->get_options()) options.push_back(option);
+  }
+  return options;
+}
+
+Words option_names(const CLI::App &command) {
+  Words names;
+  for (const CLI::Option *option : options_after(command)) {
+    for (const std::string &name : option->get_lnames()) names.push_back("--" + name);
+  }
+  std::sort(names.begin(), names.end());
+  names.erase(std::unique(names.begin(), names.end()), names.end());
+  return names;
+}
+
+/** What is wrong with the first word that nothing took; empty when there is none. */
+std::string unknown_word(const CLI::App &app, const CLI::App &command) {
+  const Words words = app.remaining(true);
+  const auto found = std::find_if(words.begin(), words.end(),
+                                  [](const std::string &word) { return word != "--"; });
+  if (found == words.end()) return "";
+  if (found->size() > 1 && found->front() == '-') {
+    const std::string name = found->substr(0, found->find('='));
+    return "unknown option \"" + name + "\"" + suggestion(name, option_names(command));
+  }
+  const Words commands = command_names(command);
+  if (commands.empty()) return "unexpected word \"" + *found + "\"";
+  return "unknown command \"" + *found + "\"" + suggestion(*found, commands);
+}
+
+std::string what_is_wrong(const CLI::App &app, const CLI::App &command, const CLI::Error &error) {
+  std::string unknown = unknown_word(app, command);
+  if (!unknown.empty()) return unknown;
+  const bool lacks_command = command.get_require_subcommand_min() > 0 &&
+                             dynamic_cast<const CLI::RequiredError *>(&error) != nullptr;
+  return lacks_command ? "no command; choose one of " + listed(command_names(command))
+                       : error.what();
+}
+
+std::string error_message(const CLI::App *app, const CLI::Error &error) {
+  const CLI::App &command = given_command(*app);
+  const std::string name = full_name(command);
+  return name + ": " + what_is_wrong(*app, command, error) + "\nRun \"" + name +
+         " --help\" for more.\n";
+}
+
+/** The innermost command of an unfinished line, which is seldom valid. */
+const CLI::App &command_of(CLI::App &app, const Words &words) {
+  try {
+    app.parse(Words(words.rbegin(), words.rend()));
+  } catch (const CLI::Error &) {
+  }
+  return given_command(app);
+}
+
+/** The option after a command that this word names and that waits for its value; or null. */
+const CLI::Option *waiting_option(const CLI::App &command, const std::string &word) {
+  const auto options = options_after(command);
+  const auto found = std::find_if(options.begin(), options.end(), [&](const CLI::Option *option) {
+    return option->nonpositional() && option->get_items_expected_max() > 0 &&
+           option->check_name(word);
+  });
+  return found == options.end() ? nullptr : *found;
+}
+
+/** The words that may follow the last of these. */
+Words next_words(CLI::App &app, Words words, bool options, const Values &values) {
+  if (!words.empty()) {
+    const std::string last = words.back();
+    words.pop_back();
+    const CLI::App &command = command_of(app, words);
+    if (const CLI::Option *option = waiting_option(command, last)) return values(command, option);
+    words.push_back(last);
+  }
+  const CLI::App &command = command_of(app, words);
+  if (options) return option_names(command);
+  Words next = command_names(command);
+  for (const std::string &value : values(command, nullptr)) next.push_back(value);
+  return next;
+}
+
+/** A shell takes other letters for its own. */
+bool is_plain(const std::string &word) {
+  return std::all_of(word.begin(), word.end(), [](unsigned char letter) {
+    return std::isalnum(letter) != 0 || std::strchr("._-+/", letter) != nullptr;
+  });
+}
+
+}  // namespace
+
+std::string Help::make_footer(const CLI::App *app) const {
+  std::string own = CLI::Formatter::make_footer(app);
+  const CLI::App *program = app;
+  while (program->get_parent() != nullptr) program = program->get_parent();
+  if (program == app) return own;
+  const auto is_common = [program](const CLI::Option *option) {
+    return option->nonpositional() && option != program->get_help_ptr() &&
+           option != program->get_version_ptr();
+  };
+  const auto options = program->get_options(is_common);
+  return make_group("Common options", false, options).substr(1) + (own.empty() ? "" : "\n" + own);
+}
+
+void begin_grammar(CLI::App &app) {
+  app.formatter(std::make_shared<Help>());
+  app.failure_message(error_message);
+  app.set_version_flag("--version", app.get_name() + " " + KORVANE_VERSION,
+                       "Show the version and exit");
+}
+
+int report(const CLI::App &app, const CLI::ParseError &error) {
+  return app.exit(error) == EXIT_SUCCESS ? EXIT_SUCCESS : kUsageStatus;
+}
+
+bool answer_completion(CLI::App &app, int argc, char **argv, const Values &values) {
+  if (argc < 3 || std::string_view(argv[1]) != "--complete") return false;
+  const Words words(argv + 2, argv + argc - 1);
+  const std::string begun = argv[argc - 1];
+  const bool options = !begun.empty() && begun.front() == '-';
+  for (const std::string &word : next_words(app, words, options, values)) {
+    if (word.rfind(begun, 0) == 0 && is_plain(word)) std::cout << word << '\n';
+  }
+  return true;
+}
+
+}  // namespace korvane::command_line
