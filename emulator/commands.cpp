@@ -4,8 +4,11 @@
 #include <cctype>
 #include <functional>
 #include <limits>
+#include <sstream>
 #include <stdexcept>
 #include <utility>
+
+#include "command_line/words.h"
 
 namespace korvane::emulator {
 
@@ -71,12 +74,14 @@ int parse_count(const std::string &text) {
 /** The row of a table that has this name. */
 template <typename Row>
 const Row &parse_choice(const std::vector<Row> &rows, const std::string &name) {
-  std::string choices;
+  Words choices;
   for (const Row &row : rows) {
     if (row.name == name) return row;
-    choices += std::string(" ") + row.name;
+    choices.emplace_back(row.name);
   }
-  throw UsageError("\"" + name + "\" is none of" + choices);
+  throw UsageError(
+      "unknown word \"" + name + "\"" +
+      command_line::suggestion(name, choices, "; choose one of " + command_line::listed(choices)));
 }
 
 struct Switch {
@@ -286,9 +291,43 @@ std::string synopsis(const Command &command) {
   return std::string(command.name) + (*command.arguments == '\0' ? "" : " ") + command.arguments;
 }
 
+std::string help(const Command &command) {
+  return "  " + synopsis(command) + "\n        " + command.help + "\n";
+}
+
+Words method_names() {
+  Words names;
+  for (const MethodInfo &info : methods()) names.emplace_back(info.name);
+  return names;
+}
+
+/** What an argument can be, as far as its place in the synopsis tells. */
+Words choices_of_argument(const Command &command, std::size_t index) {
+  std::istringstream synopsis(command.arguments);
+  std::string argument;
+  for (std::size_t i = 0; i <= index; ++i) {
+    if (!(synopsis >> argument)) return {};
+  }
+  std::replace_if(
+      argument.begin(), argument.end(),
+      [](char letter) { return letter == '[' || letter == ']' || letter == '|'; }, ' ');
+  Words choices;
+  std::istringstream alternatives(argument);
+  for (std::string word; alternatives >> word;) {
+    if (word == "METHOD") {
+      choices = method_names();
+    } else if (std::isupper(static_cast<unsigned char>(word.back())) == 0) {
+      choices.push_back(word);
+    }
+  }
+  return choices;
+}
+
 /** Throws UsageError. */
 const Command &parse_command(const Words &words) {
-  if (words.empty()) throw UsageError("no command");
+  if (words.empty()) {
+    throw UsageError("no command; choose one of " + command_line::listed(next_words({})));
+  }
   const Command &command = parse_choice(commands(), words[0]);
   const std::size_t count = words.size() - 1;
   if (count < command.least || count > command.most) {
@@ -301,12 +340,29 @@ const Command &parse_command(const Words &words) {
 
 std::string commands_help() {
   std::string text = "Commands:\n";
-  for (const Command &command : commands()) {
-    text += "  " + synopsis(command) + "\n        " + command.help + "\n";
-  }
+  for (const Command &command : commands()) text += help(command);
   text += "\nMethods:\n ";
-  for (const MethodInfo &info : methods()) text += std::string(" ") + info.name;
+  for (const std::string &name : method_names()) text += " " + name;
   return text + "\n";
+}
+
+std::optional<std::string> command_help(const std::string &name) {
+  for (const Command &command : commands()) {
+    if (name == command.name) return help(command);
+  }
+  return std::nullopt;
+}
+
+Words next_words(const Words &words) {
+  Words next;
+  for (const Command &command : commands()) {
+    if (words.empty()) {
+      next.emplace_back(command.name);
+    } else if (words[0] == command.name) {
+      next = choices_of_argument(command, words.size() - 1);
+    }
+  }
+  return next;
 }
 
 std::optional<std::string> usage_error(const Words &words) {

@@ -3,18 +3,21 @@
 #include <fcntl.h>
 #include <sys/file.h>
 
-#include <CLI/CLI.hpp>
+#include <algorithm>
 #include <csignal>
 #include <cstdlib>
 #include <iostream>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 
+#include "command_line/command_line.h"
 #include "commands.h"
 #include "control.h"
 #include "device.h"
 #include "main_loop.h"
+#include "run_command.h"
 #include "sample_device.h"
 #include "service.h"
 #include "unique_fd.h"
@@ -22,23 +25,24 @@
 namespace {
 
 using namespace korvane::emulator;
+namespace command_line = korvane::command_line;
 using korvane::host::Device;
 using korvane::host::MainLoop;
 using korvane::host::UniqueFd;
 
 constexpr char kControlSocket[] = "control";
 constexpr int kFailure = 1;
-constexpr int kUsageFailure = 2;
 
 struct Arguments {
   std::string device;
   bool init = false;
   int tick_ms = 120;
   bool trace = false;
+  Words command;
 };
 
 /** Shows the words that the parser leaves to the running emulator, too. */
-struct ControlHelp : CLI::Formatter {
+struct ControlHelp : command_line::Help {
   std::string make_usage(const CLI::App *, std::string) const override {
     return "Usage: svcmgr-emulator ctl [--device DIR] COMMAND [ARGUMENT...]\n";
   }
@@ -72,11 +76,21 @@ int run_to_the_end(MainLoop &loop) {
   }
 }
 
-int serve(const Device &device, const Arguments &arguments) {
+void check_device(const Device &device) {
   if (!std::filesystem::is_directory(device.packages_directory())) {
     throw std::runtime_error(device.directory().string() +
-                             " is no device; --init makes a sample one");
+                             " is no device directory; --init makes a sample one");
   }
+  try {
+    device.load_package(SVCMGR_APP_ID);
+  } catch (const std::system_error &) {
+    throw std::runtime_error((device.packages_directory() / SVCMGR_APP_ID).string() +
+                             ".json, the package of the service manager, is damaged");
+  }
+}
+
+int serve(const Device &device, const Arguments &arguments) {
+  check_device(device);
   const UniqueFd lock = lock_device(device);
   MainLoop &loop = MainLoop::instance();
   quit_on_signals();
@@ -95,10 +109,18 @@ int serve(const Device &device, const Arguments &arguments) {
   return EXIT_SUCCESS;
 }
 
+/** The command that the words ask for help with. */
+std::optional<std::string> requested_help(const Words &words) {
+  const bool is_request = std::find(words.begin(), words.end(), "--help") != words.end() ||
+                          std::find(words.begin(), words.end(), "-h") != words.end();
+  return is_request ? command_help(words[0]) : std::nullopt;
+}
+
 int control_emulator(const Device &device, const Words &words) {
   if (const auto error = usage_error(words)) {
-    std::cerr << "svcmgr-emulator ctl: " << *error << "\nRun with --help for the commands.\n";
-    return kUsageFailure;
+    std::cerr << "svcmgr-emulator ctl: " << *error
+              << "\nRun \"svcmgr-emulator ctl --help\" for more.\n";
+    return command_line::kUsageStatus;
   }
   const Outcome outcome = send_command(device.directory() / "run" / kControlSocket, words);
   if (outcome.status == Outcome::kOk) {
@@ -109,10 +131,12 @@ int control_emulator(const Device &device, const Words &words) {
   return outcome.status;
 }
 
-CLI::App *define(CLI::App &app, Arguments &arguments) {
-  const std::string device_help = "Device directory (default: $KORVANE_DEVICE)";
-  app.add_option("--device", arguments.device, device_help)->type_name("DIR");
-  app.add_flag("--init", arguments.init, "Make a sample device in the directory, and end");
+void define_device(CLI::App &app, Arguments &arguments, const std::string &otherwise) {
+  app.add_option("--device", arguments.device, "Device directory (default: " + otherwise + ")")
+      ->type_name("DIR");
+}
+
+void define_service(CLI::App &app, Arguments &arguments) {
   app.add_option("--tick", arguments.tick_ms,
                  "Milliseconds between two steps of anything that takes time")
       ->type_name("MS")
@@ -120,17 +144,51 @@ CLI::App *define(CLI::App &app, Arguments &arguments) {
       ->check(CLI::Range(0, 60000));
   app.add_flag("--trace", arguments.trace,
                "Tell every parcel and event on standard error, decoded, one line each");
-  CLI::App *ctl = app.add_subcommand("ctl", "Tell the emulator that runs on a device what to do");
-  ctl->formatter(std::make_shared<ControlHelp>());
-  ctl->add_option("--device", arguments.device, device_help)->type_name("DIR");
-  ctl->prefix_command();
-  ctl->footer(commands_help() +
-              "\nExit status: 0 done, 1 refused or no emulator runs, 2 bad usage.\n");
-  app.footer(
-      "Prints one line when it is ready, and ends on SIGTERM or SIGINT.\n"
-      "\"svcmgr-emulator ctl --help\" lists what a running one can be told.");
-  return ctl;
 }
+
+/** The command line's grammar: fills the arguments while it is parsed. */
+struct Grammar {
+  explicit Grammar(Arguments &arguments) {
+    command_line::begin_grammar(app);
+    define_device(app, arguments, "$KORVANE_DEVICE");
+    app.add_flag("--init", arguments.init, "Make a sample device in the directory, and end");
+    define_service(app, arguments);
+    app.footer(
+        "Prints one line when it is ready, and ends on SIGTERM or SIGINT.\n"
+        "\"svcmgr-emulator ctl --help\" lists what a running one can be told.\n"
+        "Exit status: 0 ended when it was told to, 1 failed, 2 bad usage.");
+    define_ctl(arguments);
+    define_run(arguments);
+  }
+
+  void define_ctl(Arguments &arguments) {
+    ctl = app.add_subcommand("ctl", "Tell the emulator that runs on a device what to do");
+    ctl->formatter(std::make_shared<ControlHelp>());
+    define_device(*ctl, arguments, "$KORVANE_DEVICE");
+    ctl->prefix_command();
+    ctl->footer(commands_help() +
+                "\nExit status: 0 done, 1 refused or no emulator runs, 2 bad usage.");
+  }
+
+  void define_run(Arguments &arguments) {
+    run = app.add_subcommand("run", "Run a command beside a service manager, which ends with it");
+    define_device(*run, arguments, "a sample device, which goes with the command");
+    run->add_flag("--init", arguments.init, "Make a sample device in the directory first");
+    define_service(*run, arguments);
+    run->add_option("COMMAND", arguments.command, "The command and its arguments, after --")
+        ->required();
+    run->footer(
+        "The command finds the device in $KORVANE_DEVICE and, where the device is a new sample "
+        "one,\n"
+        "its application in $KORVANE_APP_ID unless that is set. Signals are passed on to it.\n"
+        "Exit status: that of the command, 128 and the signal that ended it, 127 no such command,\n"
+        "126 it cannot be run, 1 no service manager, 2 bad usage.");
+  }
+
+  CLI::App app{"Stands in for the service manager on a device directory.", "svcmgr-emulator"};
+  CLI::App *ctl = nullptr;
+  CLI::App *run = nullptr;
+};
 
 /** Absolute, and made known to everything that asks for the current device. */
 Device chosen_device(const Arguments &arguments) {
@@ -143,19 +201,44 @@ Device chosen_device(const Arguments &arguments) {
   return Device(directory);
 }
 
+int serve_or_tell(const Device &device, const Arguments &arguments) try {
+  return serve(device, arguments);
+} catch (const std::exception &error) {
+  std::cerr << "svcmgr-emulator: " << error.what() << '\n';
+  return kFailure;
+}
+
+int run_beside(const Arguments &arguments) {
+  std::optional<Device> device;
+  if (!arguments.device.empty()) device = chosen_device(arguments);
+  if (arguments.init && !device) throw CLI::RequiredError("--device, with --init,");
+  const auto service = [&](const Device &on) { return serve_or_tell(on, arguments); };
+  return run_command({service, device, arguments.init, arguments.command});
+}
+
 int run(int argc, char **argv) {
-  CLI::App app("Stands in for the service manager on a device directory.", "svcmgr-emulator");
   Arguments arguments;
-  const CLI::App *ctl = define(app, arguments);
+  Grammar grammar(arguments);
+  const auto values = [&](const CLI::App &command, const CLI::Option *option) {
+    const bool is_control = &command == grammar.ctl && option == nullptr;
+    return is_control ? next_words(command.remaining()) : Words();
+  };
+  if (command_line::answer_completion(grammar.app, argc, argv, values)) return EXIT_SUCCESS;
   try {
-    app.parse(argc, argv);
+    grammar.app.parse(argc, argv);
+    if (grammar.run->parsed()) return run_beside(arguments);
+    const Words words = grammar.ctl->remaining();
+    if (const auto help = requested_help(words)) {
+      std::cout << *help;
+      return EXIT_SUCCESS;
+    }
     const Device device = chosen_device(arguments);
-    if (ctl->parsed()) return control_emulator(device, ctl->remaining());
+    if (grammar.ctl->parsed()) return control_emulator(device, words);
     if (!arguments.init) return serve(device, arguments);
     create_sample_device(device);
     return EXIT_SUCCESS;
   } catch (const CLI::ParseError &error) {
-    return app.exit(error) == EXIT_SUCCESS ? EXIT_SUCCESS : kUsageFailure;
+    return command_line::report(grammar.app, error);
   }
 }
 

@@ -15,7 +15,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr char kApplication[] = "com.example.viewer";
 constexpr char kVision[] = SVCMGR_VENDOR_PREFIX ".vision";
 constexpr char kLanguage[] = SVCMGR_VENDOR_PREFIX ".language";
 constexpr char kSpeech[] = SVCMGR_VENDOR_PREFIX ".speech";
@@ -106,14 +105,14 @@ void install_package(const host::Device &device, const std::string &id, const ch
 void install_packages(const host::Device &device) {
   const Json none = Json::object();
   install_package(device, SVCMGR_APP_ID, "2.4.1", none);
-  install_package(device, kApplication, "1.0.0", none);
+  install_package(device, kSampleApplication, "1.0.0", none);
   install_package(device, kVision, "2.1.0", {{"ai-agent-category", "vision"}});
   install_package(device, kLanguage, "1.4.0", {{"ai-agent-category", "language"}});
   install_package(device, kSpeech, "0.9.2", {{"ai-agent-category", "speech"}});
 }
 
 void install_application(const host::Device &device) {
-  const fs::path resources = device.resource_directory(kApplication);
+  const fs::path resources = device.resource_directory(kSampleApplication);
   const fs::path root = resources.parent_path();
   write_file(resources / "title.txt", "Viewer\n");
   write_file(root / "lib" / "libviewer.so", marked_elf<Elf32>(12, {3, 0, 9}));
@@ -142,7 +141,7 @@ Json initial_state() {
       model(kLanguage, "language.translate", "Translation",
             "Translates short texts between twelve languages.", "3.1.0", {"3.0.0", "3.1.0"}),
       model(kLanguage, "language.summarize", "Summaries", "Sums up a page in three sentences.",
-            "0.8.0", {"0.8.0", "0.9.0"}, {kApplication}),
+            "0.8.0", {"0.8.0", "0.9.0"}, {kSampleApplication}),
       model(kSpeech, "speech.dictate", "Dictation", "Writes down what is said.", "1.0.0",
             {"1.0.0", "1.0.1"}),
   };
@@ -157,6 +156,10 @@ Json initial_state() {
 void create_sample_device(const host::Device &device) {
   if (fs::exists(device.packages_directory())) {
     throw std::runtime_error(device.directory().string() + " is a device already");
+  }
+  if (fs::is_directory(device.directory()) && !fs::is_empty(device.directory())) {
+    throw std::runtime_error(device.directory().string() +
+                             " holds other things; choose a new or empty folder");
   }
   fs::create_directories(device.packages_directory());
   fs::create_directories(device.directory() / "service");

@@ -33,7 +33,8 @@ Words command_names(const CLI::App &command) {
 /** The options that may stand after a command: its own and those of the commands around it. */
 std::vector<const CLI::Option *> options_after(const CLI::App &command) {
   std::vector<const CLI::Option *> options;
-  for (const CLI::App *app = &command; app != nullptr; app = app->get_parent()) {
+  for (const CLI::App *app = &command; app != nullptr;
+       app = app->get_fallthrough() ? app->get_parent() : nullptr) {
     for (const CLI::Option *option : app->get_options()) options.push_back(option);
   }
   return options;
@@ -127,7 +128,9 @@ bool is_plain(const std::string &word) {
 std::string Help::make_footer(const CLI::App *app) const {
   std::string own = CLI::Formatter::make_footer(app);
   const CLI::App *program = app;
-  while (program->get_parent() != nullptr) program = program->get_parent();
+  while (program->get_fallthrough() && program->get_parent() != nullptr) {
+    program = program->get_parent();
+  }
   if (program == app) return own;
   const auto is_common = [program](const CLI::Option *option) {
     return option->nonpositional() && option != program->get_help_ptr() &&
