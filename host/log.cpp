@@ -6,6 +6,7 @@
 #include <sys/uio.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
@@ -34,6 +35,38 @@ int lowest_priority() {
 
 char letter_of(int priority) {
   return priority <= 3 ? 'D' : priority <= 5 ? 'I' : 'E';
+}
+
+/** Length of the change of colour that a text begins with; 0 when there is none. */
+std::size_t colour_length(std::string_view text) {
+  if (text.substr(0, 2) != "\x1b[") return 0;
+  const std::size_t end = text.find_first_not_of("0123456789;", 2);
+  return end != std::string_view::npos && text[end] == 'm' ? end + 1 : 0;
+}
+
+/** Length of the control character that a text begins with; 0 when it may be written as it is. */
+std::size_t control_length(std::string_view text) {
+  const auto byte = [text](std::size_t i) { return static_cast<unsigned char>(text[i]); };
+  if (byte(0) == 0xC2 && text.size() > 1 && byte(1) < 0xA0) return 2;
+  const bool is_control = byte(0) < 0x20 || byte(0) == 0x7F;
+  return is_control && text[0] != '\n' && text[0] != '\t' ? 1 : 0;
+}
+
+/** Leaves colours only where somebody sees them; a message can hold texts of any origin, too. */
+void make_harmless(char *message, bool keeps_colours) {
+  char *to = message;
+  for (std::string_view rest = message; !rest.empty();) {
+    std::size_t length = colour_length(rest);
+    if (length > 0) {
+      if (keeps_colours) to = std::copy_n(rest.data(), length, to);
+    } else {
+      length = control_length(rest);
+      *to++ = length > 0 ? '?' : rest[0];
+      length = std::max<std::size_t>(length, 1);
+    }
+    rest.remove_prefix(length);
+  }
+  *to = '\0';
 }
 
 iovec part(std::string_view text) {
@@ -93,6 +126,7 @@ int dlog_print(int priority, const char *tag, const char *format, ...) {
   va_start(values, format);
   std::vsnprintf(message, sizeof(message), format, values);
   va_end(values);
+  make_harmless(message, isatty(STDERR_FILENO) != 0);
   const char letter = letter_of(priority);
   const iovec line[] = {part({&letter, 1}), part("/"),     part(tag),
                         part(": "),         part(message), part("\n")};
