@@ -158,7 +158,9 @@ Outcome send_command(const std::filesystem::path &path, const Words &words) {
   try {
     socket = host::connect_to(path);
   } catch (const std::system_error &) {
-    return {Outcome::kRefused, "no emulator listens at " + path.string()};
+    const std::string device = path.parent_path().parent_path().string();
+    return {Outcome::kRefused, "no emulator runs on " + device +
+                                   "; start one with \"svcmgr-emulator --device " + device + "\""};
   }
   const host::UniqueFd emulator = process_of(socket);
   host::FrameReader reader;

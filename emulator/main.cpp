@@ -53,7 +53,8 @@ UniqueFd lock_device(const Device &device) {
   const auto file = device.run_directory() / "emulator.lock";
   UniqueFd lock(open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
   if (!lock || flock(lock.get(), LOCK_EX | LOCK_NB) != 0) {
-    throw std::runtime_error("another emulator runs on " + device.directory().string());
+    throw std::runtime_error("another emulator runs on " + device.directory().string() +
+                             "; \"svcmgr-emulator ctl stop\" ends it");
   }
   return lock;
 }

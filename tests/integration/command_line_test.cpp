@@ -220,7 +220,7 @@ TEST_F(CommandLineTest, TheEmulatorRefusesWhatItCannotDo) {
       {{}, {"ctl", "--device", device_, "reply", "get_agent_api_level"}, 2, ""},
       {{}, {"ctl", "--device", device_, "reply", "no_method", "1"}, 2, "no_method"},
       {{}, {"ctl", "--device", device_, "garbage", "main", "soup"}, 2, "soup"},
-      {{}, {"ctl", "--device", device_ + "/none", "status"}, 1, ""},
+      {{}, {"ctl", "--device", device_ + "/none", "status"}, 1, "start one with"},
       {{}, {"ctl", "--help"}, 0, "crash-before-reply"},
       {{}, {"ctl", "reply", "--help"}, 0, "METHOD CODE|default"},
       {{}, {"ctl", "statsu"}, 2, R"("statsu"; did you mean "status"?)"},
