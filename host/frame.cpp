@@ -10,7 +10,7 @@ namespace korvane::host {
 namespace {
 
 /** What is asked for at least when bytes are to come. */
-constexpr std::size_t kMinRoom = 16 * 1024;
+constexpr std::size_t kMinRoom = std::size_t{16} << 10;
 
 }  // namespace
 

@@ -239,7 +239,7 @@ TEST_F(HostPortTest, NoEventAfterDestroy) {
 TEST_F(HostPortTest, ConnectFailsAtOnce) {
   listen_at(rpc_socket_path(Device::current(), "dead", "port"));  // closed, its file stays
   Client client;
-  for (const char *name : {"", ".", "..", "a/b", "/port", static_cast<const char *>(nullptr)}) {
+  for (const char *name : {"", "..", "a/b", static_cast<const char *>(nullptr)}) {
     EXPECT_EQ(client.connect(name), -EINVAL) << testing::PrintToString(name);
     EXPECT_EQ(client.connect("svc", name), -EINVAL) << testing::PrintToString(name);
   }
@@ -326,10 +326,10 @@ TEST_F(HostPortTest, EveryAllocationMayFail) {
     });
     if (error != 0) {
       EXPECT_EQ(error, -EIO);
-      run_idle();
-      EXPECT_EQ(client.log, Log{});
       while (accept_peer(listener_.get())) {
       }
+      run_idle();
+      EXPECT_EQ(client.log, Log{});
       return;
     }
     greet();
@@ -371,12 +371,16 @@ TEST_F(HostPortTest, EveryAllocationMayFail) {
   });
 }
 
-TEST_F(HostPortTest, ForkedChildLeavesTheConnectionToItsParent) {
+void log_event(const char *, bundle_h, void *log) {
+  static_cast<std::vector<std::string> *>(log)->push_back("event");
+}
+
+TEST_F(HostPortTest, ForkedChildLeavesToItsParentWhatItInherits) {
   Client client;
   open(client);
   event_handler_h handler = nullptr;
-  const auto on_event = [](const char *, bundle_h, void *) {};
-  ASSERT_EQ(event_add_event_handler("a", on_event, nullptr, &handler), 0);
+  ASSERT_EQ(event_add_event_handler("a", log_event, &client.log, &handler), 0);
+  publish_event("a", EventBundle());
   const rpc_port_h main = client.port(0);
   const pid_t child = fork();
   if (child == 0) {
@@ -390,15 +394,13 @@ TEST_F(HostPortTest, ForkedChildLeavesTheConnectionToItsParent) {
   int status = -1;
   ASSERT_EQ(waitpid(child, &status, 0), child);
   EXPECT_EQ(status, 0);
-  EXPECT_EQ(Client::send(main, "parent"), 0);
-  std::string text;
-  put(peers_[0], text_frame("reply"));
-  EXPECT_EQ(Client::read(main, &text), 0);
   EXPECT_EQ(publish_event("a", EventBundle()).reached, 1U);
-  event_remove_event_handler(handler);
-  peers_[1].reset();
   run_idle();
-  EXPECT_EQ(client.log, (Log{"connected", "disconnected"}));
+  put(peers_[0], text_frame("reply"));
+  EXPECT_EQ(Client::send(main, "parent"), 0);
+  EXPECT_EQ(Client::read(main), 0);
+  event_remove_event_handler(handler);
+  EXPECT_EQ(client.log, (Log{"connected", "event", "event"}));
 }
 
 class HostServerTest : public HostTest {
@@ -499,29 +501,16 @@ TEST_F(HostServerTest, DropsAFaultyClientOnceAfterItsParcels) {
 }
 
 TEST_F(HostServerTest, EventsBeforeADropAreDeliveredBeforeIt) {
-  struct Subscriber {
-    Log &log;
-    std::function<void()> then;
-
-    static void on_event(const char *, bundle_h, void *user_data) {
-      auto &self = *static_cast<Subscriber *>(user_data);
-      self.log.push_back("event");
-      if (const auto then = std::exchange(self.then, nullptr)) then();
-    }
-  };
   Client client;
   ASSERT_EQ(client.connect(), 0);
   run_idle();
-  Subscriber subscriber{client.log, [this] {
-                          for (int i = 0; i < 3; ++i) publish_event("a", EventBundle());
-                          server_.disconnect(last_);
-                        }};
   event_handler_h handler = nullptr;
-  ASSERT_EQ(event_add_event_handler("a", Subscriber::on_event, &subscriber, &handler), 0);
-  publish_event("a", EventBundle());
+  ASSERT_EQ(event_add_event_handler("a", log_event, &client.log, &handler), 0);
+  for (int i = 0; i < 2; ++i) publish_event("a", EventBundle());
+  server_.disconnect(last_);
   run_idle();
   event_remove_event_handler(handler);
-  EXPECT_EQ(client.log, (Log{"connected", "event", "event", "event", "event", "disconnected"}));
+  EXPECT_EQ(client.log, (Log{"connected", "event", "event", "disconnected"}));
 }
 
 /** Connects as another user; what connects of the platform itself would see that it must not. */
