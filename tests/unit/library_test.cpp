@@ -1,5 +1,6 @@
 #include "library_test.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <utility>
 
@@ -210,3 +211,8 @@ const std::vector<ApiCall> kApiCalls = {
     REQUEST(ai_request_to_uninstall, kBoth, (in.models, out.callback, nullptr)),
     REQUEST(ai_register_status_cb, kOther, (out.callback, nullptr)),
     REQUEST(ai_deregister_status_cb, kNeither, ())};
+
+const ApiCall &find_call(const std::string &name) {
+  const auto has_name = [&](const ApiCall &function) { return function.name == name; };
+  return *std::find_if(kApiCalls.begin(), kApiCalls.end(), has_name);
+}

@@ -38,7 +38,6 @@ class LibraryTest : public ::testing::Test {
   void connect();
   /** Answers the last request of a kind that was sent. */
   void answer(int kind, const Parcel &payload);
-  std::string last_heard() const { return heard.empty() ? "nothing" : heard.back(); }
   /** A folder of the test's own. */
   std::filesystem::path directory();
 
@@ -104,6 +103,7 @@ struct ApiCall {
   int (*call)(Handles &in, Others &out);
 };
 extern const std::vector<ApiCall> kApiCalls;
+const ApiCall &find_call(const std::string &name);
 
 /** What the platform's log holds since the last look; what the application has heard. */
 #define EXPECT_LOG(expected) EXPECT_EQ(std::string(expected), platform.take_log())

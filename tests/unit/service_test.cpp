@@ -17,20 +17,14 @@ class ServiceTest : public LibraryTest {
   struct Function {
     std::string name;
     Parcel request;
-    std::function<int(Others &)> call;
+    int call(Handles &in, Others &out) const {
+      return find_call("korvane_svcmgr_" + name).call(in, out);
+    }
   };
-  const Function kLevel{"get_agent_api_level", {2}, [](Others &out) {
-                          return korvane_svcmgr_get_agent_api_level(&out.number);
-                        }};
-  const Function kLicense{"get_license_fulltext", {3}, [](Others &out) {
-                            return korvane_svcmgr_get_license_fulltext(&out.text);
-                          }};
-  const Function kUpdate{
-      "request_update", {4}, [](Others &) { return korvane_svcmgr_request_update(); }};
-  const Function kListed{
-      "request_update_with_list", {10, Count{1}, "agent.one", 1}, [this](Others &) {
-        return korvane_svcmgr_request_update_with_list(handles.agents, nullptr);
-      }};
+  const Function kLevel{"get_agent_api_level", {2}};
+  const Function kLicense{"get_license_fulltext", {3}};
+  const Function kUpdate{"request_update", {4}};
+  const Function kListed{"request_update_with_list", {10, Count{1}, "agent.one", 1}};
   Handles handles{true};
 };
 
@@ -66,7 +60,7 @@ TEST_F(ServiceTest, Answers) {
       platform.main_port.incoming = {{0, reply}};
     };
     Others out;
-    EXPECT_EQ(code, function.call(out)) << function.name;
+    EXPECT_EQ(code, function.call(handles, out)) << function.name;
     EXPECT_LOG_HAS(line.empty() ? "" : function.name + ": " + line + "|");
     const std::string given = out.text ? out.text : std::to_string(out.number);
     EXPECT_TRUE(handed_out.empty() ? out.untouched() : given == handed_out) << given;
@@ -102,15 +96,16 @@ TEST_F(ServiceTest, Failures) {
   EXPECT_TRUE(UpdateObserver().IsIdle()) << "nothing was requested";
   start_connecting();
   Others out;
-  EXPECT_EQ(-107, kLicense.call(out)) << "not connected yet";
+  EXPECT_EQ(-107, kLicense.call(handles, out)) << "not connected yet";
   EXPECT_LOG_HAS("|I korvane_svcmgr_get_license_fulltext: not initialized|");
   all_fail(-38, "P request_update: Not connected|E request_update: PROXY EXCEPTION!!!|");
   EXPECT_FALSE(UpdateObserver().IsIdle());
   platform.report_connected();
   all_fail(-38, "P request_update: Invalid protocol|E request_update: PROXY EXCEPTION!!!|");
   platform.on_send = [this] { platform.main_port.incoming = {{0}}; };
-  EXPECT_EQ(SVCMGR_ERROR_INVALID_API_LEVEL, kLevel.call(out)) << "an answer without a number";
-  EXPECT_EQ(-107, kUpdate.call(out));
+  EXPECT_EQ(SVCMGR_ERROR_INVALID_API_LEVEL, kLevel.call(handles, out))
+      << "an answer without a number";
+  EXPECT_EQ(-107, kUpdate.call(handles, out));
   EXPECT_TRUE(out.untouched());
   for (const std::string function : {"rpc_port_parcel_send", "rpc_port_parcel_create"}) {
     platform.failures[function] = -9;
