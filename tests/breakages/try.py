@@ -13,7 +13,7 @@ without any it is taken out. All stands for the file that was named last.
 
 The tree is copied to build/break, built there with AddressSanitizer and
 UndefinedBehaviorSanitizer, and broken there. What breaks the library is tried with its unit
-tests, what breaks the workstation platform or the emulator with all tests.
+tests, what breaks the workstation platform or the emulator with the integration tests.
 """
 
 import argparse
@@ -21,6 +21,7 @@ import os
 import pathlib
 import re
 import shutil
+import signal
 import subprocess
 import sys
 import time
@@ -31,10 +32,16 @@ WORK = ROOT / "build" / "break"
 TREE = WORK / "tree"
 BUILD = WORK / "build"
 
-BUILD_LIMIT = 900
-UNIT_PROGRAMS = ["svcmgr_unit_tests", "svcmgr_memory_tests"]
-UNIT_LIMIT = 30
-ALL_LIMIT = 600
+# The tests that are to notice what is broken in a folder, as programs with their arguments, and the
+# time limit of each in seconds. The long ones come last.
+INTEGRATION = [["integration/svcmgr_integration_tests", "--gtest_filter=-FaultsTest.*"],
+               ["integration/svcmgr_integration_tests", "--gtest_filter=FaultsTest.*"]]
+TESTS = {
+    "src": ([["unit/svcmgr_unit_tests"], ["unit/svcmgr_memory_tests"]], 30),
+    "host": ([["integration/host_integration_tests"], *INTEGRATION], 400),
+    "emulator": (INTEGRATION, 400),
+}
+BUILD_LIMIT = 1200
 
 KILLED, ALIVE, NO_BUILD = "killed", "ALIVE", "does not build"
 
@@ -43,6 +50,9 @@ class Breakage:
     def __init__(self, file, why, origin):
         self.file, self.why, self.origin = file, why, origin
         self.old, self.new = [], []
+
+    def folder(self):
+        return self.file.split("/", 1)[0]
 
     def title(self):
         return f"{self.file}: {self.why}"
@@ -94,36 +104,32 @@ def copy_tree():
             path.unlink()
 
 
-def run(command, limit, cwd=None):
+def run(command, limit):
     """Whether it ended well in time, and what it printed; nothing it started outlives it."""
-    with subprocess.Popen(command, cwd=cwd, text=True, errors="replace", start_new_session=True,
+    with subprocess.Popen(command, text=True, errors="replace", start_new_session=True,
                           stdout=subprocess.PIPE, stderr=subprocess.STDOUT) as process:
         try:
             output, _ = process.communicate(timeout=limit)
+            in_time = True
         except subprocess.TimeoutExpired:
-            os.killpg(process.pid, 9)
+            os.killpg(process.pid, signal.SIGKILL)
             output, _ = process.communicate()
-            return False, output + "\n(time limit)"
-    return process.returncode == 0, output
+            output, in_time = output + "\n(time limit)", False
+    return in_time and process.returncode == 0, output
 
 
-def build(targets):
-    command = ["cmake", "--build", BUILD]
-    for target in targets:
-        command += ["--target", target]
-    return run(command, BUILD_LIMIT)
+def build(folder):
+    tests, _ = TESTS[folder]
+    targets = [argument for program, *_ in tests
+               for argument in ("--target", pathlib.Path(program).name)]
+    return run(["cmake", "--build", BUILD, *targets], BUILD_LIMIT)
 
 
-def targets_for(file):
-    return UNIT_PROGRAMS if file.startswith("src/") else ["all"]
-
-
-def run_tests(file):
-    if not file.startswith("src/"):
-        return run(["ctest", "--stop-on-failure", "--timeout", "60", "-j", str(os.cpu_count())],
-                   ALL_LIMIT, BUILD)
-    for program in UNIT_PROGRAMS:
-        passed, output = run([BUILD / "tests" / "unit" / program, "--gtest_brief=1"], UNIT_LIMIT)
+def run_tests(folder):
+    tests, limit = TESTS[folder]
+    for program, *arguments in tests:
+        command = [BUILD / "tests" / program, "--gtest_brief=1", "--gtest_fail_fast", *arguments]
+        passed, output = run(command, limit)
         if not passed:
             return passed, output
     return True, ""
@@ -131,11 +137,9 @@ def run_tests(file):
 
 def noticed_by(output):
     names = re.findall(r"^\[  FAILED  \] (\w+\.\w+)", output, re.MULTILINE)
-    names += re.findall(r"^\s+\d+ - (\S+) \(", output, re.MULTILINE)
     if not names:
         names = ["a time limit" if "(time limit)" in output else "a crash"]
-    names = list(dict.fromkeys(names))
-    return ", ".join(names[:3]) + (f" and {len(names) - 3} more" if len(names) > 3 else "")
+    return ", ".join(dict.fromkeys(names))
 
 
 def try_breakage(breakage):
@@ -143,10 +147,10 @@ def try_breakage(breakage):
     sound = path.read_text()
     path.write_text(breakage.apply_to(sound))
     try:
-        built, _ = build(targets_for(breakage.file))
+        built, _ = build(breakage.folder())
         if not built:
             return NO_BUILD, ""
-        passed, output = run_tests(breakage.file)
+        passed, output = run_tests(breakage.folder())
         return (ALIVE, "") if passed else (KILLED, noticed_by(output))
     finally:
         path.write_text(sound)
@@ -160,9 +164,9 @@ def prepare(breakages):
                              BUILD_LIMIT)
     if not configured:
         sys.exit(output)
-    for file in {min(b.file for b in breakages), max(b.file for b in breakages)}:
-        built, output = build(targets_for(file))
-        passed, output = run_tests(file) if built else (False, output)
+    for folder in sorted({b.folder() for b in breakages}):
+        built, output = build(folder)
+        passed, output = run_tests(folder) if built else (False, output)
         if not passed:
             sys.exit(f"{output}\nthe tests fail before anything is broken")
 
