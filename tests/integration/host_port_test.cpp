@@ -317,6 +317,14 @@ TEST_F(HostPortTest, LongestFrameIsSentAndNoLongerOne) {
   EXPECT_EQ(received.get(), kMaxFrameSize);
 }
 
+TEST_F(HostPortTest, NoSocketTakesThePlaceOfAStandardStream) {
+  const UniqueFd standard_input(dup(STDIN_FILENO));
+  close(STDIN_FILENO);
+  EXPECT_GT(connect_to(socket_path()).get(), STDERR_FILENO);
+  EXPECT_GT(accept_peer(listener_.get()).get(), STDERR_FILENO);
+  dup2(standard_input.get(), STDIN_FILENO);
+}
+
 TEST_F(HostPortTest, EveryAllocationMayFail) {
   ScarceMemory::tell([this] {
     Client client;
