@@ -14,7 +14,7 @@
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
   static const std::string folder = fuzz::scratch_folder();
   static const std::string file = folder + "/file";
-  platform().forget();
+  platform.forget();
   const int descriptor = open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
   fuzz::require(write(descriptor, data, size) == static_cast<ssize_t>(size));
   close(descriptor);

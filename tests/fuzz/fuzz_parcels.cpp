@@ -2,7 +2,7 @@
 #include <cstdlib>
 
 #include "fuzz_support.h"
-#include "korvane_svcmgr.h"
+#include "korvane_svcmgr.hpp"
 #include "scripted_platform.h"
 
 namespace {
@@ -14,16 +14,10 @@ int open_answers = 0;
 
 void on_connection(int, korvane_svcmgr_connection_state_e, void *) {}
 
-void on_models(int, korvane_svcmgr_ai_model_list_h list, void *) {
+void on_models(int, korvane_svcmgr_ai_model_list_h handle, void *) noexcept {
   ++open_answers;
-  int size = -1;
-  fuzz::require(korvane_svcmgr_ai_model_list_get_size(list, &size) == SVCMGR_ERROR_NONE);
-  for (int i = 0; i < size; ++i) {
-    korvane_svcmgr_ai_model_info_h info = nullptr;
-    fuzz::require(korvane_svcmgr_ai_model_list_get(list, i, &info) == SVCMGR_ERROR_NONE);
-    korvane_svcmgr_ai_model_info_destroy(info);
-  }
-  korvane_svcmgr_ai_model_list_destroy(list);
+  const korvane::svcmgr::ModelList models(handle);
+  for (int i = 0; i < models.size(); ++i) models.at(i);
 }
 
 void on_progress(int, korvane_svcmgr_ai_progress_h progress, void *) {
@@ -53,14 +47,12 @@ Parcel take_parcel(fuzz::Input &input) {
 
 void call_synchronously(const Parcel &result) {
   int level = 0;
-  platform().main_port.incoming = {result};
-  korvane_svcmgr_get_agent_api_level(&level);
   char *license = nullptr;
-  platform().main_port.incoming = {result};
+  platform.main_port.incoming = {result, result, result};
+  korvane_svcmgr_get_agent_api_level(&level);
   korvane_svcmgr_get_license_fulltext(&license);
-  std::free(license);
-  platform().main_port.incoming = {result};
   korvane_svcmgr_request_update();
+  std::free(license);
 }
 
 /** The parcel as an answer to a request, so that it is decoded. */
@@ -73,29 +65,26 @@ Parcel addressed(const Parcel &request, const Parcel &payload) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
-  platform().forget();
+  platform.forget();
   korvane_svcmgr_connect(on_connection, nullptr);
-  platform().report_connected();
+  platform.report_connected();
   korvane_svcmgr_ai_request_usable_model_list(on_models, nullptr);
-  korvane_svcmgr_ai_model_list_h models = nullptr;
-  korvane_svcmgr_ai_model_list_create(&models);
-  korvane_svcmgr_ai_request_to_update(models, on_progress, nullptr);
-  korvane_svcmgr_ai_model_list_destroy(models);
-  const std::vector<Parcel> requests = platform().sent;
+  korvane_svcmgr_ai_request_to_update(korvane::svcmgr::ModelList().get(), on_progress, nullptr);
+  const std::vector<Parcel> requests = platform.sent;
   fuzz::require(requests.size() == 2);
 
   fuzz::Input input(data, size);
   for (int count = 0; count < kMostParcels && !input.empty(); ++count) {
     const Parcel parcel = take_parcel(input);
     call_synchronously(parcel);
-    platform().deliver(parcel);
-    for (const Parcel &request : requests) platform().deliver(addressed(request, parcel));
+    platform.deliver(parcel);
+    for (const Parcel &request : requests) platform.deliver(addressed(request, parcel));
   }
   fuzz::require(size == 0 || open_answers > 0);
-  platform().report_disconnected();
+  platform.report_disconnected();
   korvane_svcmgr_connect(on_connection, nullptr);
-  platform().report_connected();
+  platform.report_connected();
   korvane_svcmgr_disconnect();
-  fuzz::require(platform().violations.empty() && platform().proxies.empty());
+  fuzz::require(platform.proxies.empty());
   return 0;
 }

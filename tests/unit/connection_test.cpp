@@ -20,7 +20,7 @@ class ConnectionTest : public LibraryTest {
   static void on_event(int result, korvane_svcmgr_connection_state_e state, void *test) {
     const bool connected = state == SVCMGR_CONNECTION_CONNECTED;
     EXPECT_EQ(connected, is_connected()) << "known before it is told";
-    EXPECT_TRUE(!connected || ::platform().calls["event_add_event_handler"] > 0) << "watched, too";
+    EXPECT_TRUE(!connected || platform.calls["event_add_event_handler"] > 0) << "watched, too";
     EXPECT_EQ(state == SVCMGR_CONNECTION_REJECTED ? -13 : 0, result);
     constexpr const char *names[] = {"connected", "lost", "rejected"};
     hear(test, names[state]);
@@ -39,8 +39,8 @@ class ConnectionTest : public LibraryTest {
   /** The state of the connection and what is known of updates. */
   static std::string state() {
     const UpdateObserver observer;
-    std::string text = ::platform().proxies.empty() ? "none" : is_connected() ? "up" : "down";
-    if (!::platform().subscriptions.empty()) text += " watched";
+    std::string text = platform.proxies.empty() ? "none" : is_connected() ? "up" : "down";
+    if (!platform.subscriptions.empty()) text += " watched";
     if (observer.IsIdle()) text += " idle";
     if (observer.IsSvcmgrUpdatePrepared()) text += " prepared";
     if (observer.IsReconnectingAfterSvcmgrUpdate()) text += " relaunched";
@@ -173,7 +173,7 @@ TEST_F(ConnectionTest, ServiceApiLevelOfVersions) {
 }
 
 TEST_F(ConnectionTest, VersionGates) {
-  Handles no_handles(false);
+  Handles no_handles(nullptr);
   Others no_others(false);
   const std::pair<std::optional<std::string>, int> rows[] = {
       {"2.3", 11}, {"2.2", 8}, {"1.7", 8}, {"1.6", -1}, {std::nullopt, -1}};

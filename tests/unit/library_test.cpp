@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <utility>
 
+#include "SvcMgrAppProxyHandler.h"
 #include "UpdateObserver.h"
 
 LibraryTest::~LibraryTest() {
@@ -39,19 +40,16 @@ void LibraryTest::on_model_status(int result, korvane_svcmgr_ai_state_e state, v
 
 void LibraryTest::on_models(int result, korvane_svcmgr_ai_model_list_h list, void *test) {
   const AllocationScope library(false);
-  hear(test, "models " + std::to_string(result) + " " + (list ? describe(list) : "null"));
-  korvane_svcmgr_ai_model_list_destroy(list);
+  hear(test,
+       "models " + std::to_string(result) + " " + (list ? describe(ModelList(list)) : "null"));
 }
 
-void LibraryTest::on_progress(int result, korvane_svcmgr_ai_progress_h progress, void *test) {
+void LibraryTest::on_progress(int result, korvane_svcmgr_ai_progress_h handle, void *test) {
   const AllocationScope library(false);
-  int state = -77, index = -77, count = -77, percentage = -77;
-  korvane_svcmgr_ai_progress_get_state(progress, &state);
-  korvane_svcmgr_ai_progress_get_index(progress, &index);
-  korvane_svcmgr_ai_progress_get_count(progress, &count);
-  korvane_svcmgr_ai_progress_get_percentage(progress, &percentage);
-  korvane_svcmgr_ai_progress_destroy(progress);
-  hear(test, "progress", {result, state, index, count, percentage});
+  const Progress progress(handle);
+  if (!progress) return hear(test, "progress null", {result});
+  hear(test, "progress",
+       {result, progress.state(), progress.index(), progress.count(), progress.percentage()});
 }
 
 void LibraryTest::connect() {
@@ -74,38 +72,30 @@ void LibraryTest::answer(int kind, const Parcel &payload) {
 void LibraryTest::TearDown() {
   platform.repair();
   platform.on_send = nullptr;
-  korvane_svcmgr_disconnect();
-  korvane_svcmgr_connect(Callback(), nullptr);
-  platform.report_connected();
-  korvane_svcmgr_disconnect();
+  SvcMgrAppProxyHandler::GetInstance().Disconnect();
   korvane_svcmgr_unset_update_status_cb();
   korvane_svcmgr_ai_deregister_status_cb();
   UpdateObserver().FinishUpdate();
   EXPECT_TRUE(platform.proxies.empty());
-  EXPECT_EQ(Texts(), platform.violations);
 }
 
-Handles::Handles(bool filled) {
-  if (!filled) return;
-  EXPECT_EQ(0, korvane_svcmgr_agent_list_create(&agents));
-  EXPECT_EQ(0, korvane_svcmgr_agent_list_add(agents, "agent.one"));
-  EXPECT_EQ(0, korvane_svcmgr_ai_model_list_create(&models));
-  EXPECT_EQ(0, korvane_svcmgr_ai_progress_create(&progress));
+Handles::Handles() {
+  agents.add("agent.one");
   add_model({"m1", "1.0", "Title", "Description"});
-  EXPECT_EQ(0, korvane_svcmgr_ai_model_list_get(models, 0, &info));
+  info = models.at(0);
 }
 
 void Handles::add_model(const std::vector<const char *> &texts) {
-  Handles model(false);
-  EXPECT_EQ(0, korvane_svcmgr_ai_model_info_create(&model.info));
-  korvane_svcmgr_ai_model_info_set_id(model.info, texts[0]);
-  korvane_svcmgr_ai_model_info_set_version(model.info, texts[1]);
-  korvane_svcmgr_ai_model_info_set_title(model.info, texts[2]);
-  korvane_svcmgr_ai_model_info_set_description(model.info, texts[3]);
-  EXPECT_EQ(0, korvane_svcmgr_ai_model_list_add(models, model.info));
+  ModelInfo model;
+  if (texts[0] != nullptr) model.set_id(texts[0]);
+  if (texts[1] != nullptr) model.set_version(texts[1]);
+  if (texts[2] != nullptr) model.set_title(texts[2]);
+  if (texts[3] != nullptr) model.set_description(texts[3]);
+  models.add(model);
 }
 
-Handles::~Handles() {
+Others::~Others() {
+  std::free(text);
   korvane_svcmgr_agent_list_destroy(agents);
   korvane_svcmgr_ai_model_info_destroy(info);
   korvane_svcmgr_ai_model_list_destroy(models);
@@ -113,104 +103,89 @@ Handles::~Handles() {
 }
 
 bool Others::untouched() const {
-  const bool nothing_made = !made.agents && !made.info && !made.models && !made.progress;
-  return number == -77 && !truth && !text && nothing_made;
+  return number == -77 && !truth && !text && !agents && !info && !models && !progress;
 }
 
-std::string describe(korvane_svcmgr_ai_model_info_h info) {
+std::string describe(const ModelInfo &info) {
   std::string texts;
-  for (const auto get :
-       {korvane_svcmgr_ai_model_info_get_id, korvane_svcmgr_ai_model_info_get_version,
-        korvane_svcmgr_ai_model_info_get_title, korvane_svcmgr_ai_model_info_get_description}) {
-    char *text = nullptr;
-    const int error = get(info, &text);
-    texts += (texts.empty() ? "" : "|") + (text ? std::string(text) : std::to_string(error));
-    std::free(text);
+  for (const auto &text : {info.id(), info.version(), info.title(), info.description()}) {
+    texts += (texts.empty() ? "" : "|") + text.value_or("unset");
   }
   return texts;
 }
 
-std::string describe(korvane_svcmgr_ai_model_list_h list) {
-  int size = 0;
-  EXPECT_EQ(0, korvane_svcmgr_ai_model_list_get_size(list, &size));
-  std::string entries = std::to_string(size);
-  for (int index = 0; index < size; ++index) {
-    Handles copy(false);
-    EXPECT_EQ(0, korvane_svcmgr_ai_model_list_get(list, index, &copy.info));
-    entries += " [" + describe(copy.info) + "]";
-  }
+std::string describe(const ModelList &list) {
+  std::string entries = std::to_string(list.size());
+  for (const ModelInfo &info : list) entries += " [" + describe(info) + "]";
   return entries;
 }
 
 // The table of the exported functions: how each logs its entry, complains of a missing pointer, and
 // is called.
-#define FUNCTION(function, level, message, null_text, takes, arguments)  \
+#define FUNCTION(function, level, message, null_text, arguments)         \
   {                                                                      \
-    "korvane_svcmgr_" #function, level, message, null_text, takes,       \
+    "korvane_svcmgr_" #function, level, message, null_text, #arguments,  \
         []([[maybe_unused]] Handles &in, [[maybe_unused]] Others &out) { \
           return korvane_svcmgr_##function arguments;                    \
         }                                                                \
   }
-#define AT_DEBUG(function, null_text, takes, arguments) \
-  FUNCTION(function, "D ", "korvane_svcmgr_" #function, null_text, takes, arguments)
-#define AT_INFO(function, takes, arguments) \
-  FUNCTION(function, "I ", "korvane_svcmgr_" #function, kLoud, takes, arguments)
-#define REQUEST(function, takes, arguments) \
-  FUNCTION(function, "I ", "__ korvane_svcmgr_" #function " __", kPlain, takes, arguments)
-#define CREATE_AND_DESTROY(object, member)                     \
-  AT_INFO(object##_create, kOther, (out.to(out.made.member))), \
-      AT_INFO(object##_destroy, kHandle, (in.member))
-#define TEXT_FIELD(field)                                                     \
-  AT_DEBUG(ai_model_info_set_##field, kQuiet, kBoth, (in.info, out.text_in)), \
-      AT_DEBUG(ai_model_info_get_##field, kQuiet, kBoth, (in.info, out.to(out.text)))
-#define NUMBER_FIELD(field, value)                                            \
-  FUNCTION(ai_progress_set_##field, "D ", "set [" #value "]", kLoud, kHandle, \
-           (in.progress, value)),                                             \
-      AT_DEBUG(ai_progress_get_##field, kLoud, kBoth, (in.progress, out.to(out.number)))
+#define AT_DEBUG(function, null_text, arguments) \
+  FUNCTION(function, "D ", "korvane_svcmgr_" #function, null_text, arguments)
+#define AT_INFO(function, arguments) \
+  FUNCTION(function, "I ", "korvane_svcmgr_" #function, kLoud, arguments)
+#define REQUEST(function, arguments) \
+  FUNCTION(function, "I ", "__ korvane_svcmgr_" #function " __", kPlain, arguments)
+#define CREATE_AND_DESTROY(object, member) \
+  AT_INFO(object##_create, (out.to(out.member))), AT_INFO(object##_destroy, (in.member.get()))
+#define TEXT_FIELD(field)                                                    \
+  AT_DEBUG(ai_model_info_set_##field, kQuiet, (in.info.get(), out.text_in)), \
+      AT_DEBUG(ai_model_info_get_##field, kQuiet, (in.info.get(), out.to(out.text)))
+#define NUMBER_FIELD(field, value)                                                                \
+  FUNCTION(ai_progress_set_##field, "D ", "set [" #value "]", kLoud, (in.progress.get(), value)), \
+      AT_DEBUG(ai_progress_get_##field, kLoud, (in.progress.get(), out.to(out.number)))
 
 constexpr const char *kPlain = "parameter is NULL!!";
 constexpr const char *kQuiet = "Invalid parameter";
 constexpr const char *kLoud = "Invalid parameter!!";
 
 const std::vector<ApiCall> kApiCalls = {
-    AT_DEBUG(connect, kPlain, kOther, (out.callback, nullptr)),
-    AT_DEBUG(disconnect, kPlain, kNeither, ()),
-    AT_DEBUG(get_client_api_level, kPlain, kOther, (out.to(out.number))),
-    AT_DEBUG(get_agent_api_level, kPlain, kOther, (out.to(out.number))),
-    AT_DEBUG(get_license_fulltext, kPlain, kOther, (out.to(out.text))),
-    AT_DEBUG(request_update, kPlain, kNeither, ()),
-    AT_DEBUG(request_update_with_list, kPlain, kHandle, (in.agents, nullptr)),
-    AT_DEBUG(set_update_status_cb, kPlain, kOther, (out.callback, nullptr)),
-    AT_DEBUG(unset_update_status_cb, kPlain, kNeither, ()),
-    AT_DEBUG(is_being_updated, kPlain, kOther, (out.to(out.truth))),
+    AT_DEBUG(connect, kPlain, (out.callback, nullptr)),
+    AT_DEBUG(disconnect, kPlain, ()),
+    AT_DEBUG(get_client_api_level, kPlain, (out.to(out.number))),
+    AT_DEBUG(get_agent_api_level, kPlain, (out.to(out.number))),
+    AT_DEBUG(get_license_fulltext, kPlain, (out.to(out.text))),
+    AT_DEBUG(request_update, kPlain, ()),
+    AT_DEBUG(request_update_with_list, kPlain, (in.agents.get(), nullptr)),
+    AT_DEBUG(set_update_status_cb, kPlain, (out.callback, nullptr)),
+    AT_DEBUG(unset_update_status_cb, kPlain, ()),
+    AT_DEBUG(is_being_updated, kPlain, (out.to(out.truth))),
     CREATE_AND_DESTROY(agent_list, agents),
     CREATE_AND_DESTROY(ai_model_info, info),
     CREATE_AND_DESTROY(ai_model_list, models),
-    AT_DEBUG(agent_list_get_size, kQuiet, kBoth, (in.agents, out.to(out.number))),
-    AT_DEBUG(agent_list_add, kLoud, kBoth, (in.agents, out.text_in)),
-    AT_DEBUG(agent_list_get, kLoud, kBoth, (in.agents, 0, out.to(out.text))),
+    AT_DEBUG(agent_list_get_size, kQuiet, (in.agents.get(), out.to(out.number))),
+    AT_DEBUG(agent_list_add, kLoud, (in.agents.get(), out.text_in)),
+    AT_DEBUG(agent_list_get, kLoud, (in.agents.get(), 0, out.to(out.text))),
     TEXT_FIELD(id),
     TEXT_FIELD(version),
     TEXT_FIELD(title),
     TEXT_FIELD(description),
-    AT_DEBUG(ai_model_list_get_size, kQuiet, kBoth, (in.models, out.to(out.number))),
-    AT_DEBUG(ai_model_list_add, kLoud, kHandle, (in.models, in.info)),
-    AT_DEBUG(ai_model_list_get, kLoud, kBoth, (in.models, 0, out.to(out.made.info))),
-    FUNCTION(ai_progress_create, "D ", "create progress", kLoud, kOther,
-             (out.to(out.made.progress))),
-    FUNCTION(ai_progress_destroy, "D ", "destroy progress", kLoud, kHandle, (in.progress)),
+    AT_DEBUG(ai_model_list_get_size, kQuiet, (in.models.get(), out.to(out.number))),
+    AT_DEBUG(ai_model_list_add, kLoud, (in.models.get(), in.info.get())),
+    AT_DEBUG(ai_model_list_get, kLoud, (in.models.get(), 0, out.to(out.info))),
+    FUNCTION(ai_progress_create, "D ", "create progress", kLoud, (out.to(out.progress))),
+    FUNCTION(ai_progress_destroy, "D ", "destroy progress", kLoud, (in.progress.get())),
     NUMBER_FIELD(state, 150),
     NUMBER_FIELD(index, -1),
     NUMBER_FIELD(count, 2),
     NUMBER_FIELD(percentage, 101),
-    REQUEST(ai_request_usable_model_list, kOther, (out.callback, nullptr)),
-    REQUEST(ai_request_usable_model_list_with_description, kOther, (out.callback, nullptr)),
-    REQUEST(ai_request_usable_model_list_with_category, kOther, (out.callback, "vision", nullptr)),
-    REQUEST(ai_request_model_version_list, kBoth, (in.info, out.callback, nullptr)),
-    REQUEST(ai_request_to_update, kBoth, (in.models, out.callback, nullptr)),
-    REQUEST(ai_request_to_uninstall, kBoth, (in.models, out.callback, nullptr)),
-    REQUEST(ai_register_status_cb, kOther, (out.callback, nullptr)),
-    REQUEST(ai_deregister_status_cb, kNeither, ())};
+    REQUEST(ai_request_usable_model_list, (out.callback, nullptr)),
+    REQUEST(ai_request_usable_model_list_with_description, (out.callback, nullptr)),
+    REQUEST(ai_request_usable_model_list_with_category, (out.callback, "vision", nullptr)),
+    REQUEST(ai_request_model_version_list, (in.info.get(), out.callback, nullptr)),
+    REQUEST(ai_request_to_update, (in.models.get(), out.callback, nullptr)),
+    REQUEST(ai_request_to_uninstall, (in.models.get(), out.callback, nullptr)),
+    REQUEST(ai_register_status_cb, (out.callback, nullptr)),
+    REQUEST(ai_deregister_status_cb, ())};
 
 const ApiCall &find_call(const std::string &name) {
   const auto has_name = [&](const ApiCall &function) { return function.name == name; };

@@ -12,8 +12,13 @@
 #include <string>
 #include <vector>
 
-#include "korvane_svcmgr.h"
+#include "korvane_svcmgr.hpp"
 #include "scripted_platform.h"
+
+using korvane::svcmgr::AgentList;
+using korvane::svcmgr::ModelInfo;
+using korvane::svcmgr::ModelList;
+using korvane::svcmgr::Progress;
 
 /** A callback of any type that does nothing, or a null one. */
 struct Callback {
@@ -49,7 +54,6 @@ class LibraryTest : public ::testing::Test {
   static void on_progress(int result, korvane_svcmgr_ai_progress_h progress, void *test);
   static void hear(void *test, std::string text, std::initializer_list<int> values = {});
 
-  ScriptedPlatform &platform = ::platform();
   Texts heard;
   std::function<void()> reaction;
 
@@ -57,25 +61,23 @@ class LibraryTest : public ::testing::Test {
   std::filesystem::path directory_;
 };
 
-/** One of each public handle, or none; released at the end. */
+/** One of each public handle, or null pointers. */
 struct Handles {
-  explicit Handles(bool filled);
-  Handles(const Handles &) = delete;
-  Handles &operator=(const Handles &) = delete;
-  ~Handles();
+  Handles();
+  explicit Handles(std::nullptr_t none) : agents(none), info(none), models(none), progress(none) {}
   /** Appends a model with those texts that are not null to models. */
   void add_model(const std::vector<const char *> &texts);
 
-  korvane_svcmgr_agent_list_h agents = nullptr;     ///< "agent.one"
-  korvane_svcmgr_ai_model_info_h info = nullptr;    ///< "m1", "1.0", "Title", "Description"
-  korvane_svcmgr_ai_model_list_h models = nullptr;  ///< a copy of info
-  korvane_svcmgr_ai_progress_h progress = nullptr;
+  AgentList agents;  ///< "agent.one"
+  ModelInfo info;    ///< "m1", "1.0", "Title", "Description"
+  ModelList models;  ///< a copy of info
+  Progress progress;
 };
 
 /** The other arguments of calls, and what came out; or null pointers. */
 struct Others {
   explicit Others(bool all_given = true) : callback{all_given} {}
-  ~Others() { std::free(text); }
+  ~Others();
   template <typename Value>
   Value *to(Value &value) const {
     return callback.given ? &value : nullptr;
@@ -87,19 +89,24 @@ struct Others {
   int number = -77;
   bool truth = false;
   char *text = nullptr;
-  Handles made{false};
+  korvane_svcmgr_agent_list_h agents = nullptr;
+  korvane_svcmgr_ai_model_info_h info = nullptr;
+  korvane_svcmgr_ai_model_list_h models = nullptr;
+  korvane_svcmgr_ai_progress_h progress = nullptr;
 };
 
 /** An exported function, called with valid arguments. */
-enum Pointers { kNeither = 0, kHandle = 1, kOther = 2, kBoth = 3 };
 struct ApiCall {
   /** What it logs first. */
   std::string entry_line() const { return level + name + ": " + message + "|"; }
+  /** Whether one of the Handles, or of the Others, is among the arguments. */
+  bool takes_handle() const { return arguments.find("in.") + 1 > 0; }
+  bool takes_other() const { return arguments.find("out.") + 1 > 0; }
 
   std::string name;
   std::string level, message;  ///< of its entry log line
   std::string null_text;       ///< the message about a missing pointer
-  Pointers takes;              ///< those that must not be null
+  std::string arguments;       ///< as they are written
   int (*call)(Handles &in, Others &out);
 };
 extern const std::vector<ApiCall> kApiCalls;
@@ -110,9 +117,9 @@ const ApiCall &find_call(const std::string &name);
 #define EXPECT_LOG_HAS(part) EXPECT_THAT(platform.take_log(), ::testing::HasSubstr(part))
 #define EXPECT_HEARD(...) EXPECT_EQ((Texts{__VA_ARGS__}), std::exchange(heard, {}))
 
-/** The four texts of a model info, with "|" between them; a failed get shows as its code. */
-std::string describe(korvane_svcmgr_ai_model_info_h info);
+/** The four texts of a model, with "|" between them; "unset" for those without a value. */
+std::string describe(const ModelInfo &info);
 /** The number of entries of a list, and each entry in brackets. */
-std::string describe(korvane_svcmgr_ai_model_list_h list);
+std::string describe(const ModelList &list);
 
 #endif  // KORVANE_TESTS_UNIT_LIBRARY_TEST_H_

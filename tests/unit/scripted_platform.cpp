@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <type_traits>
 
@@ -16,11 +17,6 @@ struct rpc_port_proxy_s {
   std::pair<rpc_port_proxy_received_event_cb, void *> received;
 };
 
-struct rpc_port_parcel_s {
-  Parcel values;
-  std::size_t next = 0;
-};
-
 struct package_info_s : ScriptedPlatform::Package {};
 struct app_info_s : ScriptedPlatform::Package {};
 
@@ -29,14 +25,20 @@ namespace {
 constexpr int kNoSuchPackage = static_cast<int>(0xFEEB0071);
 constexpr int kFailed = -5;
 
+void require(bool held, const std::string &what) {
+  if (held) return;
+  std::fprintf(stderr, "the library breaks the contract of the platform: %s\n", what.c_str());
+  std::abort();
+}
+
 /** Runs what a platform function does, unless the test lets it fail. */
 template <typename Body>
 int scripted(const char *function, Body body) {
   const AllocationScope library(false);
-  const std::lock_guard<std::recursive_mutex> guard(platform().lock);
-  ++platform().calls[function];
-  const auto failure = platform().failures.find(function);
-  if (failure != platform().failures.end()) return failure->second;
+  const std::lock_guard<std::recursive_mutex> guard(platform.lock);
+  ++platform.calls[function];
+  const auto failure = platform.failures.find(function);
+  if (failure != platform.failures.end()) return failure->second;
   if constexpr (std::is_void_v<decltype(body())>) {
     body();
     return 0;
@@ -47,20 +49,15 @@ int scripted(const char *function, Body body) {
 
 /** Calls into the library; no exception may come out. */
 template <typename Callback, typename... Arguments>
-auto call_library(Callback callback, Arguments... arguments) {
+auto call_library(Callback callback, Arguments... arguments) noexcept {
   const AllocationScope library(true);
-  try {
-    return callback(arguments...);
-  } catch (...) {
-    platform().violations.emplace_back("an exception came out of a callback");
-  }
-  return decltype(callback(arguments...))();
+  return callback(arguments...);
 }
 
 template <typename Event, typename... Port>
 void report(Event event, Port... port) {
-  if (platform().proxies.empty()) return;
-  const auto [callback, user_data] = platform().proxies.back()->*event;
+  if (platform.proxies.empty()) return;
+  const auto [callback, user_data] = platform.proxies.back()->*event;
   if (callback != nullptr) call_library(callback, "endpoint", "port", port..., user_data);
 }
 
@@ -93,7 +90,7 @@ int give_text(const char *function, const std::optional<std::string> &value, cha
 template <typename Handle>
 int look_up(const char *function, const char *id, Handle *handle) {
   return scripted(function, [&] {
-    for (const auto &package : platform().packages) {
+    for (const auto &package : platform.packages) {
       if (package.id != id || !package.is_application) continue;
       *handle = new std::remove_pointer_t<Handle>{package};
       return 0;
@@ -116,11 +113,6 @@ const Value *find_in(bundle_h bundle, const char *key) {
 
 }  // namespace
 
-ScriptedPlatform &platform() {
-  static auto *instance = new ScriptedPlatform;
-  return *instance;
-}
-
 void ScriptedPlatform::reset() {
   app_id = "org.example.app";
   app_version = "1.2.3";
@@ -129,7 +121,6 @@ void ScriptedPlatform::reset() {
   main_port.incoming.clear();
   callback_port.incoming.clear();
   subscriptions.clear();
-  violations.clear();
   repair();
   forget();
 }
@@ -185,7 +176,7 @@ int dlog_print(int priority, const char *tag, const char *format, ...) {
       {"6 SERVICE_MANAGER_CLIENT \033[0;31m %s: %s(%d) > \033[0;m", "E "},
       {"6 RPC_PORT_PROXY %s: %s(%d) > ", "P "}};
   const AllocationScope library(false);
-  const std::lock_guard<std::recursive_mutex> guard(platform().lock);
+  const std::lock_guard<std::recursive_mutex> guard(platform.lock);
   const std::string form = std::to_string(priority) + " " + tag + " " + format;
   const std::size_t begin = form.find("> ") + 2;
   const std::size_t end = std::min(form.find("\033[0;m"), form.size());
@@ -200,23 +191,20 @@ int dlog_print(int priority, const char *tag, const char *format, ...) {
   va_end(values);
 
   const auto level = levels.find(form.substr(0, begin) + form.substr(end));
-  if (level == levels.end() || file.find('/') != std::string::npos) {
-    platform().violations.push_back(form);
-  } else {
-    platform().log += level->second + function + ": " + message + "|";
-  }
+  require(level != levels.end() && file.find('/') == std::string::npos, form);
+  platform.log += level->second + function + ": " + message + "|";
   return 0;
 }
 
 int rpc_port_proxy_create(rpc_port_proxy_h *proxy) {
   return scripted(__func__, [&] {
     *proxy = new rpc_port_proxy_s{};
-    platform().proxies.push_back(*proxy);
+    platform.proxies.push_back(*proxy);
   });
 }
 
 int rpc_port_proxy_destroy(rpc_port_proxy_h proxy) {
-  platform().proxies.remove(proxy);
+  platform.proxies.remove(proxy);
   return destroy(__func__, proxy);
 }
 
@@ -233,19 +221,19 @@ SCRIPTED_EVENT(received)
 int rpc_port_proxy_connect(rpc_port_proxy_h, const char *app_id, const char *port_name) {
   return scripted(__func__, [&] {
     const std::string target = std::string(app_id) + " " + port_name;
-    if (target != SVCMGR_APP_ID " SvcMgrAppPort") platform().violations.push_back(target);
+    require(target == SVCMGR_APP_ID " SvcMgrAppPort", target);
   });
 }
 
 int rpc_port_proxy_connect_sync(rpc_port_proxy_h proxy, const char *app_id, const char *port_name) {
   const int error = rpc_port_proxy_connect(proxy, app_id, port_name);
-  if (error == 0) platform().report_connected();
+  if (error == 0) platform.report_connected();
   return error;
 }
 
 int rpc_port_proxy_get_port(rpc_port_proxy_h, int type, rpc_port_h *port) {
   return scripted(__func__,
-                  [&] { *port = type == 0 ? &platform().main_port : &platform().callback_port; });
+                  [&] { *port = type == 0 ? &platform.main_port : &platform.callback_port; });
 }
 
 int rpc_port_parcel_create(rpc_port_parcel_h *parcel) {
@@ -253,7 +241,7 @@ int rpc_port_parcel_create(rpc_port_parcel_h *parcel) {
 }
 
 int rpc_port_parcel_create_from_port(rpc_port_parcel_h *parcel, rpc_port_h port) {
-  const auto before_read = std::exchange(platform().before_read, nullptr);
+  const auto before_read = std::exchange(platform.before_read, nullptr);
   if (before_read) before_read();
   return scripted(__func__, [&] {
     if (port->incoming.empty()) return kFailed;
@@ -265,9 +253,9 @@ int rpc_port_parcel_create_from_port(rpc_port_parcel_h *parcel, rpc_port_h port)
 
 int rpc_port_parcel_send(rpc_port_parcel_h parcel, rpc_port_h port) {
   return scripted(__func__, [&] {
-    if (port != &platform().main_port) platform().violations.emplace_back("sent on another port");
-    platform().sent.push_back(parcel->values);
-    if (platform().on_send) platform().on_send();
+    require(port == &platform.main_port, "sent on another port");
+    platform.sent.push_back(parcel->values);
+    if (platform.on_send) platform.on_send();
   });
 }
 
@@ -275,37 +263,24 @@ int rpc_port_parcel_destroy(rpc_port_parcel_h parcel) {
   return destroy(__func__, parcel);
 }
 
-int rpc_port_parcel_write_int32(rpc_port_parcel_h parcel, int value) {
-  return write(__func__, parcel, value);
-}
-
-int rpc_port_parcel_write_bool(rpc_port_parcel_h parcel, bool value) {
-  return write(__func__, parcel, value);
-}
+#define SCRIPTED_NUMBER(name, type, Stored)                                             \
+  int rpc_port_parcel_write_##name(rpc_port_parcel_h parcel, type value) {              \
+    return write(__func__, parcel, Stored{value});                                      \
+  }                                                                                     \
+  int rpc_port_parcel_read_##name(rpc_port_parcel_h parcel, type *value) {              \
+    return read<Stored>(__func__, parcel, [=](Stored found) { *value = type(found); }); \
+  }
+SCRIPTED_NUMBER(int32, int, int)
+SCRIPTED_NUMBER(bool, bool, bool)
+SCRIPTED_NUMBER(array_count, int, Count)
 
 int rpc_port_parcel_write_string(rpc_port_parcel_h parcel, const char *text) {
   return write(__func__, parcel, text);
 }
 
-int rpc_port_parcel_write_array_count(rpc_port_parcel_h parcel, int count) {
-  return write(__func__, parcel, Count{count});
-}
-
-int rpc_port_parcel_read_int32(rpc_port_parcel_h parcel, int *value) {
-  return read<int>(__func__, parcel, [=](int found) { *value = found; });
-}
-
-int rpc_port_parcel_read_bool(rpc_port_parcel_h parcel, bool *value) {
-  return read<bool>(__func__, parcel, [=](bool found) { *value = found; });
-}
-
 int rpc_port_parcel_read_string(rpc_port_parcel_h parcel, char **text) {
   return read<std::string>(__func__, parcel,
                            [=](const std::string &found) { *text = strdup(found.c_str()); });
-}
-
-int rpc_port_parcel_read_array_count(rpc_port_parcel_h parcel, int *count) {
-  return read<Count>(__func__, parcel, [=](Count found) { *count = found.value; });
 }
 
 int bundle_get_str(bundle_h bundle, const char *key, char ** /*text*/) {
@@ -329,14 +304,14 @@ int bundle_get_byte(bundle_h bundle, const char *key, void **bytes, std::size_t 
 int event_add_event_handler(const char *name, event_cb callback, void *user_data,
                             event_handler_h *handler) {
   return scripted(__func__, [&] {
-    if (user_data != nullptr) platform().violations.emplace_back("user data of an event");
-    *handler = &platform().subscriptions.emplace_back(event_handler_s{name, callback});
+    require(user_data == nullptr, "user data of an event");
+    *handler = &platform.subscriptions.emplace_back(event_handler_s{name, callback});
   });
 }
 
 int event_remove_event_handler(event_handler_h handler) {
   return scripted(__func__, [&] {
-    platform().subscriptions.remove_if([=](const auto &known) { return &known == handler; });
+    platform.subscriptions.remove_if([=](const auto &known) { return &known == handler; });
   });
 }
 
@@ -345,16 +320,16 @@ const char *get_error_message(int) {
 }
 
 int app_get_id(char **id) {
-  return give_text(__func__, platform().app_id, id);
+  return give_text(__func__, platform.app_id, id);
 }
 
 int app_get_version(char **version) {
-  return give_text(__func__, platform().app_version, version);
+  return give_text(__func__, platform.app_version, version);
 }
 
 char *app_get_resource_path(void) {
   char *path = nullptr;
-  give_text(__func__, platform().resource_path, &path);
+  give_text(__func__, platform.resource_path, &path);
   return path;
 }
 
@@ -377,7 +352,7 @@ int package_info_get_version(package_info_h package, char **version) {
 int package_manager_foreach_package_info(package_manager_package_info_cb callback,
                                          void *user_data) {
   return scripted(__func__, [&] {
-    for (const auto &package : platform().packages) {
+    for (const auto &package : platform.packages) {
       package_info_s info{package};
       if (!call_library(callback, &info, user_data)) break;
     }

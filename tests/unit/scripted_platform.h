@@ -3,7 +3,8 @@
  *
  * Every platform function is counted and can be made to fail. Nothing happens by itself: a test
  * delivers the events, queues the parcels that the service sends, and reads what the library sent
- * and logged. Handles live on the heap, so that a sanitizer tells of those that are lost.
+ * and logged. Handles live on the heap, so that a sanitizer tells of those that are lost. A call
+ * that breaks the platform's contract ends the test.
  */
 #ifndef KORVANE_TESTS_UNIT_SCRIPTED_PLATFORM_H_
 #define KORVANE_TESTS_UNIT_SCRIPTED_PLATFORM_H_
@@ -26,6 +27,7 @@
 /** An array count in a parcel; distinct from an int32. */
 struct Count {
   int value;
+  explicit operator int() const { return value; }
   bool operator==(const Count &other) const { return value == other.value; }
 };
 
@@ -43,6 +45,11 @@ struct bundle_s : std::map<std::string, std::variant<std::string, Texts, Bytes, 
 struct event_handler_s {
   std::string name;
   event_cb callback;
+};
+
+struct rpc_port_parcel_s {
+  Parcel values;
+  std::size_t next = 0;
 };
 
 struct rpc_port_s {
@@ -87,7 +94,6 @@ struct ScriptedPlatform {
   std::map<std::string, int> calls;  ///< how often each platform function was called
   std::vector<Parcel> sent;          ///< on the main port
   std::string log;  ///< lines "<level> <function>: <message>|"; level D, I, E, or P for the proxy's
-  Texts violations;  ///< of the platform's contract
 
   std::list<rpc_port_proxy_h> proxies;
   std::list<event_handler_s> subscriptions;
@@ -95,7 +101,7 @@ struct ScriptedPlatform {
 };
 
 /** The one platform; outlives every object of the library. */
-ScriptedPlatform &platform();
+inline ScriptedPlatform &platform = *new ScriptedPlatform;
 
 /** Whose allocations the thread makes: a memory test lets the library's fail. */
 struct AllocationScope {

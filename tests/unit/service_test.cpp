@@ -25,7 +25,7 @@ class ServiceTest : public LibraryTest {
   const Function kLicense{"get_license_fulltext", {3}};
   const Function kUpdate{"request_update", {4}};
   const Function kListed{"request_update_with_list", {10, Count{1}, "agent.one", 1}};
-  Handles handles{true};
+  Handles handles;
 };
 
 TEST_F(ServiceTest, Answers) {
@@ -73,12 +73,10 @@ TEST_F(ServiceTest, Answers) {
 TEST_F(ServiceTest, ListsOfAgents) {
   connect();
   platform.answer(0);
-  for (const char *name : {"", "b", "b"}) korvane_svcmgr_agent_list_add(handles.agents, name);
-  EXPECT_EQ(0, korvane_svcmgr_request_update_with_list(handles.agents, nullptr));
+  for (const char *name : {"", "b", "b"}) handles.agents.add(name);
+  EXPECT_EQ(0, korvane_svcmgr_request_update_with_list(handles.agents.get(), nullptr));
   EXPECT_LOG_HAS("|D request_update_with_list: [agent.one]|D request_update_with_list: []|");
-  Others out;
-  korvane_svcmgr_agent_list_create(&out.made.agents);
-  EXPECT_EQ(0, korvane_svcmgr_request_update_with_list(out.made.agents, nullptr));
+  EXPECT_EQ(0, korvane_svcmgr_request_update_with_list(AgentList().get(), nullptr));
   EXPECT_THAT(platform.sent, ElementsAre(Parcel{10, Count{4}, "agent.one", "", "b", "b", 4},
                                          Parcel{10, Count{0}, 0}));
 }
@@ -89,7 +87,7 @@ TEST_F(ServiceTest, Failures) {
     EXPECT_EQ(-1, handler.get_agent_api_level());
     EXPECT_EQ("", handler.get_license());
     EXPECT_EQ(-38, handler.request_update());
-    EXPECT_EQ(code_with_list, handler.request_update_with_list(handles.agents, nullptr));
+    EXPECT_EQ(code_with_list, handler.request_update_with_list(handles.agents.get(), nullptr));
     EXPECT_LOG_HAS(line);
   };
   all_fail(-107, "|E request_update: Not connected|");
