@@ -17,25 +17,23 @@ done
 configure() {
   cmake -S "$source" -B "$work/build" -DKORVANE_PLATFORM=external -DCMAKE_BUILD_TYPE=Debug \
     -DCMAKE_CXX_FLAGS=-O0 -DKORVANE_WERROR=ON -DKORVANE_PLATFORM_INCLUDE_DIRS="$work/include" \
-    -DKORVANE_PLATFORM_LIBRARIES="$host_library" "$@" >"$work/output" 2>&1
+    -DKORVANE_PLATFORM_LIBRARIES="$host_library" "$@"
 }
 # The vendor's prefix follows the ID unless it is given.
 prefix_is() { grep -rq "SVCMGR_VENDOR_PREFIX=\\\\\"$1\\\\\"" "$work/build/src" || fail "prefix is not $1"; }
-configure -DSVCMGR_APP_ID=org.example.one.svcmgr || { cat "$work/output"; fail "configure"; }
+configure -DSVCMGR_APP_ID=org.example.one.svcmgr
 prefix_is org.example.one
 ! configure -DSVCMGR_APP_ID=svcmgr || fail "an ID without a vendor is taken"
-grep -q "set SVCMGR_VENDOR_PREFIX" "$work/output" || fail "no remedy for an ID without a vendor"
-configure -DSVCMGR_APP_ID=svcmgr -DSVCMGR_VENDOR_PREFIX=org.example || { cat "$work/output"; fail "given prefix"; }
+configure -DSVCMGR_APP_ID=svcmgr -DSVCMGR_VENDOR_PREFIX=org.example
 prefix_is org.example
 configure -DSVCMGR_APP_ID=com.korvane.device.svcmgr -DSVCMGR_VENDOR_PREFIX=
 prefix_is com.korvane.device
 
-cmake --build "$work/build" -j 2 >"$work/output" 2>&1 || { cat "$work/output"; fail "build"; }
+cmake --build "$work/build" -j 2
 # A program that was linked to the library on another platform works with this one.
-cmake --install "$work/build" --prefix "$work/installed" >/dev/null
+cmake --install "$work/build" --prefix "$work/installed"
 LD_LIBRARY_PATH=$(dirname "$(find "$work/installed" -name libkorvane-svcmgr.so)")
 export LD_LIBRARY_PATH KORVANE_DEVICE=$work/device KORVANE_APP_ID=com.example.viewer
 [[ $(ldd "$program") == *"$LD_LIBRARY_PATH/libkorvane-svcmgr.so.1"* ]] || fail "the library is not used"
-"$emulator" --init >/dev/null
-"$program" client-level || fail "client API level"
-echo "external platform: ok"
+"$emulator" --init
+"$program" client-level

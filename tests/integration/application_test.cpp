@@ -3,26 +3,22 @@
 
 namespace {
 
-/** What the callbacks of a model request were told. */
-struct Answers {
-  std::vector<int> results;  ///< of lists
-  std::vector<int> states;   ///< of a job
-};
+using Numbers = std::vector<int>;
 
-void on_list(int result, korvane_svcmgr_ai_model_list_h list, void *user_data) {
+void on_list(int result, korvane_svcmgr_ai_model_list_h list, void *results) {
   korvane_svcmgr_ai_model_list_destroy(list);
-  static_cast<Answers *>(user_data)->results.push_back(result);
+  static_cast<Numbers *>(results)->push_back(result);
 }
 
-void on_progress(int, korvane_svcmgr_ai_progress_h progress, void *user_data) {
+void on_progress(int, korvane_svcmgr_ai_progress_h progress, void *states) {
   int state = 0;
   korvane_svcmgr_ai_progress_get_state(progress, &state);
   korvane_svcmgr_ai_progress_destroy(progress);
-  static_cast<Answers *>(user_data)->states.push_back(state);
+  static_cast<Numbers *>(states)->push_back(state);
 }
 
-void on_status(int, korvane_svcmgr_ai_state_e state, void *user_data) {
-  static_cast<std::vector<int> *>(user_data)->push_back(state);
+void on_status(int, korvane_svcmgr_ai_state_e state, void *statuses) {
+  static_cast<Numbers *>(statuses)->push_back(state);
 }
 
 class ApplicationTest : public ServiceTest {
@@ -67,26 +63,26 @@ TEST_F(ApplicationTest, LosesItsConnectionOnceHoweverItEnds) {
 
 TEST_F(ApplicationTest, HearsOfAnUpdateOfModelsFromItsStartToItsEnd) {
   connect();
-  std::vector<int> statuses;
-  ASSERT_EQ(korvane_svcmgr_ai_register_status_cb(on_status, &statuses), SVCMGR_ERROR_NONE);
+  Numbers statuses;
+  korvane_svcmgr_ai_register_status_cb(on_status, &statuses);
   korvane_svcmgr_ai_model_info_h model = nullptr;
   korvane_svcmgr_ai_model_info_create(&model);
   korvane_svcmgr_ai_model_info_set_id(model, "vision.detect");
   korvane_svcmgr_ai_model_list_h models = nullptr;
   korvane_svcmgr_ai_model_list_create(&models);
   for (int i = 0; i < 5; ++i) korvane_svcmgr_ai_model_list_add(models, model);
-  Answers answers;
-  EXPECT_EQ(korvane_svcmgr_ai_request_to_update(models, on_progress, &answers), SVCMGR_ERROR_NONE);
+  Numbers states;
+  korvane_svcmgr_ai_request_to_update(models, on_progress, &states);
   korvane_svcmgr_ai_model_list_destroy(models);
   korvane_svcmgr_ai_model_info_destroy(model);
 
   ASSERT_TRUE(run_until([&] { return statuses.size() >= 2; }));
   settle();
-  EXPECT_EQ(statuses, (std::vector<int>{SVCMGR_AI_STATE_START, SVCMGR_AI_STATE_COMPLETED}));
-  std::vector<int> expected(answers.states.size(), SVCMGR_AI_STATE_START);
-  ASSERT_GE(expected.size(), 6U) << "each of five models, and the end";
+  EXPECT_EQ(statuses, (Numbers{SVCMGR_AI_STATE_START, SVCMGR_AI_STATE_COMPLETED}));
+  ASSERT_GE(states.size(), 6U) << "each of five models, and the end";
+  Numbers expected(states.size(), SVCMGR_AI_STATE_START);
   expected.back() = SVCMGR_AI_STATE_COMPLETED;
-  EXPECT_EQ(answers.states, expected);
+  EXPECT_EQ(states, expected);
   korvane_svcmgr_ai_deregister_status_cb();
 }
 
@@ -96,13 +92,13 @@ TEST_F(ApplicationTest, HearsOfOddAnswersWhatTheyHold) {
       {"wrong-seq", 0}, {"wrong-id", 0}, {"twice", 2}, {"truncated", 1}, {"huge-count", 1}};
   for (const auto &[fault, times] : faults) {
     control({"delegate-fault", fault});
-    Answers faulty;
-    Answers proper;  // comes after it
+    Numbers faulty;
+    Numbers proper;  // comes after it
     korvane_svcmgr_ai_request_usable_model_list(on_list, &faulty);
     korvane_svcmgr_ai_request_usable_model_list(on_list, &proper);
-    ASSERT_TRUE(run_until([&] { return !proper.results.empty(); }));
-    EXPECT_EQ(proper.results[0], SVCMGR_ERROR_NONE);
-    EXPECT_EQ(faulty.results.size(), times) << fault;
+    ASSERT_TRUE(run_until([&] { return !proper.empty(); }));
+    EXPECT_EQ(proper[0], SVCMGR_ERROR_NONE);
+    EXPECT_EQ(faulty.size(), times) << fault;
   }
 }
 

@@ -65,8 +65,6 @@ TEST_F(EmulatorTest, AnswersWhateverItIsTold) {
   const std::pair<std::string, std::string> messages[] = {
       {std::string(1 << 20, '['), "nested"},
       {"", "parse error"},
-      {"\"stop\"", "no array of words"},
-      {R"({"a":"stop"})", "no array of words"},
       {R"(["status",1])", "no array of words"},
       {"[\"" + long_word + "\"]", "the answer is too long"},
   };

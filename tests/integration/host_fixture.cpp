@@ -3,17 +3,11 @@
 #include <cstring>
 #include <new>
 
-namespace {
-
-int failing = 0;  ///< the allocation that fails, counted from 1; 0 for none
-int allocations = 0;
-
-}  // namespace
-
 thread_local bool ScarceMemory::is_scarce_ = false;
+int ScarceMemory::left_ = 0;
 
 void *allocate(std::size_t size) {
-  if (ScarceMemory::is_scarce_ && failing > 0 && ++allocations == failing) return nullptr;
+  if (ScarceMemory::is_scarce_ && --ScarceMemory::left_ == 0) return nullptr;
   return std::malloc(size + 1);
 }
 
@@ -35,17 +29,12 @@ extern "C" char *strndup(const char *text, std::size_t size) {
 }
 
 void ScarceMemory::tell(const std::function<void()> &story) {
-  failing = 0;
+  int number = 0;
   do {
-    ++failing;
-    allocations = 0;
-    SCOPED_TRACE("allocation " + std::to_string(failing));
+    left_ = ++number;
+    SCOPED_TRACE("allocation " + std::to_string(number));
     story();
-  } while (ran_out() && !testing::Test::HasFailure());
-  EXPECT_GT(failing, 1);
-  failing = 0;
-}
-
-bool ScarceMemory::ran_out() {
-  return failing > 0 && allocations >= failing;
+  } while (left_ <= 0 && !testing::Test::HasFailure());
+  EXPECT_GT(number, 1);
+  left_ = 0;
 }

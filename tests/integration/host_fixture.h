@@ -31,13 +31,12 @@ class ScarceMemory {
     part();
     is_scarce_ = before;
   }
-  /** Whether the allocation failed that was to. */
-  static bool ran_out();
 
  private:
   friend void *allocate(std::size_t size);
 
   static thread_local bool is_scarce_;
+  static int left_;  ///< allocations until the one that fails
 };
 
 class HostTest : public ::testing::Test {
