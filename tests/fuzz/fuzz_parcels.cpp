@@ -1,6 +1,7 @@
 // Arbitrary parcels as results of synchronous calls and as answers to open asynchronous requests.
 #include <cstdlib>
 
+#include "SvcMgrAppProxyHandler.h"
 #include "fuzz_support.h"
 #include "korvane_svcmgr.hpp"
 #include "scripted_platform.h"
@@ -82,9 +83,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
   }
   fuzz::require(size == 0 || open_answers > 0);
   platform.report_disconnected();
-  korvane_svcmgr_connect(on_connection, nullptr);
-  platform.report_connected();
-  korvane_svcmgr_disconnect();
+  SvcMgrAppProxyHandler::GetInstance().Disconnect();
   fuzz::require(platform.proxies.empty());
   return 0;
 }

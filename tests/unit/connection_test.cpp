@@ -162,8 +162,8 @@ TEST_F(ConnectionTest, ImmediateFailures) {
 
 TEST_F(ConnectionTest, ServiceApiLevelOfVersions) {
   const std::pair<int, Texts> rows[] = {
-      {8, {"2.0.2", "2.0.3", "2.1.0", "2.2.9", "1.7.0", "1.7", "0.10007", "2", "0.20002"}},
-      {11, {"2.3.0", "3.0.0", "3", "0.20003.1", "2.3-b", "300000.0.0", "1.2147483647"}},
+      {8, {"2.0.2", "2.2.9", "1.7", "0.10007", "2", "0.20002"}},
+      {11, {"2.3.0", "3", "0.20003.1", "2.3-b", "300000.0.0", "1.2147483647"}},
       {-1, {"1.6.9", "", "x2.3.0", "-3.0"}}};
   for (const auto &[level, versions] : rows) {
     for (const std::string &version : versions) {
@@ -176,7 +176,7 @@ TEST_F(ConnectionTest, VersionGates) {
   Handles no_handles(nullptr);
   Others no_others(false);
   const std::pair<std::optional<std::string>, int> rows[] = {
-      {"2.3", 11}, {"2.2", 8}, {"1.7", 8}, {"1.6", -1}, {std::nullopt, -1}};
+      {"2.3", 11}, {"1.7", 8}, {"1.6", -1}, {std::nullopt, -1}};
   for (const ApiCall &function : kApiCalls) {
     const auto has = [&](const char *part) { return function.name.find(part) + 1 > 0; };
     const int required = has("with_list") || has("with_category") ? 11 : has("ai_request") ? 8 : -1;

@@ -33,7 +33,6 @@ TEST_F(ServiceTest, Answers) {
   const std::string marker = "SVCMGR_ERROR_QEL_DISABLED", text(5000, 'x');
   // What the service answers, the code, the line that is logged last, and what is handed out.
   const std::tuple<const Function &, ParcelValue, int, std::string, std::string> rows[] = {
-      {kLevel, 13, 0, "agent level : 13", "13"},
       {kLevel, 0, 0, "agent level : 0", "0"},
       {kLevel, -38, 0, "agent level : -38", "-38"},
       {kLevel, -1, SVCMGR_ERROR_INVALID_API_LEVEL, "invalid api level", ""},
