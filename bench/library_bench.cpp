@@ -5,6 +5,7 @@
 #include <ctime>
 #include <memory>
 #include <random>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -53,11 +54,19 @@ void synchronous_call(benchmark::State &state) {
   report_allocations(state, before, state.iterations());
 }
 
-/** Does nothing with its answers. */
+/**
+ * Does nothing with its answers but to hold up the next look-up, which needs the step from here:
+ * look-ups that the processor overlaps would seem to cost less than an answer on its own.
+ */
 class IdleDelegate : public SvcMgrAppPort::RequestToUpdateCallback {
  public:
-  IdleDelegate() : RequestToUpdateCallback(false) {}
-  void ReceiveParcel(rpc_port_parcel_h /*parcel*/) override {}
+  explicit IdleDelegate(std::size_t step = 1) : RequestToUpdateCallback(false), step_(step) {}
+  void ReceiveParcel(rpc_port_parcel_h /*parcel*/) override { next_step = step_; }
+
+  static inline std::size_t next_step = 1;
+
+ private:
+  std::size_t step_;
 };
 
 struct IdleListener : SvcMgrAppPort::IEventListener {
@@ -66,22 +75,67 @@ struct IdleListener : SvcMgrAppPort::IEventListener {
   void OnRejected() override {}
 };
 
-/** Requests that stay open, and answers to them in no order. */
-void find_delegate(benchmark::State &state) {
-  IdleListener listener;
-  SvcMgrAppPort port(&listener, "");
-  bench::report_connected();
-  std::vector<bench::DelegateBlock> open;
-  for (std::int64_t i = 0; i < state.range(0); ++i) {
+using Delegates = std::vector<bench::DelegateBlock>;
+
+/** So many requests that stay open. */
+Delegates open_requests(SvcMgrAppPort &port, std::int64_t count) {
+  Delegates open;
+  for (std::int64_t i = 0; i < count; ++i) {
     port.RequestToUpdate(std::make_unique<IdleDelegate>(), AIModelList());
     open.push_back(bench::last_request());
   }
-  std::shuffle(open.begin(), open.end(), std::mt19937(1));
+  return open;
+}
+
+/** In no order: each is far from the one before in memory. */
+void shuffle(Delegates &delegates) {
+  std::shuffle(delegates.begin(), delegates.end(), std::mt19937(1));
+}
+
+template <typename Find>
+void find_in_turn(benchmark::State &state, const Delegates &sought, Find find) {
   std::size_t next = 0;
   for ([[maybe_unused]] const auto iteration : state) {
-    bench::deliver_progress(open[next]);
-    next = next + 1 == open.size() ? 0 : next + 1;
+    find(sought[next]);
+    next += IdleDelegate::next_step;
+    if (next == sought.size()) next = 0;
   }
+}
+
+/** Answers to the request that was made last. */
+void find_newest_delegate(benchmark::State &state) {
+  IdleListener listener;
+  SvcMgrAppPort port(&listener, "");
+  bench::report_connected();
+  const Delegates open = open_requests(port, state.range(0));
+  find_in_turn(state, {open.back()}, bench::deliver_progress);
+}
+
+void find_any_delegate(benchmark::State &state) {
+  IdleListener listener;
+  SvcMgrAppPort port(&listener, "");
+  bench::report_connected();
+  Delegates open = open_requests(port, state.range(0));
+  shuffle(open);
+  find_in_turn(state, open, bench::deliver_progress);
+}
+
+/** What the standard library's hash map takes to find as many objects, and to call them. */
+void find_in_hash_map(benchmark::State &state) {
+  std::unordered_map<std::uint64_t, std::unique_ptr<SvcMgrAppPort::CallbackBase>> map;
+  Delegates keys;
+  const auto key = [](bench::DelegateBlock block) {
+    return static_cast<std::uint64_t>(block.id) << 32 | static_cast<std::uint32_t>(block.sequence);
+  };
+  for (std::int64_t i = 0; i < state.range(0); ++i) {
+    auto delegate = std::make_unique<IdleDelegate>();
+    keys.push_back({delegate->GetId(), delegate->GetSeq()});
+    map.emplace(key(keys.back()), std::move(delegate));
+  }
+  shuffle(keys);
+  find_in_turn(state, keys, [&](bench::DelegateBlock block) {
+    map.find(key(block))->second->ReceiveParcel(nullptr);
+  });
 }
 
 double processor_seconds() {
@@ -136,7 +190,9 @@ void model_list(benchmark::State &state) {
 }
 
 BENCHMARK(synchronous_call);
-BENCHMARK(find_delegate)->RangeMultiplier(10)->Range(1, 100000);
+BENCHMARK(find_newest_delegate)->RangeMultiplier(10)->Range(1, 100000);
+BENCHMARK(find_any_delegate)->RangeMultiplier(10)->Range(1, 100000);
+BENCHMARK(find_in_hash_map)->RangeMultiplier(10)->Range(1, 100000);
 BENCHMARK(model_list<true>)
     ->Name("receive_models")
     ->RangeMultiplier(10)

@@ -140,7 +140,7 @@ def measure_models(build, plan, folder):
         if figures["models"] != models:
             raise RuntimeError(f"{models} models became {figures['models']:.0f}")
         add_times(build, f"models.{models}", figures, "ms", 1000)
-        build.add(f"models.{models}.destroy", "ms", figures["destroy_clock"] / 1000)
+        build.add(f"models.{models}.destroy", "ms", figures["destroy_processor"] / 1000)
 
 
 # The marker search.
@@ -152,7 +152,7 @@ def section(name, kind, offset, size):
 
 
 def elf_file(sections, marker=b""):
-    """A 64-bit ELF file with so many sections, two of them as large as a marker."""
+    """A 64-bit ELF file with so many sections, three of them as large as a marker."""
     contents = (marker.ljust(16, b"x") + SECTION_NAMES).ljust(2000, b"x")
     table = [section(0, 0, 0, 0)]
     table += [section(0, 1, 64, 100 + number) for number in range(sections - 4)]
@@ -217,7 +217,8 @@ def count_relocations(library):
 
 
 def measure_load(build):
-    build.add("file.load", "µs", float(output_of([build.program("bench_load"), build.library])) / 1e3)
+    nanoseconds = float(output_of([build.program("bench_load"), build.library]))
+    build.add("file.load", "µs", nanoseconds / 1000)
 
 
 def measure(builds, plan, tree=None):

@@ -15,9 +15,13 @@ ROWS = [
     ("… allocations", "library.synchronous_call.allocations", {"most": 0}),
     ("Marker search", "search.library",
      {"limit": ("search.walk", 1.1), "peer": ("search.scanelf", 0.5)}),
-    ("Delegate of an answer, 1 open request", "library.find_delegate.1", {"most": 200}),
-    ("… 1,000", "library.find_delegate.1000", {"most": 200}),
-    ("… 100,000", "library.find_delegate.100000", {"most": 200}),
+    ("Delegate of an answer, 1 open request", "library.find_newest_delegate.1", {"most": 200}),
+    ("… the newest of 1,000", "library.find_newest_delegate.1000", {"most": 200}),
+    ("… the newest of 100,000", "library.find_newest_delegate.100000", {"most": 200}),
+    ("… any of 1,000", "library.find_any_delegate.1000",
+     {"peer": ("library.find_in_hash_map.1000", None), "most": 200}),
+    ("… any of 100,000", "library.find_any_delegate.100000",
+     {"peer": ("library.find_in_hash_map.100000", None), "most": 200}),
     ("Model list, own share of a model, 1 model", "library.receive_models.1", {}),
     ("… 1,000", "library.receive_models.1000", {}),
     ("… 100,000", "library.receive_models.100000",
@@ -27,9 +31,10 @@ ROWS = [
     ("… bytes asked for", "library.receive_models.1000.bytes", {}),
     ("… destroying, of 100,000", "library.destroy_models.100000",
      {"limit": ("library.destroy_models.1000", None)}),
-    ("Model list, workstation, 1,000 models", "models.1000.clock", {}),
-    ("… 10,000", "models.10000.clock", {"most": 200}),
-    ("… 50,000", "models.50000.clock", {}),
+    ("Model list, workstation, 1,000 models", "models.1000.processor", {}),
+    ("… 10,000", "models.10000.processor", {"most": 200}),
+    ("… 10,000, clock", "models.10000.clock", {}),
+    ("… 50,000", "models.50000.processor", {}),
     ("… destroying 50,000", "models.50000.destroy", {}),
     ("Library file, stripped", "file.size", {}),
     ("… relocations", "file.relocations", {}),
@@ -40,9 +45,10 @@ ROWS = [
 EXACT_UNITS = ("allocations", "bytes", "")
 
 GROWTH = {
-    "finding a delegate, open requests": ("library.find_delegate.", 1),
-    "own share of a model, models in the list": ("library.receive_models.", 1),
-    "model on the workstation, models in the list": ("models.*.clock", 1e6),
+    "finding the newest delegate": ("library.find_newest_delegate.", 1),
+    "finding any delegate": ("library.find_any_delegate.", 1),
+    "a model, own share": ("library.receive_models.", 1),
+    "a model, workstation": ("models.*.processor", 1e6),
 }
 
 

@@ -6,13 +6,13 @@ import tempfile
 
 import measure
 
-#: The processor's name, its toolchain file and its strip program.
+#: The processor's name, its toolchain file, and what the names of its tools begin with.
 PROCESSORS = [
-    ("x86-64", None, "strip"),
-    ("armhf", "armhf.cmake", "arm-linux-gnueabihf-strip"),
-    ("arm64", "arm64.cmake", "aarch64-linux-gnu-strip"),
+    ("x86-64", None, ""),
+    ("armhf", "armhf.cmake", "arm-linux-gnueabihf-"),
+    ("arm64", "arm64.cmake", "aarch64-linux-gnu-"),
 ]
-OPTIONS = ["-O3", "-O2", "-Os", "-O2 -fno-plt", "-O2 -flto", "-Os -flto"]
+OPTIONS = ["-O3", "-O2", "-Os", "-O2 -fno-plt", "-O2 -flto"]
 
 
 def build(top, directory, toolchain, options):
@@ -27,16 +27,25 @@ def build(top, directory, toolchain, options):
     return directory / "src" / "libkorvane-svcmgr.so"
 
 
+def loaded_bytes(library, tools):
+    """What of a library is loaded into memory; the file is larger by its alignment."""
+    lines = measure.output_of([f"{tools}size", str(library)]).splitlines()
+    return int(lines[1].split()[3])
+
+
 def table(top):
-    rows = [["Options", *(f"{name}: bytes, relocations" for name, _, _ in PROCESSORS)]]
+    rows = [["Options"]]
+    for name, _, _ in PROCESSORS:
+        rows[0] += [f"{name}: file", "loaded", "relocations"]
     with tempfile.TemporaryDirectory(prefix="bench-") as folder:
         for options in OPTIONS:
             row = [options]
-            for name, toolchain, strip in PROCESSORS:
+            for name, toolchain, tools in PROCESSORS:
                 measure.progress(f"building for {name} with {options}")
                 directory = pathlib.Path(folder) / f"{name}{options.replace(' ', '')}"
                 library = build(top, directory, toolchain, options)
-                subprocess.run([strip, "--strip-unneeded", library], check=True)
-                row.append(f"{library.stat().st_size:,}, {measure.count_relocations(library)}")
+                subprocess.run([f"{tools}strip", "--strip-unneeded", library], check=True)
+                row += [f"{library.stat().st_size:,}", f"{loaded_bytes(library, tools):,}",
+                        str(measure.count_relocations(library))]
             rows.append(row)
     return rows
