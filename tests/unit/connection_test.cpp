@@ -149,7 +149,10 @@ TEST_F(ConnectionTest, ImmediateFailures) {
     platform.repair();
     platform.failures[function] = error;
     EXPECT_EQ(code, start_connecting());
-    EXPECT_LOG_HAS("E Connect: " + cause +
+    const bool made = function != "rpc_port_proxy_create";
+    EXPECT_LOG_HAS((made ? "P Connect: Failed to connect SvcMgrAppPort|E Connect: "
+                         : "P SvcMgrAppPort: Failed to create proxy|E Connect: ") +
+                   cause +
                    " exception occurred!!!|E korvane_svcmgr_connect: connection result = [" +
                    std::to_string(code) + "]|");
     EXPECT_TRUE(platform.proxies.empty());

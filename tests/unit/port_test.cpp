@@ -45,9 +45,9 @@ class PortTest : public LibraryTest, public Port::IEventListener {
     port.reset();
     LibraryTest::TearDown();
   }
-  void OnConnected() override { heard.emplace_back("connected"); }
-  void OnDisconnected() override { heard.emplace_back("disconnected"); }
-  void OnRejected() override { heard.emplace_back("rejected"); }
+  void OnConnected() override { hear(this, "connected"); }
+  void OnDisconnected() override { hear(this, "disconnected"); }
+  void OnRejected() override { hear(this, "rejected"); }
 
   /** Records its answers and its end, under its number counted from first. */
   struct Progress : Port::RequestToUpdateCallback {
@@ -96,7 +96,7 @@ TEST_F(PortTest, DelegatesAreFoundByKindAndNumber) {
   EXPECT_HEARD("1 3", "1 3") << "the service does not decide how long a delegate lives";
   answer_to(0, 5);
   answer_to(3);
-  answer_to(0, 4, false, 0);
+  for (const int command : {0, 2}) answer_to(0, 4, false, command);
   EXPECT_HEARD() << "another kind, another number, another command";
   answer_to(2);
   answer_to(2);
@@ -119,7 +119,10 @@ TEST_F(PortTest, ManyDelegatesComeAndGo) {
   const auto is_once = [](int number) { return number % 3 == 0; };
   Texts expected;
   for (const int begin : {0, kMany}) {
-    for (int i = 0; i < kMany; ++i) request(is_once(begin + i));
+    for (int i = 0; i < kMany; ++i) {
+      request(is_once(begin + i));
+      answer_to(2 * kMany);  // nobody has this number
+    }
     for (int i = kMany - 1; i >= 0; --i) {
       const std::string name = std::to_string(begin + i);
       for (int time = 0; time < 2; ++time) answer_to(begin + i);
@@ -156,6 +159,7 @@ TEST_F(PortTest, Failures) {
   EXPECT_HEARD("gone 0");
   open();
   platform.failures["rpc_port_parcel_send"] = -7;
+  EXPECT_THROW(port->request_update(), InvalidIOException);
   EXPECT_THROW(request(), InvalidIOException);
   EXPECT_LOG_HAS("P RequestToUpdate: Failed to send parcel. result(-7)|");
   platform.repair();
@@ -193,6 +197,18 @@ TEST_F(PortTest, ADelegateMayDoAnythingWhileItIsCalled) {
       port.reset();
       EXPECT_THAT(heard, ::testing::Contains("gone 0").Times(1));
     }
+  }
+}
+
+TEST_F(PortTest, TheListenerMayDestroyThePort) {
+  const std::function<void()> events[] = {[this] { platform.report_connected(); },
+                                          [this] { platform.report_disconnected(); },
+                                          [this] { platform.report_rejected(); }};
+  for (const auto &event : events) {
+    open();
+    reaction = [this] { port.reset(); };
+    event();
+    EXPECT_EQ(nullptr, port);
   }
 }
 
