@@ -118,7 +118,7 @@ TEST_F(MemoryTest, EveryCall) {
 }
 
 TEST_F(MemoryTest, EveryEvent) {
-  const std::string id = "a long enough model ID to be allocated";
+  const std::string id = "a long enough model ID to be allocated", limit(2048, 'd');
   const bundle_s update = {{"Update", "announced"}}, launch = {{"Launch", "announced"}},
                  own = {{"org.example.app", Bytes{0, 0, 0, 0}}}, started = {{"START", "s"}};
   const auto before = [&] {
@@ -131,7 +131,7 @@ TEST_F(MemoryTest, EveryEvent) {
   const auto events = [&] {
     korvane_svcmgr_request_update();
     const AllocationScope test(false);
-    answer(1, {0, Count{1}, id, "1", "t", "d", 1});
+    answer(1, {0, Count{1}, id, "1", "t", limit + "cut", 1});
     answer(4, {0, 20, 0, 1, 100});
     platform.emit(".update_status", own);
     platform.emit(".model_status", started);
@@ -142,8 +142,8 @@ TEST_F(MemoryTest, EveryEvent) {
     if (failed) events();
     ASSERT_LE(4U, heard.size());
     EXPECT_THAT(Texts(heard.end() - 4, heard.end()),
-                ::testing::ElementsAre("models 0 1 [" + id + "|1|t|d]", "progress 0 20 0 1 100",
-                                       "update 1", "model 0 17"));
+                ::testing::ElementsAre("models 0 1 [" + id + "|1|t|" + limit + "]",
+                                       "progress 0 20 0 1 100", "update 1", "model 0 17"));
   });
 
   const auto update_of_the_service = [&] {
