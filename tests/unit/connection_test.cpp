@@ -116,6 +116,7 @@ TEST_F(ConnectionTest, Stories) {
       {"up update lost request launch connected", "-107, up watched relaunched updating", 2},
       {"up update lost launch connected lost", "lost, down watched relaunched updating", 2},
       {"up update lost launch rejected launch connect", "rejected, down relaunched updating", 2},
+      {"up lost update", "lost, down watched prepared updating", 1},
       {"up lost update launch connected", "lost, connected, up watched prepared updating", 2},
       {"up update disconnect connect connected", "connected, up watched prepared updating", 2},
       // An update is under way, or requested.

@@ -3,6 +3,7 @@
 
 #include "ModelUpdateEventHandler.h"
 #include "UpdateObserver.h"
+#include "UpdateStatusEventHandler.h"
 #include "library_test.h"
 
 namespace {
@@ -67,6 +68,7 @@ TEST_F(EventsTest, TheFirstKeyOfAnUpdateDecides) {
   EXPECT_EQ("update 1", update_event({{"", bytes_of(0)}, {"Complete", "x"}}));
   EXPECT_LOG_HAS("Failed to get app ID.|D UpdateEventCallback: update completed|");
   platform.emit(kUpdate, start, "event.other");
+  UpdateStatusEventHandler::UpdateEventCallback(nullptr, nullptr, nullptr);
   EXPECT_HEARD("nothing", "update 1");
 }
 
