@@ -138,6 +138,10 @@ TEST_F(ConnectionTest, Stories) {
     TearDown();
     platform.reset();
   }
+  tell("up update");
+  EXPECT_LOG_HAS(
+      "|I PrepareSvcmgrUpdate: The connection to the proxy will be disconnected soonas "
+      "the service-manager is updated.|");
 }
 
 TEST_F(ConnectionTest, ImmediateFailures) {

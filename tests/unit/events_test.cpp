@@ -107,11 +107,11 @@ TEST_F(EventsTest, RegistrationForUpdates) {
   EXPECT_LOG_HAS("E RegisterEvent: err: [-9 (the platform's text)] - [event." SVCMGR_APP_ID
                  ".update_status]|E SetEventCallback: Failed to register event|");
   platform.repair();
-  korvane_svcmgr_set_update_status_cb(Callback(), nullptr);
   listen();
-  EXPECT_EQ("update 0", update_event(start)) << "callback and user data were replaced";
-  korvane_svcmgr_set_update_status_cb(Callback(), nullptr);
-  EXPECT_EQ("nothing", update_event(start));
+  korvane_svcmgr_set_update_status_cb(Callback(), &platform);
+  EXPECT_EQ("nothing", update_event(start)) << "the callback was replaced";
+  listen();
+  EXPECT_EQ("update 0", update_event(start)) << "and its user data, too";
   EXPECT_EQ(2, platform.calls["event_add_event_handler"]) << "one refused, one made";
   platform.failures["event_remove_event_handler"] = -8;
   for (int i = 0; i < 2; ++i) EXPECT_EQ(0, korvane_svcmgr_unset_update_status_cb());
@@ -123,7 +123,7 @@ TEST_F(EventsTest, RegistrationForUpdates) {
 }
 
 TEST_F(EventsTest, ModelStatus) {
-  korvane_svcmgr_ai_register_status_cb(Callback(), nullptr);
+  korvane_svcmgr_ai_register_status_cb(Callback(), &platform);
   EXPECT_EQ(0, korvane_svcmgr_ai_register_status_cb(on_model_status, this));
   bundle_s start = {{"START", "x"}, {"COMPLETED", "x"}};
   const std::pair<bundle_s, std::string> rows[] = {
@@ -143,6 +143,7 @@ TEST_F(EventsTest, ModelStatus) {
   EXPECT_LOG_HAS("INVALID PARAMETER|D ModelEventCallback: Model Event Callback is invoked|E ");
   korvane_svcmgr_ai_register_status_cb(Callback(), nullptr);
   platform.emit(kModel, start);
+  korvane_svcmgr_ai_register_status_cb(on_model_status, this);
   platform.failures["event_remove_event_handler"] = -8;
   EXPECT_EQ(-38, korvane_svcmgr_ai_deregister_status_cb());
   platform.emit(kModel, start, "event.other");
