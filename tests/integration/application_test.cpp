@@ -39,10 +39,8 @@ TEST_F(ApplicationTest, LosesItsConnectionOnceHoweverItEnds) {
     bool is_noticed_by_a_call;
   } ends[] = {
       {{"drop"}, true},
-      {{"crash-before-reply"}, true},
       {{"crash-before-reply", "get_agent_api_level"}, true},
       {{"garbage", "main", "oversized"}, true},
-      {{"garbage", "main", "rubbish"}, true},
       {{"garbage", "callback", "oversized"}, false},
       {{"garbage", "callback", "rubbish"}, false},
   };

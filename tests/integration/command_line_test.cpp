@@ -93,7 +93,6 @@ TEST_F(CommandLineTest, CommandsTellWhatCame) {
        "IN_PROGRESS"},
       {{"silent", "GetUsableModelList"}, {"models", "list", "--timeout", "0.05"}, 1, "TIMEOUT"},
       {{"reject", "on"}, {"agent-level"}, 1, "SVCMGR_ERROR_PERMISSION_DENIED"},
-      {{}, {"models", "update", "--help"}, 0, "--timeout"},
       {{}, {"--version"}, 0, "svcmgrctl " KORVANE_SVCMGR_VERSION_TEXT "\n"},
       {{}, {"--complete", "--app", "com.example.viewer", "mo"}, 0, "models\n"},
   };
@@ -105,7 +104,6 @@ TEST_F(CommandLineTest, WhatIsWrongIsNamedWithWhatToDo) {
   const Row rows[] = {
       {{}, {}, 2, "no command; choose one of connect"},
       {{}, {"model", "list"}, 2, R"("model"; did you mean "models"?)"},
-      {{}, {"models", "versions"}, 2, "ID is required"},
       {{}, {"agent-level", "--jsn=1"}, 2, R"("--jsn"; did you mean "--json"?)"},
       {{}, {"agent-level", "--timeout", "soon"}, 2, R"("soon" is no number of seconds)"},
       {{}, {"update", "nosuch"}, 1, R"(no agent "nosuch" is installed)"},
@@ -113,7 +111,6 @@ TEST_F(CommandLineTest, WhatIsWrongIsNamedWithWhatToDo) {
       {{}, {"models", "update", "vision.detect@9"}, 1, R"(no version "9"; there are 1.0.0, 1.1)"},
       {{}, {"models", "uninstall", "vision.segment"}, 0, ""},
       {{}, {"models", "uninstall", "vision.segment"}, 1, "vision.segment is not installed"},
-      {{}, {"models", "list", "--category", "none"}, 1, R"(provides the category "none")"},
       {{}, {"agent-level", "--device", no_device}, 1, no_device + " --init"},
       {{}, {"agent-level", "--app", "com.example.viewr"}, 1, "com.example.viewer"},
   };

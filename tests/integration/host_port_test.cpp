@@ -367,7 +367,6 @@ class HostServerTest : public HostTest {
                  [this](auto, Parcel parcel) {
                    std::string text;
                    log_.push_back(parcel.read_string(text) ? "received " + text : "rubbish");
-                   if (const auto meanwhile = std::exchange(meanwhile_, nullptr)) meanwhile();
                  }}) {}
 
   /** Makes a whole connection by hand. */
@@ -381,7 +380,6 @@ class HostServerTest : public HostTest {
   }
 
   Log log_;
-  std::function<void()> meanwhile_;  ///< what happens while the next parcel is received
   RpcPortServer::ConnectionId last_ = 0;
   RpcPortServer server_;
 };
@@ -421,19 +419,6 @@ TEST_F(HostServerTest, TurnsPeersAwayThatNeverSayWhoTheyAre) {
   const UniqueFd without_counterpart = connect_to(path);
   put(without_counterpart, hello(Port::kMain));
   while (!at_end(silent) || !at_end(without_counterpart)) loop().step(1);
-}
-
-TEST_F(HostServerTest, ReceivesAParcelAfterTheOneBeforeIt) {
-  UniqueFd sockets[2];
-  open(sockets);
-  meanwhile_ = [&] {
-    put(sockets[0], text_frame("second"));
-    run_idle();
-    log_.push_back("done");
-  };
-  put(sockets[0], text_frame("first"));
-  run_idle();
-  EXPECT_EQ(log_, (Log{"connected", "received first", "done", "received second"}));
 }
 
 TEST_F(HostServerTest, DropsAFaultyClientOnceAfterItsParcels) {
