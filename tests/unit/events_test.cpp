@@ -139,13 +139,15 @@ TEST_F(EventsTest, ModelStatus) {
   platform.emit(kModel, start, "event.other");
   EXPECT_LOG_HAS("Received Unknown Event|");
   ModelUpdateEventHandler::ModelEventCallback(nullptr, &start, nullptr);
-  ModelUpdateEventHandler::ModelEventCallback("event.other", nullptr, nullptr);
+  ModelUpdateEventHandler::ModelEventCallback("event." SVCMGR_APP_ID ".model_status", nullptr,
+                                              nullptr);
   EXPECT_LOG_HAS("INVALID PARAMETER|D ModelEventCallback: Model Event Callback is invoked|E ");
   korvane_svcmgr_ai_register_status_cb(Callback(), nullptr);
   platform.emit(kModel, start);
   korvane_svcmgr_ai_register_status_cb(on_model_status, this);
   platform.failures["event_remove_event_handler"] = -8;
   EXPECT_EQ(-38, korvane_svcmgr_ai_deregister_status_cb());
+  platform.emit(kModel, start);
   platform.emit(kModel, start, "event.other");
   EXPECT_LOG_HAS("There is no registered callback|");
   EXPECT_EQ(0, korvane_svcmgr_ai_deregister_status_cb());

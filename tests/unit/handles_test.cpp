@@ -26,6 +26,7 @@ TEST_F(HandlesTest, WithoutServiceManagerNothingHappens) {
   EXPECT_EQ(1U, platform.subscriptions.size()) << "and watching";
   platform.repair();
   EXPECT_EQ(0, handles.progress.percentage());
+  EXPECT_LOG_HAS("|D korvane_svcmgr_ai_progress_get_percentage: get [0]|");
   platform.failures["package_info_create"] = -1;
   EXPECT_EQ("1" + m1, describe(handles.models)) << "any other failure is ignored";
 }

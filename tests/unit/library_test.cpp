@@ -95,15 +95,16 @@ void Handles::add_model(const std::vector<const char *> &texts) {
 }
 
 Others::~Others() {
-  std::free(text);
-  korvane_svcmgr_agent_list_destroy(agents);
-  korvane_svcmgr_ai_model_info_destroy(info);
-  korvane_svcmgr_ai_model_list_destroy(models);
-  korvane_svcmgr_ai_progress_destroy(progress);
+  if (!is_unset(text)) std::free(text);
+  if (!is_unset(agents)) korvane_svcmgr_agent_list_destroy(agents);
+  if (!is_unset(info)) korvane_svcmgr_ai_model_info_destroy(info);
+  if (!is_unset(models)) korvane_svcmgr_ai_model_list_destroy(models);
+  if (!is_unset(progress)) korvane_svcmgr_ai_progress_destroy(progress);
 }
 
 bool Others::untouched() const {
-  return number == -77 && !truth && !text && !agents && !info && !models && !progress;
+  return number == -77 && !truth && is_unset(text) && is_unset(agents) && is_unset(info) &&
+         is_unset(models) && is_unset(progress);
 }
 
 std::string describe(const ModelInfo &info) {

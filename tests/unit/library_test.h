@@ -82,17 +82,29 @@ struct Others {
   Value *to(Value &value) const {
     return callback.given ? &value : nullptr;
   }
+  /** Whether no call has put a pointer here; then it is not null either. */
+  template <typename Pointer>
+  static bool is_unset(Pointer pointer) {
+    return pointer == unset<Pointer>();
+  }
   bool untouched() const;
 
   Callback callback;
   const char *text_in = callback.given ? "a text that does not fit into a short string" : nullptr;
   int number = -77;
   bool truth = false;
-  char *text = nullptr;
-  korvane_svcmgr_agent_list_h agents = nullptr;
-  korvane_svcmgr_ai_model_info_h info = nullptr;
-  korvane_svcmgr_ai_model_list_h models = nullptr;
-  korvane_svcmgr_ai_progress_h progress = nullptr;
+  char *text = unset<char *>();
+  korvane_svcmgr_agent_list_h agents = unset<korvane_svcmgr_agent_list_h>();
+  korvane_svcmgr_ai_model_info_h info = unset<korvane_svcmgr_ai_model_info_h>();
+  korvane_svcmgr_ai_model_list_h models = unset<korvane_svcmgr_ai_model_list_h>();
+  korvane_svcmgr_ai_progress_h progress = unset<korvane_svcmgr_ai_progress_h>();
+
+ private:
+  template <typename Pointer>
+  static Pointer unset() {
+    static char place;
+    return reinterpret_cast<Pointer>(&place);
+  }
 };
 
 /** An exported function, called with valid arguments. */

@@ -113,8 +113,12 @@ TEST_F(MarkerTest, Files) {
       {"of a thousand sections the last", {elf(1, many)}, 9},
       {"level 0 is none", {elf(2, {marker(0, 9, 9, 9)})}, kNone},
       {"of 17 bytes", {elf(2, {marker(5) + "x"})}, kNone},
+      {"half a marker at the end",
+       {patched(elf(2, {other}), table64 + kElf64.offset, table64 + kElf64.entry, 8) +
+        marker(9).substr(0, 12)},
+       kNone},
       {"other magic", {elf(2, {patched(marker(5), 5, 1, 1)})}, kNone},
-      {"no ELF file", {patched(one64, 3, 'f', 1), std::string(4000, 'x')}, kNone},
+      {"no ELF file", {patched(one32, 3, 'f', 1), std::string(4000, 'x')}, kNone},
       {"no table", {kElf + "\1" + std::string(47, '\0')}, kNone},
       {"table ends early",
        {one64.substr(0, one64.size() - 1), one32.substr(0, one32.size() - 1)},
@@ -146,12 +150,15 @@ TEST_F(MarkerTest, VersionsAreComparedAsNumbers) {
   const std::string rising[] = {marker(12, 9, 9, 9),   marker(13, 2, 9, 9), marker(13, 3, 0, 9),
                                 marker(13, 3, 0, 154), marker(13, 3, 1),    marker(13, 0x8000)};
   for (std::size_t i = 1; i < std::size(rising); ++i) {
-    const fs::path root = fresh();
-    write(root / "res/file", elf(1, {rising[i - i % 2]}));
-    write(root / "file", elf(2, {rising[i - 1 + i % 2]}));
-    const std::unique_ptr<qel_section_s, void (*)(void *)> found(
-        qel_section_get_latest(root.c_str()), std::free);
-    EXPECT_EQ(0, std::memcmp(found.get(), rising[i].data(), 16));
+    for (const char *place : {"file", "res/file"}) {
+      const fs::path root = fresh();
+      write(root / "file", elf(1, {rising[i - 1]}));
+      write(root / "res/file", elf(1, {rising[i - 1]}));
+      write(root / place, elf(2, {rising[i]}));
+      const std::unique_ptr<qel_section_s, void (*)(void *)> found(
+          qel_section_get_latest(root.c_str()), std::free);
+      EXPECT_EQ(0, std::memcmp(found.get(), rising[i].data(), 16));
+    }
   }
 }
 
@@ -190,10 +197,12 @@ TEST_F(MarkerTest, Links) {
   fs::create_symlink(std::string(60, '/') + "proc/self/exe", root / "library");
   EXPECT_EQ(13, level()) << "the library's own marker, through a link that is long enough";
   EXPECT_LOG_HAS("/library), API level(13), QEL version(3.0.154)|");
-  for (const auto &path : {std::optional<std::string>("abc"), std::optional<std::string>()}) {
-    platform.resource_path = path;
-    EXPECT_EQ(kNone, level());
-  }
+  platform.resource_path = "abc";
+  EXPECT_EQ(kNone, level());
+  EXPECT_LOG_HAS("|E qel_section_get_latest: Failed to travel abc|");
+  platform.resource_path = std::nullopt;
+  EXPECT_EQ(kNone, level());
+  EXPECT_LOG_HAS("|I qel_section_get_latest: Invalid parameter|");
 }
 
 }  // namespace

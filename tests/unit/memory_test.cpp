@@ -103,14 +103,21 @@ TEST_F(MemoryTest, EveryCall) {
       if (function.name == "korvane_svcmgr_connect") korvane_svcmgr_disconnect();
     };
     fail_each(
-        before, [&] { code = function.call(*in, *out); },
+        before,
+        [&] {
+          platform.forget();
+          code = function.call(*in, *out);
+        },
         [&](bool failed) {
           EXPECT_TRUE(failed ? code == own || code == -12 : code == 0) << code;
           if (!failed) return;
           ++failures;
+          const bool creates = function.name.find("_create") != std::string::npos;
+          EXPECT_LOG_HAS(creates ? "|E " + function.name + ": Failed to create " : "");
           EXPECT_TRUE(out->untouched());
           EXPECT_EQ("1 [m1|1.0|Title|Description]", describe(in->models));
           EXPECT_EQ("m1|1.0|Title|Description", describe(in->info));
+          EXPECT_EQ(1, in->agents.size());
           EXPECT_EQ(0, function.call(*in, *out)) << "works again";
         });
   }

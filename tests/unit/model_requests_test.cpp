@@ -74,6 +74,9 @@ TEST_F(ModelRequestsTest, Layouts) {
     expected.insert(expected.end(), request.sent.begin(), request.sent.end());
     EXPECT_EQ(expected, platform.sent.back());
   }
+  handles.info.set_id(std::string(2049, 'x'));
+  versions.send();
+  EXPECT_EQ(ParcelValue(std::string(2048, 'x')), platform.sent.back()[4]) << "cut when it was set";
   update.send();
   EXPECT_LOG_HAS("|D RequestToUpdate: [m1, 1.0]|D RequestToUpdate: [m2, ]|");
   EXPECT_EQ(0, korvane_svcmgr_ai_request_to_uninstall(ModelList().get(), on_progress, this));

@@ -61,7 +61,7 @@ TEST_F(ServiceTest, Answers) {
     Others out;
     EXPECT_EQ(code, function.call(handles, out)) << function.name;
     EXPECT_LOG_HAS(line.empty() ? "" : function.name + ": " + line + "|");
-    const std::string given = out.text ? out.text : std::to_string(out.number);
+    const std::string given = Others::is_unset(out.text) ? std::to_string(out.number) : out.text;
     EXPECT_TRUE(handed_out.empty() ? out.untouched() : given == handed_out) << given;
     EXPECT_THAT(platform.sent, ElementsAre(function.request));
     const bool asks_only = &function == &kLevel || &function == &kLicense;
