@@ -23,12 +23,14 @@ if(KORVANE_PLATFORM STREQUAL "host")
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
   install(FILES host/korvane_host.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
   korvane_install_pkgconfig(korvane-host)
+  set_target_properties(korvane_svcmgr PROPERTIES INSTALL_RPATH $ORIGIN)
+endif()
+if(TARGET svcmgrctl)
   install(TARGETS svcmgr-emulator svcmgrctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
   cmake_path(RELATIVE_PATH CMAKE_INSTALL_FULL_LIBDIR
     BASE_DIRECTORY ${CMAKE_INSTALL_FULL_BINDIR} OUTPUT_VARIABLE programs_to_libraries)
   set_target_properties(svcmgr-emulator svcmgrctl PROPERTIES
     INSTALL_RPATH $ORIGIN/${programs_to_libraries})
-  set_target_properties(korvane_svcmgr PROPERTIES INSTALL_RPATH $ORIGIN)
 endif()
 
 install(EXPORT korvane-svcmgr-targets NAMESPACE korvane:: DESTINATION ${package_dir})
