@@ -239,5 +239,5 @@ def measure(builds, plan, tree=None):
                 measure_calls(build, plan, folder)
                 measure_search(build, tree)
                 measure_load(build)
-                if number % 3 == 0:
+                if number % 2 == 0:
                     measure_models(build, plan, folder)

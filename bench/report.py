@@ -102,19 +102,35 @@ def table(figures, judged=True):
     return rows if judged else [row[:4] for row in rows]
 
 
+#: With fewer values their spread says nothing of the noise, and nothing is marked.
+FEWEST_VALUES = 4
+LEAST_NOISE = 0.05
+
+
+def noise_between(before, after):
+    """The change that two runs of the same program may show; none when that is not known."""
+    if before["unit"] in EXACT_UNITS:
+        return 0
+    if min(len(before["values"]), len(after["values"])) < FEWEST_VALUES:
+        return None
+    return max(LEAST_NOISE, spread(before) + spread(after))
+
+
+def mark_of(change, noise):
+    if noise is None or abs(change) <= noise:
+        return ""
+    return "WORSE" if change > 0 else "better"
+
+
 def comparison(before, after):
     rows = [["Figure", "before", "after", "change", "noise", ""]]
     for name in before:
         if name not in after or median(before[name]) == 0:
             continue
         change = median(after[name]) / median(before[name]) - 1
-        exact = before[name]["unit"] in EXACT_UNITS
-        noise = 0 if exact else max(0.03, spread(before[name]) + spread(after[name]))
-        mark = "SLOWER" if change > noise else "better" if change < -noise else ""
-        if exact and mark == "SLOWER":
-            mark = "MORE"
+        noise = noise_between(before[name], after[name])
         rows.append([name, with_unit(before[name]), with_unit(after[name]), f"{change:+.1%}",
-                     f"{noise:.1%}", mark])
+                     "?" if noise is None else f"{noise:.1%}", mark_of(change, noise)])
     return rows
 
 
