@@ -4,9 +4,10 @@
 #include <sys/resource.h>
 
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
+#include <iterator>
 
 #include "local_socket.h"
 #include "rpc_port_protocol.h"
@@ -22,13 +23,16 @@ using testing::Not;
 class EmulatorTest : public ServiceTest {
  protected:
   fs::path state_file() const { return device_ + "/service/state.json"; }
+  std::string port_path() const { return device_ + "/run/rpc/" SVCMGR_APP_ID "/SvcMgrAppPort"; }
+  std::string contents(const std::string &file) const {
+    std::ifstream stream(device_ + "/" + file);
+    return {std::istreambuf_iterator<char>(stream), {}};
+  }
 
   /** What is answered to bytes that no command line and no library would send; maybe nothing. */
-  std::string answer_to(const Bytes &message, const std::string &socket_path) const {
-    const UniqueFd socket = connect_to(device_ + "/run/" + socket_path);
-    Bytes frame;
-    EXPECT_TRUE(append_frame(frame, message));
-    EXPECT_EQ(write_all(socket.get(), frame, 60000), 0);
+  static std::string answer_to(const Bytes &message, const std::string &socket_path) {
+    const UniqueFd socket = connect_to(socket_path);
+    EXPECT_EQ(write_frame(socket.get(), message, 60000), 0);
     FrameReader reader;
     const auto answer = read_frame(socket.get(), reader, 60000).value_or(Bytes());
     return std::string(answer.begin(), answer.end());
@@ -42,13 +46,21 @@ class EmulatorTest : public ServiceTest {
     ASSERT_EQ(prlimit(emulator_.pid(), RLIMIT_NOFILE, &limit, nullptr), 0);
   }
 
-  /** Waits until the emulator complains of this. */
-  void await_complaint(const std::string &text) {
-    std::string line;
-    do {
-      line = emulator_.read_line();
-      ASSERT_NE(line, "") << "it has ended, and did not say: " << text;
-    } while (line.find(text) == std::string::npos);
+  /** What an emulator that traces answers to svcmgrctl at first, and announces because of it. */
+  std::string told(std::vector<std::string> command) {
+    command.insert(command.begin(), SVCMGRCTL);
+    run_program(command);
+    control({"event", "model_status", "End=str:"});
+    std::string told;
+    int requests = 0;
+    for (std::string line; line.find("\"End\"") == std::string::npos;
+         line = emulator_.read_line()) {
+      requests += line.find("<-") == 0 ? 1 : 0;
+      const std::size_t begin = std::min(line.find("code="), line.find("_status "));
+      if (begin == std::string::npos || requests > 1) continue;
+      told += line.substr(begin, line.find(" to ") - begin) + "\n";
+    }
+    return told;
   }
 
   static std::string license() {
@@ -60,6 +72,103 @@ class EmulatorTest : public ServiceTest {
   }
 };
 
+TEST_F(EmulatorTest, ChangesModelsAndTellsOfIt) {
+  emulator_.end();
+  start_emulator({"--tick", "0", "--trace"});
+  EXPECT_EQ(told({"models", "update", "vision.detect@2.0.0", "vision.segment"}),
+            R"(code=0 progress={state=17 index=0 count=2 percentage=0}
+_status "START"="started"
+code=0 progress={state=17 index=0 count=2 percentage=25}
+code=0 progress={state=17 index=0 count=2 percentage=50}
+code=0 progress={state=17 index=0 count=2 percentage=75}
+code=0 progress={state=17 index=0 count=2 percentage=100}
+code=0 progress={state=17 index=1 count=2 percentage=25}
+code=0 progress={state=17 index=1 count=2 percentage=50}
+code=0 progress={state=17 index=1 count=2 percentage=75}
+code=0 progress={state=17 index=1 count=2 percentage=100}
+code=0 progress={state=20 index=1 count=2 percentage=100}
+_status "COMPLETED"="completed"
+)");
+  const std::string failure = "code=4 progress={state=24 index=0 count=1 percentage=0}\n";
+  const std::string failed = R"(code=0 progress={state=17 index=0 count=1 percentage=0}
+_status "START"="started"
+)" + failure + R"(_status "FAILED"="failed"
+)";
+  EXPECT_EQ(told({"models", "update", "none"}), failed);
+  EXPECT_EQ(told({"models", "update", "vision.detect@9"}), failed);
+  control({"fail-models", "4"});
+  EXPECT_EQ(told({"models", "uninstall", "vision.detect"}), failed);
+  control({"reply", "RequestToUninstall", "4"});
+  EXPECT_EQ(told({"models", "uninstall", "vision.detect"}), failure);
+  control({"reply", "RequestToUninstall", "default"});
+  told({"models", "uninstall", "speech.dictate"});
+  EXPECT_EQ(told({"models", "uninstall", "speech.dictate"}), failed);
+
+  EXPECT_EQ(told({"models", "versions", "none"}), "code=4 models=[] count=0\n");
+  EXPECT_EQ(told({"models", "list", "--category", "vision"}),
+            R"(code=0 models=[{"vision.detect" "2.0.0" "Object detection" ""}, )"
+            R"({"vision.segment" "1.3.0" "Segmentation" ""}] count=2)"
+            "\n");
+  EXPECT_THAT(told({"models", "list"}), HasSubstr("language.summarize"));
+  setenv("KORVANE_APP_ID", SVCMGR_APP_ID, 1);
+  EXPECT_THAT(told({"models", "list"}), Not(HasSubstr("language.summarize")));
+  EXPECT_THAT(told({"models", "list"}), Not(HasSubstr("speech.dictate")));
+  control({"reply", "GetUsableModelList", "4"});
+  EXPECT_EQ(told({"models", "list"}), "code=4 models=[] count=0\n");
+}
+
+TEST_F(EmulatorTest, UpdatesAgentsAndTellsOfIt) {
+  emulator_.end();
+  start_emulator({"--tick", "0", "--trace"});
+  EXPECT_EQ(told({"update", "com.korvane.device.speech"}), R"(code=0
+_status "Start"=["com.korvane.device.speech"]
+_status "com.example.viewer"=bytes:00000000
+_status "Complete"="updated"
+)");
+  EXPECT_THAT(contents("packages/com.korvane.device.speech.json"), HasSubstr("1.0.0"));
+  control({"fail-update", "7"});
+  const std::string all = R"("com.korvane.device.language", "com.korvane.device.speech", )"
+                          R"("com.korvane.device.vision")";
+  EXPECT_EQ(told({"update"}), "code=0\n_status \"Start\"=[" + all + R"(]
+_status "Fail"=bytes:07000000
+)");
+  EXPECT_THAT(contents("packages/com.korvane.device.vision.json"), HasSubstr("2.1.0"));
+  told({"update"});
+  EXPECT_THAT(contents("packages/com.korvane.device.vision.json"), HasSubstr("2.2.0"));
+
+  emulator_.end();
+  start_emulator({"--tick", "60000"});
+  connect();
+  EXPECT_EQ(korvane_svcmgr_request_update(), SVCMGR_ERROR_NONE);
+  EXPECT_EQ(korvane_svcmgr_request_update(), SVCMGR_ERROR_NONE) << "one that runs serves it, too";
+  EXPECT_THAT(run_program({SVCMGRCTL, "update", "com.korvane.device.speech"}).output,
+              HasSubstr("IN_PROGRESS"));
+  EXPECT_THAT(control({"status"}), HasSubstr("\"events\": 2")) << "it runs, and one has started";
+}
+
+TEST_F(EmulatorTest, PassesOverWhatIsNoRequest) {
+  UniqueFd ports[2];
+  for (const Port port : {Port::kMain, Port::kCallback}) {
+    UniqueFd &socket = ports[static_cast<int>(port)];
+    socket = connect_to(port_path());
+    EXPECT_EQ(write_frame(socket.get(), Hello{port, "token", "app"}.encode().bytes(), 60000), 0);
+  }
+  FrameReader reader;
+  ASSERT_TRUE(read_frame(ports[0].get(), reader, 60000));
+  const Bytes requests[] = {{}, {2}, {99, 0, 0, 0}, {8, 0, 0, 0, 4, 0, 0, 0}, {2, 0, 0, 0}};
+  for (const Bytes &request : requests) {
+    EXPECT_EQ(write_frame(ports[0].get(), request, 60000), 0);
+  }
+  EXPECT_EQ(read_frame(ports[0].get(), reader, 60000), (Bytes{0, 0, 0, 0, 13, 0, 0, 0}));
+  EXPECT_THAT(control({"status"}), HasSubstr("\"malformed_requests\": 4"));
+
+  const Bytes update_of_nothing = {8, 0, 0, 0, 4, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0};
+  EXPECT_EQ(write_frame(ports[0].get(), update_of_nothing, 60000), 0);
+  FrameReader reports;
+  ASSERT_TRUE(read_frame(ports[1].get(), reports, 60000));
+  EXPECT_TRUE(read_frame(ports[1].get(), reports, 60000)) << "it ends";
+}
+
 TEST_F(EmulatorTest, AnswersWhateverItIsTold) {
   const std::string long_word(kMaxFrameSize - 4, 'x');
   const std::pair<std::string, std::string> messages[] = {
@@ -69,7 +178,8 @@ TEST_F(EmulatorTest, AnswersWhateverItIsTold) {
       {"[\"" + long_word + "\"]", "the answer is too long"},
   };
   for (const auto &[message, answer] : messages) {
-    EXPECT_THAT(answer_to(Bytes(message.begin(), message.end()), "control"), HasSubstr(answer));
+    EXPECT_THAT(answer_to(Bytes(message.begin(), message.end()), device_ + "/run/control"),
+                HasSubstr(answer));
   }
   // Every such letter is longer in the message than in the argument.
   std::vector<std::string> words(12, "k=str:" + std::string(120000, '\x01'));
@@ -82,7 +192,7 @@ TEST_F(EmulatorTest, RunsOutOfDescriptorsAndGoesOn) {
   connect();
   limit_descriptors(0);
   EXPECT_EQ(korvane_svcmgr_request_update(), SVCMGR_ERROR_NONE);
-  for (int event = 0; event < 2; ++event) await_complaint("nobody is told of update_status");
+  for (int event = 0; event < 2; ++event) emulator_.await_line("nobody is told of update_status");
   limit_descriptors();
   EXPECT_EQ(korvane_svcmgr_request_update(), SVCMGR_ERROR_NONE);
 }
@@ -94,7 +204,8 @@ TEST_F(EmulatorTest, ComesBackAsSoonAsItCan) {
   ChildProcess restart;
   restart.start(control_command({"restart"}));
   ASSERT_TRUE(run_until([this] { return connection_events_.size() == 1; }));
-  await_complaint("it cannot come back yet");
+  emulator_.await_line("it cannot come back yet");
+  EXPECT_EQ(run_program(control_command({"restart"})).status, 1) << "it is under way";
   fs::permissions(ports, fs::perms::owner_all);
   ASSERT_TRUE(run_until([this] { return connection_events_.size() == 2; }));
   EXPECT_EQ(restart.wait(), 0);
@@ -116,6 +227,24 @@ TEST_F(EmulatorTest, ServesWhatIsOnTheDisk) {
   EXPECT_EQ(license(), before);
 }
 
+TEST_F(EmulatorTest, RefusesAStateThatMakesNoSense) {
+  const std::pair<const char *, const char *> changes[] = {
+      {"13", "4294967309"},
+      {"com.korvane.device.speech", "../speech"},
+      {R"("1.0.0",
+        "1.1.0",
+        "2.0.0")",
+       ""},
+  };
+  const std::string sound = contents("service/state.json");
+  for (const auto &[text, replacement] : changes) {
+    std::string broken = sound;
+    broken.replace(broken.find(text), std::strlen(text), replacement);
+    std::ofstream(state_file()) << broken;
+    EXPECT_EQ(run_program(control_command({"restart"})).status, 1) << text;
+  }
+}
+
 TEST_F(EmulatorTest, FollowsNoLinkWhenItWrites) {
   const fs::path target = device_ + "/target";
   for (const std::string &end : {std::string("new"), std::to_string(emulator_.pid()) + "-0"}) {
@@ -127,13 +256,15 @@ TEST_F(EmulatorTest, FollowsNoLinkWhenItWrites) {
   EXPECT_EQ(license(), "new");
 }
 
-TEST_F(EmulatorTest, DropsAClientWhoseAnswerIsTooLong) {
-  std::stringstream state;
-  state << std::ifstream(state_file()).rdbuf();
-  std::string text = state.str();
-  text.insert(text.find("Sample agents"), kMaxFrameSize, 'x');
+TEST_F(EmulatorTest, RefusesWhatNoParcelHolds) {
+  std::string text = contents("service/state.json");
+  for (const char *place : {"Sample agents", "Finds people"}) {
+    text.insert(text.find(place), kMaxFrameSize, 'x');
+  }
   std::ofstream(state_file()) << text;
   control({"restart"});
+  EXPECT_THAT(run_program({SVCMGRCTL, "models", "list", "--description"}).output,
+              HasSubstr("SVCMGR_ERROR_INVALID_OPERATION"));
   connect();
   EXPECT_EQ(license(), "none");
   ASSERT_TRUE(run_until([this] { return !connection_events_.empty(); }));
@@ -142,7 +273,7 @@ TEST_F(EmulatorTest, DropsAClientWhoseAnswerIsTooLong) {
 TEST_F(EmulatorTest, TurnsAnEndlessNameAway) {
   Hello hello;
   hello.app_id = std::string(kMaxFrameSize - 20, 'x');
-  EXPECT_EQ(answer_to(hello.encode().bytes(), "rpc/" SVCMGR_APP_ID "/SvcMgrAppPort"), "");
+  EXPECT_EQ(answer_to(hello.encode().bytes(), port_path()), "");
 }
 
 TEST_F(EmulatorTest, HasEndedWhenStopIsDone) {

@@ -86,6 +86,14 @@ std::string ChildProcess::read_line() {
   return line;
 }
 
+void ChildProcess::await_line(const std::string &text) {
+  std::string line;
+  do {
+    line = read_line();
+    ASSERT_NE(line, "") << "it has ended, and did not say: " << text;
+  } while (line.find(text) == std::string::npos);
+}
+
 void ChildProcess::send_signal(int signal) const {
   ::kill(pid_, signal);
 }
@@ -126,10 +134,11 @@ ServiceTest::~ServiceTest() {
   std::filesystem::remove_all(std::filesystem::path(device_).parent_path());
 }
 
-void ServiceTest::start_emulator() {
-  emulator_.start({EMULATOR, "--device", device_, "--tick", "2"});
-  const std::string line = emulator_.read_line();
-  ASSERT_NE(line.find("ready"), std::string::npos) << line;
+void ServiceTest::start_emulator(const std::vector<std::string> &options) {
+  std::vector<std::string> command = {EMULATOR, "--device", device_};
+  command.insert(command.end(), options.begin(), options.end());
+  emulator_.start(command);
+  emulator_.await_line("ready");
 }
 
 void ServiceTest::kill_emulator() {

@@ -32,6 +32,8 @@ class ChildProcess {
   void start(const std::vector<std::string> &command);
   /** The next line of its output; empty when there is none any more. */
   std::string read_line();
+  /** Waits for a line that holds the text. */
+  void await_line(const std::string &text);
   void send_signal(int signal) const;
   /** Stops it, and returns when it has stopped; SIGCONT lets it go on. */
   void stop() const;
@@ -57,7 +59,7 @@ class ServiceTest : public ::testing::Test {
   ServiceTest();
   ~ServiceTest() override;
 
-  void start_emulator();
+  void start_emulator(const std::vector<std::string> &options = {"--tick", "2"});
   void kill_emulator();
   /** What tells the emulator to do something. */
   std::vector<std::string> control_command(std::vector<std::string> arguments) const;
