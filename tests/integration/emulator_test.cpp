@@ -17,6 +17,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using namespace korvane::host;
+using testing::AllOf;
 using testing::HasSubstr;
 using testing::Not;
 
@@ -109,10 +110,13 @@ _status "START"="started"
             R"(code=0 models=[{"vision.detect" "2.0.0" "Object detection" ""}, )"
             R"({"vision.segment" "1.3.0" "Segmentation" ""}] count=2)"
             "\n");
-  EXPECT_THAT(told({"models", "list"}), HasSubstr("language.summarize"));
-  setenv("KORVANE_APP_ID", SVCMGR_APP_ID, 1);
-  EXPECT_THAT(told({"models", "list"}), Not(HasSubstr("language.summarize")));
-  EXPECT_THAT(told({"models", "list"}), Not(HasSubstr("speech.dictate")));
+  const auto all = AllOf(HasSubstr("language.summarize"), Not(HasSubstr("speech.dictate")));
+  EXPECT_THAT(told({"models", "list"}), all);
+  std::ofstream(device_ + "/packages/other.json")
+      << R"({"id": "other", "version": "1", "metadata": {}})";
+  setenv("KORVANE_APP_ID", "other", 1);
+  EXPECT_THAT(told({"models", "list"}),
+              AllOf(HasSubstr("vision.detect"), Not(HasSubstr("language.summarize"))));
   control({"reply", "GetUsableModelList", "4"});
   EXPECT_EQ(told({"models", "list"}), "code=4 models=[] count=0\n");
 }
