@@ -234,6 +234,7 @@ TEST_F(CommandLineTest, ExamplesRunToTheirEnd) {
   for (const char *example : {EXAMPLE_C, EXAMPLE_CPP}) {
     check(SVCMGRCTL, {{}, {"models", "update", "vision.detect@1.0.0"}, 0, "completed"});
     check(example, {{}, {}, 0, "vision.detect 1.0.0\n"});
+    check(SVCMGRCTL, {{}, {"models", "list", "--json"}, 0, R"(vision.detect","version":"2.0.0")"});
     check(example, {{}, {}, 0, "vision.detect 2.0.0\n"});
     check(example, {{"reply", "RequestToUpdate", "5"}, {}, 1, ""});
     control({"reply", "RequestToUpdate", "default"});

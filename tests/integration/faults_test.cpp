@@ -241,6 +241,7 @@ TEST_F(FaultsTest, Soak) {
     load_.act(50 + load_.random(200));
     faults[fault]();
     expect_nothing_left_behind();
+    if (rounds % 50 == 49) std::cout << rounds + 1 << " faults" << std::endl;
   }
   std::cout << rounds << " faults, " << load_.connections << " connections, " << load_.losses
             << " told lost, " << load_.answers << " answers" << std::endl;
