@@ -66,30 +66,30 @@ class ConnectionTest : public LibraryTest {
        [this] { reaction = [] { korvane_svcmgr_connect(Callback(), nullptr); }; }},
       {"disconnect", [this] { expect_success(korvane_svcmgr_disconnect()); }},
       {"request", [this] { expect_success(korvane_svcmgr_request_update()); }},
-      {"connected", [this] { platform.report_connected(); }},
-      {"lost", [this] { platform.report_disconnected(); }},
-      {"rejected", [this] { platform.report_rejected(); }},
+      {"connected", [] { platform.report_connected(); }},
+      {"lost", [] { platform.report_disconnected(); }},
+      {"rejected", [] { platform.report_rejected(); }},
       {"update",
-       [this] {
+       [] {
          platform.emit(kAgent, {{"Update", "1"}, {"Launch", "1"}});
        }},
       {"launch",
-       [this] {
+       [] {
          platform.emit(kAgent, {{"Launch", "1"}});
        }},
       {"bytes",
-       [this] {
+       [] {
          platform.emit(kAgent, {{"Update", Bytes{1}}, {"Launch", Bytes{1}}});
        }},
       {"foreign",
-       [this] {
+       [] {
          platform.emit(kAgent, {{"Update", "1"}}, "event.other");
        }},
       {"start", [] { UpdateObserver().StartUpdate(); }},
-      {"unwatchable", [this] { platform.failures["event_add_event_handler"] = -9; }},
-      {"watched-for-ever", [this] { platform.failures["event_remove_event_handler"] = -8; }},
-      {"unreachable", [this] { platform.failures["rpc_port_proxy_connect"] = -5; }},
-      {"repaired", [this] { platform.repair(); }}};
+      {"unwatchable", [] { platform.failures["event_add_event_handler"] = -9; }},
+      {"watched-for-ever", [] { platform.failures["event_remove_event_handler"] = -8; }},
+      {"unreachable", [] { platform.failures["rpc_port_proxy_connect"] = -5; }},
+      {"repaired", [] { platform.repair(); }}};
 };
 
 TEST_F(ConnectionTest, Stories) {

@@ -55,7 +55,7 @@ class MemoryTest : public LibraryTest {
     platform.resource_path = (directory() / "res/").string();
     platform.packages.push_back(
         {SVCMGR_VENDOR_PREFIX ".agent", "4", {{"ai-agent-category", "vision"}}});
-    platform.on_send = [this, licence = std::string(100, 'x')] {
+    platform.on_send = [licence = std::string(100, 'x')] {
       const bool for_licence = platform.sent.back()[0] == ParcelValue(3);
       platform.main_port.incoming = {{0, for_licence ? ParcelValue(licence) : 0}};
     };

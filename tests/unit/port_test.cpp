@@ -186,7 +186,7 @@ TEST_F(PortTest, Failures) {
 TEST_F(PortTest, ADelegateMayDoAnythingWhileItIsCalled) {
   const std::function<void()> deeds[] = {[this] { request(); }, [this] { remove(4); },
                                          [this] { port.reset(); },
-                                         [this] { platform.report_disconnected(); }};
+                                         [] { platform.report_disconnected(); }};
   for (const bool once : {false, true}) {
     for (const auto &deed : deeds) {
       open();
@@ -201,9 +201,9 @@ TEST_F(PortTest, ADelegateMayDoAnythingWhileItIsCalled) {
 }
 
 TEST_F(PortTest, TheListenerMayDestroyThePort) {
-  const std::function<void()> events[] = {[this] { platform.report_connected(); },
-                                          [this] { platform.report_disconnected(); },
-                                          [this] { platform.report_rejected(); }};
+  const std::function<void()> events[] = {[] { platform.report_connected(); },
+                                          [] { platform.report_disconnected(); },
+                                          [] { platform.report_rejected(); }};
   for (const auto &event : events) {
     open();
     reaction = [this] { port.reset(); };

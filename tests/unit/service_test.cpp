@@ -99,7 +99,7 @@ TEST_F(ServiceTest, Failures) {
   EXPECT_FALSE(UpdateObserver().IsIdle());
   platform.report_connected();
   all_fail(-38, "P request_update: Invalid protocol|E request_update: PROXY EXCEPTION!!!|");
-  platform.on_send = [this] { platform.main_port.incoming = {{0}}; };
+  platform.on_send = [] { platform.main_port.incoming = {{0}}; };
   EXPECT_EQ(SVCMGR_ERROR_INVALID_API_LEVEL, kLevel.call(handles, out))
       << "an answer without a number";
   EXPECT_EQ(-107, kUpdate.call(handles, out));
