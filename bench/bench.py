@@ -8,6 +8,7 @@ import pathlib
 import platform
 import re
 import shutil
+import signal
 import subprocess
 import sys
 import tempfile
@@ -145,6 +146,8 @@ def compare(arguments, plan):
 def main():
     arguments = parse_arguments()
     os.environ["LC_ALL"] = "C.UTF-8"
+    # Ends as an exception does: worktrees, folders and emulators go with it.
+    signal.signal(signal.SIGTERM, lambda number, _: sys.exit(128 + number))
     plan = measure.Plan(arguments.quick, arguments.rounds)
     try:
         if arguments.sizes:
