@@ -230,7 +230,7 @@ std::vector<Command> make_commands() {
   return {
       {"status", "", "what it is doing, as JSON", 0, 0,
        at_once([](Service &service, const Words &) { return to_text(service.status(), 2); })},
-      {"stop", "", "end", 0, 0, stop},
+      {"stop", "", "end; done when it has ended", 0, 0, stop},
       {"update", "[--count N]",
        "update itself: announce \"Update\", drop all connections, come back, announce \"Launch\"",
        0, 2, update_itself},

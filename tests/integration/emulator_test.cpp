@@ -119,6 +119,7 @@ _status "START"="started"
               AllOf(HasSubstr("vision.detect"), Not(HasSubstr("language.summarize"))));
   control({"reply", "GetUsableModelList", "4"});
   EXPECT_EQ(told({"models", "list"}), "code=4 models=[] count=0\n");
+  EXPECT_THAT(control({"status"}), HasSubstr("\"connections\": []"));
 }
 
 TEST_F(EmulatorTest, UpdatesAgentsAndTellsOfIt) {
@@ -139,6 +140,8 @@ _status "Fail"=bytes:07000000
   EXPECT_THAT(contents("packages/com.korvane.device.vision.json"), HasSubstr("2.1.0"));
   told({"update"});
   EXPECT_THAT(contents("packages/com.korvane.device.vision.json"), HasSubstr("2.2.0"));
+  std::ofstream(device_ + "/packages/com.korvane.device.speech.json") << "[]";
+  EXPECT_THAT(told({"update"}), HasSubstr("\"Fail\"=bytes:01000000"));
 
   emulator_.end();
   start_emulator({"--tick", "60000"});
