@@ -172,8 +172,12 @@ TEST_F(EmulatorTest, PassesOverWhatIsNoRequest) {
   const Bytes update_of_nothing = {8, 0, 0, 0, 4, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0};
   EXPECT_EQ(write_frame(ports[0].get(), update_of_nothing, 60000), 0);
   FrameReader reports;
-  ASSERT_TRUE(read_frame(ports[1].get(), reports, 60000));
-  EXPECT_TRUE(read_frame(ports[1].get(), reports, 60000)) << "it ends";
+  for (const int state : {SVCMGR_AI_STATE_START, SVCMGR_AI_STATE_COMPLETED}) {
+    const auto report = read_frame(ports[1].get(), reports, 60000);
+    ASSERT_TRUE(report);
+    constexpr std::size_t kStatePosition = 17;
+    EXPECT_EQ(report->at(kStatePosition), state);
+  }
 }
 
 TEST_F(EmulatorTest, AnswersWhateverItIsTold) {
