@@ -15,8 +15,12 @@ if(KORVANE_SANITIZE)
     -fsanitize=${KORVANE_SANITIZE} -fno-omit-frame-pointer)
   target_link_options(korvane_options INTERFACE -fsanitize=${KORVANE_SANITIZE})
   if(KORVANE_SANITIZE MATCHES "undefined")
-    # The check of virtual tables opens a pipe, and takes it for an error when no descriptor is left.
-    target_compile_options(korvane_options INTERFACE
-      -fno-sanitize-recover=undefined -fno-sanitize=vptr)
+    target_compile_options(korvane_options INTERFACE -fno-sanitize-recover=undefined)
+    # What the emulator runs goes without the check of virtual tables: it opens a pipe, and takes it
+    # for an error when no descriptor is left.
+    foreach(target svcmgr-emulator korvane_host)
+      target_compile_options(korvane_options INTERFACE
+        $<$<STREQUAL:$<TARGET_PROPERTY:NAME>,${target}>:-fno-sanitize=vptr>)
+    endforeach()
   endif()
 endif()
