@@ -27,7 +27,7 @@ ROWS = [
     ("… 100,000", "library.receive_models.100000",
      {"limit": ("library.receive_models.1000", 2.0)}),
     ("… allocations, four of them the platform's", "library.receive_models.1000.allocations",
-     {"most": 14}),
+     {"most": 10}),
     ("… bytes asked for", "library.receive_models.1000.bytes", {}),
     ("… destroying, of 100,000", "library.destroy_models.100000",
      {"limit": ("library.destroy_models.1000", None)}),
