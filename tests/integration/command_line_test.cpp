@@ -92,6 +92,7 @@ TEST_F(CommandLineTest, CommandsTellWhatCame) {
        1,
        "IN_PROGRESS"},
       {{"silent", "GetUsableModelList"}, {"models", "list", "--timeout", "0.05"}, 1, "TIMEOUT"},
+      {{"silent", "off"}, {"models", "list"}, 0, "vision.segment"},
       {{"reject", "on"}, {"agent-level"}, 1, "SVCMGR_ERROR_PERMISSION_DENIED"},
       {{}, {"--version"}, 0, "svcmgrctl " KORVANE_SVCMGR_VERSION_TEXT "\n"},
       {{}, {"--complete", "--app", "com.example.viewer", "mo"}, 0, "models\n"},
@@ -163,6 +164,11 @@ TEST_F(CommandLineTest, AWatchTellsWhatApplicationsDoNotHear) {
   expect_line("connected" + notice);
   tool_.send_signal(SIGINT);
   EXPECT_EQ(tool_.wait(), 0);
+
+  tool_.start({SVCMGRCTL, "watch"});
+  expect_line("connected");
+  tool_.stop();
+  control({"update"});  // which does not wait for it
 }
 
 TEST_F(CommandLineTest, ACommandRunsBesideAServiceThatGoesWithIt) {
@@ -190,6 +196,8 @@ TEST_F(CommandLineTest, TheEmulatorRefusesWhatItCannotDo) {
       {{}, {"--device", device_, "--tick", "never"}, 2, "tick"},
       {{}, {"ctl", "--device", device_, "reply", "get_agent_api_level"}, 2, ""},
       {{}, {"ctl", "--device", device_, "reply", "no_method", "1"}, 2, "no_method"},
+      {{}, {"ctl", "--device", device_, "stray", "4294967297"}, 2, "4294967297"},
+      {{}, {"ctl", "--device", device_, "status", "more"}, 2, ""},
       {{}, {"ctl", "--device", device_, "garbage", "main", "soup"}, 2, "soup"},
       {{}, {"ctl", "--device", device_ + "/none", "status"}, 1, "start one with"},
       {{}, {"ctl", "reply", "--help"}, 0, "METHOD CODE|default"},

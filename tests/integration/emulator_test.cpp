@@ -1,7 +1,9 @@
 // The emulator on a device, with peers and in conditions that it would rather not meet.
 #include <gmock/gmock.h>
+#include <poll.h>
 #include <sched.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 
 #include <cstdlib>
 #include <cstring>
@@ -62,6 +64,10 @@ class EmulatorTest : public ServiceTest {
       told += line.substr(begin, line.find(" to ") - begin) + "\n";
     }
     return told;
+  }
+
+  static void on_list(int, korvane_svcmgr_ai_model_list_h list, void *) {
+    korvane_svcmgr_ai_model_list_destroy(list);
   }
 
   static std::string license() {
@@ -137,9 +143,19 @@ _status "Complete"="updated"
   EXPECT_EQ(told({"update"}), "code=0\n_status \"Start\"=[" + all + R"(]
 _status "Fail"=bytes:07000000
 )");
-  EXPECT_THAT(contents("packages/com.korvane.device.vision.json"), HasSubstr("2.1.0"));
+  connect();
+  const auto expect_version = [this](const std::string &version) {
+    korvane_svcmgr_ai_request_usable_model_list_with_category(on_list, "vision", nullptr);
+    emulator_.await_line("app_version=\"" + version + "\"");
+    emulator_.await_line("models=[");
+  };
+  expect_version("2.1.0");
+  control({"reply", "request_update", "-13"});
+  EXPECT_EQ(told({"update"}), "code=-13\n");
+  control({"reply", "request_update", "default"});
   told({"update"});
-  EXPECT_THAT(contents("packages/com.korvane.device.vision.json"), HasSubstr("2.2.0"));
+  expect_version("2.2.0");
+  korvane_svcmgr_disconnect();
   std::ofstream(device_ + "/packages/com.korvane.device.speech.json") << "[]";
   EXPECT_THAT(told({"update"}), HasSubstr("\"Fail\"=bytes:01000000"));
 
@@ -166,7 +182,11 @@ TEST_F(EmulatorTest, PassesOverWhatIsNoRequest) {
   for (const Bytes &request : requests) {
     EXPECT_EQ(write_frame(ports[0].get(), request, 60000), 0);
   }
-  EXPECT_EQ(read_frame(ports[0].get(), reader, 60000), (Bytes{0, 0, 0, 0, 13, 0, 0, 0}));
+  const Bytes level = {0, 0, 0, 0, 13, 0, 0, 0};
+  EXPECT_EQ(read_frame(ports[0].get(), reader, 60000), level);
+  control({"stray", "1"});
+  EXPECT_EQ(write_frame(ports[0].get(), {2, 0, 0, 0}, 60000), 0);
+  EXPECT_NE(read_frame(ports[0].get(), reader, 60000), level) << "stray parcels come before it";
   EXPECT_THAT(control({"status"}), HasSubstr("\"malformed_requests\": 4"));
 
   const Bytes update_of_nothing = {8, 0, 0, 0, 4, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0};
@@ -181,10 +201,13 @@ TEST_F(EmulatorTest, PassesOverWhatIsNoRequest) {
 }
 
 TEST_F(EmulatorTest, AnswersWhateverItIsTold) {
-  const std::string long_word(kMaxFrameSize - 4, 'x');
+  const std::string long_word(kMaxFrameSize - 4, 'x'), other_word(1 << 20, 'x');
+  const UniqueFd silent = connect_to(device_ + "/run/control");
   const std::pair<std::string, std::string> messages[] = {
       {std::string(1 << 20, '['), "nested"},
       {"", "parse error"},
+      {"\"\xff", "parse error"},
+      {"[\"" + other_word + "\"]", other_word},
       {R"(["status",1])", "no array of words"},
       {"[\"" + long_word + "\"]", "the answer is too long"},
   };
@@ -197,6 +220,8 @@ TEST_F(EmulatorTest, AnswersWhateverItIsTold) {
   words.insert(words.begin(), {"event", "agent_status"});
   EXPECT_THAT(run_program(control_command(words)).output, HasSubstr("the command is too long"));
   control({"status"});
+  pollfd end = {silent.get(), POLLIN, 0};
+  EXPECT_EQ(poll(&end, 1, 60000), 1) << "who never asks is turned away";
 }
 
 TEST_F(EmulatorTest, RunsOutOfDescriptorsAndGoesOn) {
@@ -229,6 +254,7 @@ TEST_F(EmulatorTest, ServesWhatIsOnTheDisk) {
   fs::create_directory(state_file());  // not even root can write there
   EXPECT_EQ(run_program(control_command({"license", "other"})).status, 1);
   EXPECT_EQ(license(), before);
+  EXPECT_FALSE(fs::exists(state_file().string() + "." + std::to_string(emulator_.pid()) + "-0"));
   EXPECT_EQ(run_program({SVCMGRCTL, "models", "update", "vision.detect"}).status, 1);
   EXPECT_THAT(run_program({SVCMGRCTL, "models", "list"}).output, Not(HasSubstr("2.0.0")));
   ChildProcess restart;
@@ -254,6 +280,9 @@ TEST_F(EmulatorTest, RefusesAStateThatMakesNoSense) {
     std::ofstream(state_file()) << broken;
     EXPECT_EQ(run_program(control_command({"restart"})).status, 1) << text;
   }
+  fs::remove(state_file());
+  ASSERT_EQ(mkfifo(state_file().c_str(), 0600), 0);
+  EXPECT_EQ(run_program(control_command({"restart"})).status, 1);
 }
 
 TEST_F(EmulatorTest, FollowsNoLinkWhenItWrites) {

@@ -145,6 +145,7 @@ TEST_F(EventsTest, ModelStatus) {
   platform.failures["event_remove_event_handler"] = -8;
   EXPECT_EQ(-38, korvane_svcmgr_ai_deregister_status_cb());
   platform.emit(kModel, start);
+  platform.take_log();
   platform.emit(kModel, start, "event.other");
   EXPECT_LOG_HAS("There is no registered callback|");
   EXPECT_EQ(0, korvane_svcmgr_ai_deregister_status_cb());
