@@ -5,7 +5,9 @@
 
 #include <fstream>
 
+#include "app.h"
 #include "app_event.h"
+#include "device.h"
 #include "dlog.h"
 #include "host_fixture.h"
 #include "korvane_host.h"
@@ -88,10 +90,28 @@ TEST_F(HostDeviceTest, LookUpByName) {
   }
   EXPECT_EQ(look_up("folder"), std::to_string(-EIO));
   EXPECT_EQ(look_up("pipe"), std::to_string(-EIO));
+  install("z", R"({"id": "z", "version": "1"})");
+  int visited = 0;
+  const auto visit_one = [](package_info_h, void *count) {
+    return ++*static_cast<int *>(count) < 1;
+  };
+  EXPECT_EQ(package_manager_foreach_package_info(visit_one, &visited), 0);
+  EXPECT_EQ(visited, 1);
   app_info_h app = nullptr;
   EXPECT_EQ(app_info_create("a", &app), -EIO);
   unsetenv("KORVANE_DEVICE");
   EXPECT_EQ(look_up("a"), std::to_string(-EIO));
+}
+
+TEST_F(HostDeviceTest, ResourcesOfTheCallingApplication) {
+  setenv("KORVANE_APP_ID", "a", 1);
+  EXPECT_EQ(app_get_resource_path(), nullptr);
+  fs::create_directories(Device::current().resource_directory("a"));
+  char *path = app_get_resource_path();
+  EXPECT_EQ(path, Device::current().resource_directory("a").string() + "/");
+  free(path);
+  unsetenv("KORVANE_APP_ID");
+  EXPECT_EQ(app_get_resource_path(), nullptr);
 }
 
 TEST_F(HostDeviceTest, EveryChangeOfAPackageIsSeenAtOnce) {
@@ -132,13 +152,21 @@ TEST_F(HostDeviceTest, EveryAllocationMayFail) {
 }
 
 TEST_F(HostDeviceTest, RunFolderThatOthersReachIsRefused) {
-  const auto on_event = [](const char *, bundle_h, void *) {};
-  fs::create_directory(device_ / "run");
-  for (const auto reach : {fs::perms::group_exec, fs::perms::others_exec}) {
-    fs::permissions(device_ / "run", fs::perms::owner_all | reach);
+  const auto subscribe = [] {
     event_handler_h handler = nullptr;
-    EXPECT_EQ(event_add_event_handler("a", on_event, nullptr, &handler), -EACCES);
+    return event_add_event_handler(
+        "a", [](const char *, bundle_h, void *) {}, nullptr, &handler);
+  };
+  const fs::path run = device_ / "run";
+  fs::create_directory(run);
+  for (const auto reach : {fs::perms::group_exec, fs::perms::others_exec}) {
+    fs::permissions(run, fs::perms::owner_all | reach);
+    EXPECT_EQ(subscribe(), -EACCES);
   }
+  fs::permissions(run, fs::perms::owner_all);
+  fs::rename(run, device_ / "elsewhere");
+  fs::create_directory_symlink("elsewhere", run);
+  EXPECT_EQ(subscribe(), -EACCES);
 }
 
 TEST(HostMainLoop, ServesWhatIsDueUntilQuit) {
