@@ -127,7 +127,8 @@ TEST_F(MemoryTest, EveryCall) {
 
 TEST_F(MemoryTest, EveryEvent) {
   const std::string id = "a long enough model ID to be allocated", limit(2048, 'd');
-  const bundle_s own = {{"org.example.app", Bytes{0, 0, 0, 0}}}, started = {{"START", "s"}};
+  const bundle_s update = {{"Update", "announced"}}, launch = {{"Launch", "announced"}},
+                 own = {{"org.example.app", Bytes{0, 0, 0, 0}}}, started = {{"START", "s"}};
   const auto before = [&] {
     const Handles handles;
     korvane_svcmgr_ai_request_usable_model_list(on_models, this);
@@ -152,6 +153,21 @@ TEST_F(MemoryTest, EveryEvent) {
                 ::testing::ElementsAre("models 0 1 [" + id + "|1|t|" + limit + "]",
                                        "progress 0 20 0 1 100", "update 1", "model 0 17"));
   });
+
+  const auto update_of_the_service = [&] {
+    platform.emit(".agent_status", update);
+    platform.report_disconnected();
+    platform.emit(".agent_status", launch);
+    platform.report_connected();
+  };
+  fail_each([] {}, update_of_the_service,
+            [&](bool failed) {
+              EXPECT_TRUE(failed || heard.empty()) << "nothing is told of it";
+              int level = 0;
+              if (start_connecting() == 0) platform.report_connected();
+              EXPECT_EQ(0, korvane_svcmgr_get_agent_api_level(&level))
+                  << "connected, or can connect again";
+            });
 }
 
 }  // namespace
