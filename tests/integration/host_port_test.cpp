@@ -465,10 +465,12 @@ UniqueFd connect_as(uid_t user, const std::string &path) {
 }
 
 TEST_F(HostServerTest, ForeignUserIsTurnedAway) {
-  if (geteuid() != 0) GTEST_SKIP() << "only root can become another user";
   const std::string path = socket_path();
+  using std::filesystem::perms;
+  EXPECT_EQ(std::filesystem::status(path).permissions(), perms::owner_read | perms::owner_write);
+  if (geteuid() != 0) GTEST_SKIP() << "only root can become another user";
   for (std::filesystem::path part = path; part != device_.parent_path();) {
-    permissions(part, std::filesystem::perms::all);
+    permissions(part, perms::all);
     part = part.parent_path();
   }
   for (const uid_t user : {uid_t{65534}, uid_t{0}}) {
