@@ -62,7 +62,8 @@ def build(source, directory):
     """Builds the measuring programs and what they measure."""
     measure.progress(f"building in {directory}")
     run(["cmake", "-S", source, "-B", directory, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Release",
-         "-DCMAKE_CXX_FLAGS_RELEASE=-O2 -DNDEBUG", "-DKORVANE_BENCH=ON", "-DBUILD_TESTING=OFF"], stdout=subprocess.DEVNULL)
+         "-DCMAKE_CXX_FLAGS_RELEASE=-O2 -DNDEBUG", "-DKORVANE_BENCH=ON", "-DBUILD_TESTING=OFF"],
+        stdout=subprocess.DEVNULL)
     built = subprocess.run(["cmake", "--build", directory, "--target", *TARGETS, "--", "--quiet"],
                            stdout=subprocess.PIPE, text=True, check=False)
     if built.returncode != 0:

@@ -124,12 +124,23 @@ def add_times(build, name, figures, unit, divisor=1):
         build.add(f"{name}.{figure}", unit, figures[figure] / divisor)
 
 
-def measure_calls(build, plan, folder):
+@contextlib.contextmanager
+def on_one_processor():
+    """What is started meanwhile shares one processor, and wakes up no idle one."""
+    allowed = os.sched_getaffinity(0)
+    os.sched_setaffinity(0, {min(allowed)})
+    try:
+        yield
+    finally:
+        os.sched_setaffinity(0, allowed)
+
+
+def measure_calls(build, plan, folder, name):
     program, calls = build.program("bench_calls"), str(plan.calls)
     for peer in ("socket", "bus"):
-        add_times(build, f"call.{peer}", figures_of([program, peer, calls]), "µs")
+        add_times(build, f"{name}.{peer}", figures_of([program, peer, calls]), "µs")
     with emulator(build, folder) as pid:
-        add_times(build, "call.service", figures_of([program, "service", calls, str(pid)]), "µs")
+        add_times(build, f"{name}.service", figures_of([program, "service", calls, str(pid)]), "µs")
 
 
 def measure_models(build, plan, folder):
@@ -236,7 +247,9 @@ def measure(builds, plan, tree=None):
             for build in builds:
                 progress(f"round {number + 1} of {plan.rounds}, {build.name}")
                 measure_library(build, plan)
-                measure_calls(build, plan, folder)
+                with on_one_processor():
+                    measure_calls(build, plan, folder, "call")
+                measure_calls(build, plan, folder, "spread_call")
                 measure_search(build, tree)
                 measure_load(build)
                 if number % 2 == 0:

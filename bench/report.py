@@ -9,8 +9,12 @@ import subprocess
 ROWS = [
     ("Synchronous call, processor", "call.service.processor",
      {"limit": ("call.socket.processor", 1.4), "peer": ("call.bus.processor", 1.0)}),
-    ("Synchronous call, clock", "call.service.clock",
+    ("… clock", "call.service.clock",
      {"limit": ("call.socket.clock", None), "peer": ("call.bus.clock", None)}),
+    ("… on any processors, processor", "spread_call.service.processor",
+     {"limit": ("spread_call.socket.processor", None), "peer": ("spread_call.bus.processor", None)}),
+    ("… on any processors, clock", "spread_call.service.clock",
+     {"limit": ("spread_call.socket.clock", None), "peer": ("spread_call.bus.clock", None)}),
     ("Own share of a synchronous call", "library.synchronous_call", {"most": 110}),
     ("… allocations", "library.synchronous_call.allocations", {"most": 0}),
     ("Marker search", "search.library",
