@@ -69,28 +69,18 @@ TEST_F(CommandLineTest, CommandsTellWhatCame) {
       {{}, {"license", "--verbose"}, 0, "agent license : red , left"},
       {{"license", "SVCMGR_ERROR_QEL_DISABLED"}, {"license"}, 1, "SVCMGR_ERROR_QEL_DISABLED"},
       {{"stray", "3"}, {"agent-level"}, 0, "13"},
-      {{}, {"connect", "--json"}, 0, ""},
       {{}, {"update"}, 0, "update started\nupdate completed\n"},
       {{}, {"update", "com.korvane.device.vision", "--json"}, 0, "completed"},
       {{}, {"models", "list", "--description"}, 0, "Finds people"},
-      {{}, {"models", "list", "--category", "vision"}, 0, "vision.segment"},
       {{}, {"models", "list", "--json"}, 0, kDetect},
       {{}, {"models", "update", "vision.detect@2.0.0", "--json"}, 0, R"("state":20)"},
       {{"restart"}, {"models", "list"}, 0, "2.0.0"},
-      {{}, {"models", "uninstall", "vision.detect", "--json"}, 0, ""},
       {{}, {"models", "versions", "vision.segment", "--json"}, 0, "1.3.0"},
       {{}, {"models", "versions", "\xff\x1b"}, 1, "\"\uFFFD\uFFFD\""},
-      {{}, {"models", "versions", "\xff\x1b", "--json"}, 1, ""},
       {{}, {"watch", "--for", "0.01", "--json"}, 0, "connected"},
-      {{"reply", "get_agent_api_level", "-1"}, {"agent-level"}, 1, "INVALID_API_LEVEL"},
-      {{}, {"agent-level", "--json"}, 1, R"("code":-1073741825)"},
-      {{"reply", "request_update", "-13"}, {"update"}, 1, "SVCMGR_ERROR_PERMISSION_DENIED (-13)"},
+      {{"reply", "get_agent_api_level", "-1"}, {"agent-level", "--json"}, 1, "INVALID_API_LEVEL"},
       {{"fail-update", "7"}, {"update", "com.korvane.device.speech"}, 1, "failure code 7\n"},
       {{}, {"is-updating", "--json"}, 0, ""},
-      {{"reply", "request_update_with_list", "-1073741831"},
-       {"update", "com.korvane.device.speech"},
-       1,
-       "IN_PROGRESS"},
       {{"silent", "GetUsableModelList"}, {"models", "list", "--timeout", "0.05"}, 1, "TIMEOUT"},
       {{"silent", "off"}, {"models", "list"}, 0, "vision.segment"},
       {{"reject", "on"}, {"agent-level"}, 1, "SVCMGR_ERROR_PERMISSION_DENIED"},
@@ -120,13 +110,6 @@ TEST_F(CommandLineTest, WhatIsWrongIsNamedWithWhatToDo) {
   check(SVCMGRCTL, {{}, {"agent-level"}, 1, R"(start one with "svcmgr-emulator --device)"});
   unsetenv("KORVANE_APP_ID");
   check(SVCMGRCTL, {{}, {"agent-level"}, 2, "KORVANE_APP_ID"});
-}
-
-TEST_F(CommandLineTest, TheTimeRunsAnewWithEveryReport) {
-  restart_emulator_with_tick("100");
-  Words command = {SVCMGRCTL, "--timeout", "3", "models", "update"};
-  command.insert(command.end(), 8, "vision.detect");  // 32 reports, in more than the time
-  EXPECT_EQ(run_program(command).status, 0);
 }
 
 TEST_F(CommandLineTest, WhoEndsTheWaitIsToldThatTheUpdateGoesOn) {
@@ -248,7 +231,9 @@ TEST_F(CommandLineTest, ExamplesRunToTheirEnd) {
     control({"reply", "RequestToUpdate", "default"});
   }
   kill_emulator();
-  for (const char *example : {EXAMPLE_C, EXAMPLE_CPP}) check(example, {{}, {}, 1, ""});
+  for (const char *example : {EXAMPLE_C, EXAMPLE_CPP}) {
+    check(example, {{}, {}, 1, "E/SERVICE_MANAGER_CLIENT: "});
+  }
 }
 
 }  // namespace

@@ -310,12 +310,6 @@ TEST_F(EmulatorTest, RefusesWhatNoParcelHolds) {
   ASSERT_TRUE(run_until([this] { return !connection_events_.empty(); }));
 }
 
-TEST_F(EmulatorTest, TurnsAnEndlessNameAway) {
-  Hello hello;
-  hello.app_id = std::string(kMaxFrameSize - 20, 'x');
-  EXPECT_EQ(answer_to(hello.encode().bytes(), port_path()), "");
-}
-
 TEST_F(EmulatorTest, HasEndedWhenStopIsDone) {
   // On one processor, of which it gets what the others leave.
   cpu_set_t one;

@@ -1,4 +1,5 @@
 // A running application while its service manager is killed, stopped, updated and flooded with.
+#include <gmock/gmock.h>
 #include <malloc.h>
 #include <signal.h>
 #include <sys/resource.h>
@@ -8,188 +9,280 @@
 #include <filesystem>
 #include <future>
 #include <iostream>
+#include <list>
+#include <random>
 
 #include "event_publisher.h"
+#include "korvane_host.h"
+#include "korvane_svcmgr.hpp"
 #include "service_fixture.h"
-#include "workload.h"
 
 namespace {
 
-using namespace std::chrono_literals;
 using korvane::host::EventBundle;
 using korvane::host::publish_event;
+using korvane::svcmgr::ModelInfo;
+using korvane::svcmgr::ModelList;
+using korvane::svcmgr::Progress;
 
 unsigned number_from(const char *variable, unsigned otherwise) {
   const char *text = std::getenv(variable);
   return text != nullptr ? static_cast<unsigned>(std::strtoul(text, nullptr, 10)) : otherwise;
 }
 
-auto descriptors_of(const std::string &process) {
-  return std::distance(std::filesystem::directory_iterator("/proc/" + process + "/fd"), {});
-}
+/** The descriptors of a process, and the bytes that this one has allocated. */
+struct Holdings {
+  explicit Holdings(const std::string &process = "self")
+      : descriptors(
+            std::distance(std::filesystem::directory_iterator("/proc/" + process + "/fd"), {})),
+        heap(mallinfo2().uordblks) {}
+  std::ptrdiff_t descriptors;
+  std::size_t heap;
+};
 
 /**
- * Bytes that are allocated. A constant where a sanitizer has an allocator of its own, and unless
- * glibc runs without the caches that count as allocated.
+ * An application that asks at random. What callbacks promise is checked as they come: an open
+ * request is answered once, a job has one end and nothing behind it, a connection that is lost
+ * answers nothing any more, and connections are told of as made and lost in turn.
  */
-std::size_t heap_in_use() {
-  const char *tunables = std::getenv("GLIBC_TUNABLES");
-  const bool exact = tunables != nullptr && std::string(tunables) == HEAP_TUNABLES;
-  return exact ? mallinfo2().uordblks : 0;
-}
-
 class FaultsTest : public ServiceTest {
  protected:
-  FaultsTest() : seed_(number_from("KORVANE_SEED", 1)), load_(seed_) {
+  FaultsTest() : seed_(number_from("KORVANE_SEED", 1)), dice_(seed_) {
     std::cout << "KORVANE_SEED=" << seed_ << std::endl;
+    korvane_svcmgr_ai_register_status_cb(on_status, this);
   }
+  ~FaultsTest() override { korvane_svcmgr_ai_deregister_status_cb(); }
 
   void SetUp() override {
     // What is made once, at first use, is no leak.
-    connect_workload();
-    load_.act(100);
+    connect();
+    act(100);
     drain();
     at_first_ = reconnect();
-    service_descriptors_ = service_descriptors();
+    service_at_first_ = service_descriptors();
+  }
+
+  unsigned random(unsigned limit) { return static_cast<unsigned>(dice_() % limit); }
+
+  /** Calls of the application, and turns of its main loop. */
+  void act(unsigned times) {
+    for (; times > 0; --times) {
+      char *license = nullptr;
+      switch (random(4)) {
+        case 0:
+          request_list();
+          break;
+        case 1:
+          request_job();
+          break;
+        case 2:
+          expect_documented(korvane_svcmgr_get_license_fulltext(&license));
+          std::free(license);
+          break;
+        default:
+          korvane_host_main_loop_step(0);
+      }
+      note_connection();
+    }
+  }
+  void request_list() {
+    request([](Request *account) {
+      return korvane_svcmgr_ai_request_usable_model_list(on_list, account);
+    });
+  }
+  void request_job() {
+    ModelInfo model;
+    model.set_id("vision.detect");
+    ModelList models;
+    models.add(model);
+    request([&](Request *account) {
+      return korvane_svcmgr_ai_request_to_update(models.get(), on_progress, account);
+    });
   }
 
   bool until(const std::function<bool()> &condition) {
-    return run_until(
-        [&] {
-          load_.note_connection();
-          return condition();
-        },
-        10);
+    const auto holds = [&] {
+      note_connection();
+      return condition();
+    };
+    return run_until(holds, 10);
   }
-
-  void connect_workload() {
-    load_.connect();
-    ASSERT_TRUE(until([this] { return load_.told_connected; }));
+  void connect() {
+    EXPECT_EQ(korvane_svcmgr_connect(on_connection, this), SVCMGR_ERROR_NONE);
+    ASSERT_TRUE(until([this] { return told_connected_; }));
   }
-
   /** Every request is answered, and nothing is left to be done or told. */
   void drain() {
-    ASSERT_TRUE(until([this] { return load_.open() == 0; }));
+    ASSERT_TRUE(until([this] { return open_requests() == 0; }));
     settle();
-    load_.forget();
+    requests_.clear();
   }
-
-  /** The descriptors and bytes that the application holds between two connections. */
-  std::pair<std::ptrdiff_t, std::size_t> reconnect() {
-    load_.disconnect();
-    load_.forget();
-    const std::pair holdings(descriptors_of("self"), heap_in_use());
-    connect_workload();
+  /** Makes a new connection; what the application holds between two of them. */
+  Holdings reconnect() {
+    EXPECT_EQ(korvane_svcmgr_disconnect(), SVCMGR_ERROR_NONE);
+    told_connected_ = false;
+    note_connection();
+    const Holdings holdings;
+    connect();
     return holdings;
   }
-
   std::ptrdiff_t service_descriptors() const {
-    return descriptors_of(std::to_string(emulator_.pid()));
+    return Holdings(std::to_string(emulator_.pid())).descriptors;
+  }
+  std::ptrdiff_t open_requests() const {
+    return std::count_if(requests_.begin(), requests_.end(),
+                         [](const Request &request) { return request.open; });
   }
 
   /** The application holds what it held at first, the service too, and both work. */
   void expect_nothing_left_behind() {
     constexpr std::size_t kLeeway = 16 << 10;  // buffers that grew, not one entry for each request
     drain();
-    const auto [descriptors, heap] = reconnect();
-    EXPECT_EQ(descriptors, at_first_.first);
-    EXPECT_LE(heap, at_first_.second + kLeeway);
-    EXPECT_TRUE(until([this] { return service_descriptors() <= service_descriptors_; }));
-    const std::size_t answers = load_.answers;
-    load_.request_list();
+    const Holdings now = reconnect();
+    EXPECT_EQ(now.descriptors, at_first_.descriptors);
+    EXPECT_LE(now.heap, at_first_.heap + kLeeway);
+    EXPECT_TRUE(until([this] { return service_descriptors() <= service_at_first_; }));
+    const std::size_t answers = answers_;
+    request_list();
     drain();
-    EXPECT_EQ(load_.answers, answers + 1);
+    EXPECT_EQ(answers_, answers + 1);
   }
 
   // What may befall a service. Each returns when the application is connected again.
 
   void kill_and_launch() {
-    const std::size_t losses = load_.losses;
+    const std::size_t losses = losses_;
     emulator_.send_signal(SIGKILL);
-    load_.act(load_.random(4));  // with a service that is going, or gone
-    ASSERT_TRUE(until([&] { return load_.losses > losses; }));
-    ASSERT_EQ(emulator_.wait(), -SIGKILL);
-    load_.act(load_.random(4));
+    act(random(4));  // with a service that is going, or gone
+    ASSERT_TRUE(until([&] { return losses_ > losses; }));
+    emulator_.end();
+    act(random(4));
     start_emulator();
     expect_told_again(losses);
   }
-
   void stop_and_continue() {
     emulator_.stop();
-    for (unsigned count = load_.random(50); count > 0; --count) load_.request_list();
-    ChildProcess waker;
-    waker.start({"/bin/sh", "-c", "kill -CONT " + std::to_string(emulator_.pid())});
+    for (unsigned count = random(50); count > 0; --count) request_list();
+    const auto waker = std::async([this] { emulator_.send_signal(SIGCONT); });
     int level = 0;
     EXPECT_EQ(korvane_svcmgr_get_agent_api_level(&level), SVCMGR_ERROR_NONE);
-    EXPECT_EQ(waker.wait(), 0);
   }
-
   void drop_and_announce() {
-    const std::size_t losses = load_.losses;
+    const std::size_t losses = losses_;
     control({"drop"});
-    load_.act(load_.random(4));
-    ASSERT_TRUE(until([&] { return load_.losses > losses; }));
+    act(random(4));
+    ASSERT_TRUE(until([&] { return losses_ > losses; }));
     control({"announce", "Launch"});
     expect_told_again(losses);
   }
-
   /** An update of the service that nobody is told of, several times, under load. */
   void update_service(unsigned rounds) {
-    const std::size_t losses = load_.losses;
-    const std::size_t wanted = load_.connections + rounds;
+    const std::size_t losses = losses_;
+    const std::size_t wanted = connections_ + rounds;
     ChildProcess update;
     update.start(control_command({"update", "--count", std::to_string(rounds)}));
     ASSERT_TRUE(until([&] {
-      load_.act(1);
-      return load_.connections >= wanted;
+      act(1);
+      return connections_ >= wanted;
     }));
     EXPECT_EQ(update.wait(), 0);
-    EXPECT_EQ(load_.connections, wanted);
-    EXPECT_EQ(load_.losses, losses);
+    EXPECT_EQ(connections_, wanted);
+    EXPECT_EQ(losses_, losses);
     // Connections are told of again from the next update request on.
     EXPECT_EQ(korvane_svcmgr_request_update(), SVCMGR_ERROR_NONE);
     settle();
   }
-
-  void flood(int events) {
+  void flood() {
     drain();
-    const std::size_t statuses = load_.statuses;
-    auto sender = std::async(std::launch::async, [events] {
-      const std::string prefix = "event." SVCMGR_APP_ID ".";
-      EventBundle known, unknown;
-      known.set_string("COMPLETED", "completed");
-      unknown.set_string("Junk", std::string(1000, 'x'));
-      std::size_t sent = 0;
-      for (int i = 0; i < events; ++i) {
-        sent += publish_event(prefix + "model_status", known).reached;
-        for (const char *name : {"model_status", "update_status", "agent_status"}) {
-          publish_event(prefix + name, unknown);
-        }
+    const std::size_t wanted = statuses_ + 300;
+    const std::string prefix = "event." SVCMGR_APP_ID ".";
+    EventBundle known, unknown;
+    known.set_string("COMPLETED", "completed");
+    unknown.set_string("Junk", std::string(1000, 'x'));
+    for (std::size_t sent = statuses_; sent < wanted; ++sent) {
+      EXPECT_EQ(publish_event(prefix + "model_status", known).reached, 1U);
+      for (const char *name : {"model_status", "update_status", "agent_status"}) {
+        publish_event(prefix + name, unknown);
       }
-      return sent;
-    });
-    EXPECT_TRUE(until([&] { return sender.wait_for(0s) == std::future_status::ready; }));
-    const std::size_t sent = sender.get();
-    EXPECT_GT(sent, 0U);
-    EXPECT_TRUE(until([&] { return load_.statuses == statuses + sent; }));
+    }
+    EXPECT_TRUE(until([&] { return statuses_ == wanted; }));
+  }
+
+  std::size_t connections_ = 0;  ///< made so far, told of or not
+  std::size_t losses_ = 0;       ///< of connections, told of
+  std::size_t answers_ = 0;
+  std::size_t statuses_ = 0;  ///< of models
+
+ private:
+  struct Request {
+    FaultsTest &owner;
+    bool open;
+  };
+
+  /** Whether a call ended as it may, with the service there or not. */
+  static void expect_documented(int result) {
+    EXPECT_THAT(result, testing::AnyOf(SVCMGR_ERROR_NONE, SVCMGR_ERROR_NOT_CONNECTED,
+                                       SVCMGR_ERROR_INVALID_OPERATION));
+  }
+  /** Sends a request, of which user data is its account. */
+  template <typename Send>
+  void request(Send send) {
+    Request &account = requests_.emplace_back(Request{*this, true});
+    const int result = send(&account);
+    expect_documented(result);
+    account.open = account.open && result == SVCMGR_ERROR_NONE;
+  }
+  /** Sees whether the library has lost, or made, a connection. To be called after every turn. */
+  void note_connection() {
+    bool updating = false;
+    const bool connected = korvane_svcmgr_is_being_updated(&updating) == SVCMGR_ERROR_NONE;
+    if (!connected_ && connected) ++connections_;
+    if (connected_ && !connected) {
+      for (Request &request : requests_) request.open = false;
+    }
+    connected_ = connected;
+  }
+  void expect_told_again(std::size_t losses) {
+    ASSERT_TRUE(until([this] { return told_connected_; }));
+    EXPECT_EQ(losses_, losses + 1);
+  }
+
+  static void on_connection(int, korvane_svcmgr_connection_state_e state, void *user_data) {
+    auto &self = *static_cast<FaultsTest *>(user_data);
+    const bool connected = state == SVCMGR_CONNECTION_CONNECTED;
+    EXPECT_NE(std::exchange(self.told_connected_, connected), connected);
+    if (!connected) ++self.losses_;
+    self.note_connection();
+  }
+  static void on_list(int result, korvane_svcmgr_ai_model_list_h list, void *user_data) {
+    EXPECT_EQ(result, SVCMGR_ERROR_NONE);
+    answered(user_data, static_cast<bool>(ModelList(list)));
+  }
+  static void on_progress(int, korvane_svcmgr_ai_progress_h progress, void *user_data) {
+    answered(user_data, Progress(progress).state() != SVCMGR_AI_STATE_START);
+  }
+  static void answered(void *user_data, bool is_last) {
+    auto &request = *static_cast<Request *>(user_data);
+    EXPECT_TRUE(request.open) << "answered twice, or after the connection";
+    request.open = !is_last;
+    request.owner.answers_ += is_last ? 1 : 0;
+  }
+  static void on_status(int, korvane_svcmgr_ai_state_e, void *user_data) {
+    ++static_cast<FaultsTest *>(user_data)->statuses_;
   }
 
   const unsigned seed_;
-  Workload load_;
-
- private:
-  void expect_told_again(std::size_t losses) {
-    ASSERT_TRUE(until([this] { return load_.told_connected; }));
-    EXPECT_EQ(load_.losses, losses + 1);
-  }
-
-  std::pair<std::ptrdiff_t, std::size_t> at_first_;
-  std::ptrdiff_t service_descriptors_ = 0;
+  std::mt19937 dice_;
+  std::list<Request> requests_;
+  bool connected_ = false;
+  bool told_connected_ = false;
+  Holdings at_first_;
+  std::ptrdiff_t service_at_first_ = 0;
 };
 
 TEST_F(FaultsTest, KilledAtRandomPoints) {
   for (int round = 0; round < 300 && !HasFailure(); ++round) {
-    load_.act(load_.random(20));
+    act(random(20));
     kill_and_launch();
   }
   expect_nothing_left_behind();
@@ -200,51 +293,39 @@ TEST_F(FaultsTest, UpdatedAHundredTimesUnderLoad) {
   expect_nothing_left_behind();
 }
 
-TEST_F(FaultsTest, FloodOfEvents) {
-  flood(5000);
-  expect_nothing_left_behind();
-}
-
 TEST_F(FaultsTest, TwoThousandOpenRequests) {
   const rlimit few = {256, 256};  // a request costs the service no descriptor
   ASSERT_EQ(prlimit(emulator_.pid(), RLIMIT_NOFILE, &few, nullptr), 0);
   for (int i = 0; i < 1000; ++i) {
-    load_.request_job();
-    load_.request_list();
+    request_job();
+    request_list();
   }
-  EXPECT_EQ(load_.open(), 2000);
-  expect_nothing_left_behind();
-}
-
-TEST_F(FaultsTest, AThousandConnections) {
-  for (int round = 0; round < 1000 && !HasFailure(); ++round) {
-    load_.request_list();
-    load_.disconnect();
-    connect_workload();
-  }
+  EXPECT_EQ(open_requests(), 2000);
   expect_nothing_left_behind();
 }
 
 /** Everything that may happen, in any order, for KORVANE_SOAK_SECONDS. */
 TEST_F(FaultsTest, Soak) {
   const std::function<void()> faults[] = {
-      [this] { kill_and_launch(); },   [this] { stop_and_continue(); },
-      [this] { drop_and_announce(); }, [this] { update_service(1 + load_.random(3)); },
-      [this] { flood(100); },
+      [this] { kill_and_launch(); },
+      [this] { stop_and_continue(); },
+      [this] { drop_and_announce(); },
+      [this] { update_service(1 + random(3)); },
+      [this] { flood(); },
   };
   const auto now = std::chrono::steady_clock::now;
   const auto end = now() + std::chrono::seconds(number_from("KORVANE_SOAK_SECONDS", 3));
   unsigned rounds = 0;
   for (; now() < end && !HasFailure(); ++rounds) {
-    const unsigned fault = load_.random(std::size(faults));
+    const unsigned fault = random(std::size(faults));
     SCOPED_TRACE(fault);
-    load_.act(50 + load_.random(200));
+    act(50 + random(200));
     faults[fault]();
     expect_nothing_left_behind();
     if (rounds % 50 == 49) std::cout << rounds + 1 << " faults" << std::endl;
   }
-  std::cout << rounds << " faults, " << load_.connections << " connections, " << load_.losses
-            << " told lost, " << load_.answers << " answers" << std::endl;
+  std::cout << rounds << " faults, " << connections_ << " connections, " << losses_
+            << " told lost, " << answers_ << " answers" << std::endl;
 }
 
 }  // namespace

@@ -31,39 +31,13 @@ constexpr std::chrono::seconds kHangLimit(120);
   _exit(127);
 }
 
-/** Starts a program whose output can be read from the descriptor returned. */
-std::pair<pid_t, int> spawn(const std::vector<std::string> &command) {
-  int pipe_ends[2];
-  if (pipe2(pipe_ends, O_CLOEXEC) != 0) throw std::runtime_error("pipe2");
-  std::vector<char *> arguments;
-  for (const std::string &word : command) arguments.push_back(const_cast<char *>(word.c_str()));
-  arguments.push_back(nullptr);
-  const pid_t parent = getpid();
-  const pid_t pid = fork();
-  if (pid == 0) become(arguments.data(), pipe_ends[1], parent);
-  close(pipe_ends[1]);
-  if (pid < 0) throw std::runtime_error("cannot start " + command[0]);
-  return {pid, pipe_ends[0]};
-}
-
-int wait_for(pid_t pid) {
-  int status = 0;
-  waitpid(pid, &status, 0);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
-}
-
 }  // namespace
 
 Finished run_program(const std::vector<std::string> &command) {
-  const auto [pid, output] = spawn(command);
-  Finished finished = {};
-  char buffer[4096];
-  for (ssize_t count; (count = read(output, buffer, sizeof(buffer))) > 0;) {
-    finished.output.append(buffer, static_cast<std::size_t>(count));
-  }
-  close(output);
-  finished.status = wait_for(pid);
-  return finished;
+  ChildProcess program;
+  program.start(command);
+  const std::string output = program.read_all();
+  return {program.wait(), output};
 }
 
 ChildProcess::~ChildProcess() {
@@ -77,7 +51,25 @@ void ChildProcess::end() {
 }
 
 void ChildProcess::start(const std::vector<std::string> &command) {
-  std::tie(pid_, output_) = spawn(command);
+  int pipe_ends[2];
+  if (pipe2(pipe_ends, O_CLOEXEC) != 0) throw std::runtime_error("pipe2");
+  std::vector<char *> arguments;
+  for (const std::string &word : command) arguments.push_back(const_cast<char *>(word.c_str()));
+  arguments.push_back(nullptr);
+  const pid_t parent = getpid();
+  pid_ = fork();
+  if (pid_ == 0) become(arguments.data(), pipe_ends[1], parent);
+  close(pipe_ends[1]);
+  output_ = pipe_ends[0];
+}
+
+std::string ChildProcess::read_all() {
+  std::string all;
+  char buffer[4096];
+  for (ssize_t count; (count = read(output_, buffer, sizeof(buffer))) > 0;) {
+    all.append(buffer, static_cast<std::size_t>(count));
+  }
+  return all;
 }
 
 std::string ChildProcess::read_line() {
@@ -110,10 +102,10 @@ void ChildProcess::stop() const {
 }
 
 int ChildProcess::wait() {
-  const int status = wait_for(pid_);
+  int status = 0;
+  waitpid(std::exchange(pid_, -1), &status, 0);
   close(output_);
-  pid_ = -1;
-  return status;
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
 }
 
 ServiceTest::ServiceTest() {

@@ -30,6 +30,8 @@ class ChildProcess {
   ~ChildProcess();
 
   void start(const std::vector<std::string> &command);
+  /** What it prints until it ends. */
+  std::string read_all();
   /** The next line of its output; empty when there is none any more. */
   std::string read_line();
   /** Waits for a line that holds the text. */
