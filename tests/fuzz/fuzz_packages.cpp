@@ -8,11 +8,6 @@
 
 namespace {
 
-bool visit_entry(const char *key, const char *value, void *) {
-  fuzz::require(key != nullptr && value != nullptr);
-  return true;
-}
-
 bool visit_package(package_info_h package, void *) {
   for (const auto get : {package_info_get_package, package_info_get_version}) {
     char *text = nullptr;
@@ -37,7 +32,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
   fuzz::require(package_manager_foreach_package_info(visit_package, nullptr) == 0);
   app_info_h app = nullptr;
   if (app_info_create(SVCMGR_APP_ID, &app) == 0) {
-    app_info_foreach_metadata(app, visit_entry, nullptr);
+    const auto visit = [](const char *key, const char *value, void *) {
+      return key != nullptr && value != nullptr;
+    };
+    app_info_foreach_metadata(app, visit, nullptr);
     app_info_destroy(app);
   }
   return 0;

@@ -1,4 +1,6 @@
 // Arbitrary parcels as results of synchronous calls and as answers to open asynchronous requests.
+#include <fuzzer/FuzzedDataProvider.h>
+
 #include <cstdlib>
 
 #include "SvcMgrAppProxyHandler.h"
@@ -18,7 +20,7 @@ void on_connection(int, korvane_svcmgr_connection_state_e, void *) {}
 void on_models(int, korvane_svcmgr_ai_model_list_h handle, void *) noexcept {
   ++open_answers;
   const korvane::svcmgr::ModelList models(handle);
-  for (int i = 0; i < models.size(); ++i) models.at(i);
+  for (const auto &model : models) fuzz::require(static_cast<bool>(model));
 }
 
 void on_progress(int, korvane_svcmgr_ai_progress_h progress, void *) {
@@ -27,20 +29,24 @@ void on_progress(int, korvane_svcmgr_ai_progress_h progress, void *) {
 }
 
 /** The values up to the end of the parcel, which is any kind that is none of a value. */
-Parcel take_parcel(fuzz::Input &input) {
+Parcel take_parcel(FuzzedDataProvider &input) {
   Parcel parcel;
-  while (!input.empty()) {
-    const unsigned kind = input.byte();
-    if (kind == 0) {
-      parcel.emplace_back(input.number());
-    } else if (kind == 1) {
-      parcel.emplace_back(input.byte() != 0);
-    } else if (kind == 2) {
-      parcel.emplace_back(input.text());
-    } else if (kind == 3) {
-      parcel.emplace_back(Count{input.number()});
-    } else {
-      break;
+  while (input.remaining_bytes() > 0) {
+    switch (input.ConsumeIntegralInRange(0, 4)) {
+      case 0:
+        parcel.emplace_back(input.ConsumeIntegral<int>());
+        break;
+      case 1:
+        parcel.emplace_back(input.ConsumeBool());
+        break;
+      case 2:
+        parcel.emplace_back(input.ConsumeRandomLengthString());
+        break;
+      case 3:
+        parcel.emplace_back(Count{input.ConsumeIntegral<int>()});
+        break;
+      default:
+        return parcel;
     }
   }
   return parcel;
@@ -56,13 +62,6 @@ void call_synchronously(const Parcel &result) {
   std::free(license);
 }
 
-/** The parcel as an answer to a request, so that it is decoded. */
-Parcel addressed(const Parcel &request, const Parcel &payload) {
-  Parcel event = {1, request.at(1), request.at(2), false};
-  event.insert(event.end(), payload.begin(), payload.end());
-  return event;
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
@@ -74,12 +73,16 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
   const std::vector<Parcel> requests = platform.sent;
   fuzz::require(requests.size() == 2);
 
-  fuzz::Input input(data, size);
-  for (int count = 0; count < kMostParcels && !input.empty(); ++count) {
+  FuzzedDataProvider input(data, size);
+  for (int count = 0; count < kMostParcels && input.remaining_bytes() > 0; ++count) {
     const Parcel parcel = take_parcel(input);
     call_synchronously(parcel);
     platform.deliver(parcel);
-    for (const Parcel &request : requests) platform.deliver(addressed(request, parcel));
+    for (const Parcel &request : requests) {  // as an answer, so that it is decoded
+      Parcel answer = {1, request.at(1), request.at(2), false};
+      answer.insert(answer.end(), parcel.begin(), parcel.end());
+      platform.deliver(answer);
+    }
   }
   fuzz::require(size == 0 || open_answers > 0);
   platform.report_disconnected();

@@ -49,9 +49,8 @@ class CommandLineTest : public ServiceTest {
   }
 
   void restart_emulator_with_tick(const std::string &milliseconds) {
-    kill_emulator();
-    emulator_.start({EMULATOR, "--device", device_, "--tick", milliseconds});
-    ASSERT_NE(emulator_.read_line().find("ready"), std::string::npos);
+    emulator_.end();
+    start_emulator({"--tick", milliseconds});
   }
 
   ChildProcess tool_;
@@ -106,7 +105,7 @@ TEST_F(CommandLineTest, WhatIsWrongIsNamedWithWhatToDo) {
       {{}, {"agent-level", "--app", "com.example.viewr"}, 1, "com.example.viewer"},
   };
   for (const Row &row : rows) check(SVCMGRCTL, row);
-  kill_emulator();
+  emulator_.end();
   check(SVCMGRCTL, {{}, {"agent-level"}, 1, R"(start one with "svcmgr-emulator --device)"});
   unsetenv("KORVANE_APP_ID");
   check(SVCMGRCTL, {{}, {"agent-level"}, 2, "KORVANE_APP_ID"});
@@ -134,7 +133,7 @@ TEST_F(CommandLineTest, AnUpdateOfTheServiceEndsARequestButNoUpdateOfAgents) {
   tool_.start({SVCMGRCTL, "--timeout", "0", "update"});
   expect_line("update started");
   control({"update"});
-  while (tool_.read_line() != "update completed") ASSERT_FALSE(tool_.has_ended());
+  tool_.await_line("update completed");
   EXPECT_EQ(tool_.wait(), 0);
 }
 
@@ -189,7 +188,7 @@ TEST_F(CommandLineTest, TheEmulatorRefusesWhatItCannotDo) {
       {{}, {"--complete", "ctl", "reply", "request_update_"}, 0, "request_update_with_list\n"},
   };
   for (const Row &row : rows) check(EMULATOR, row);
-  kill_emulator();
+  emulator_.end();
   const std::string package = device_ + "/packages/com.korvane.device.svcmgr.json";
   std::ofstream(package) << "{";
   check(EMULATOR, {{}, {"--device", device_}, 1, package});
@@ -230,7 +229,7 @@ TEST_F(CommandLineTest, ExamplesRunToTheirEnd) {
     check(example, {{"reply", "RequestToUpdate", "5"}, {}, 1, ""});
     control({"reply", "RequestToUpdate", "default"});
   }
-  kill_emulator();
+  emulator_.end();
   for (const char *example : {EXAMPLE_C, EXAMPLE_CPP}) {
     check(example, {{}, {}, 1, "E/SERVICE_MANAGER_CLIENT: "});
   }

@@ -24,7 +24,7 @@ TEST_F(GuideTest, TheFirstProgramTellsTheAgentApiLevel) {
 }
 
 TEST_F(GuideTest, ThePollLoopConnectsWhereTheLibraryDoesNotAndSeesWhatIsNotTold) {
-  kill_emulator();
+  emulator_.end();
   ChildProcess program;
   program.start({SNIPPET_STAY_CONNECTED});
   start_emulator();

@@ -43,7 +43,6 @@ class ChildProcess {
   void end();
   /** Waits for the end; the exit status, or minus the signal. */
   int wait();
-  bool running() const { return pid_ > 0; }
   /** Whether it has ended by itself, and waits to be waited for. */
   bool has_ended() const;
   pid_t pid() const { return pid_; }
@@ -62,7 +61,6 @@ class ServiceTest : public ::testing::Test {
   ~ServiceTest() override;
 
   void start_emulator(const std::vector<std::string> &options = {"--tick", "2"});
-  void kill_emulator();
   /** What tells the emulator to do something. */
   std::vector<std::string> control_command(std::vector<std::string> arguments) const;
   /** A control command that is expected to succeed; its output. */
@@ -70,9 +68,9 @@ class ServiceTest : public ::testing::Test {
 
   /**
    * Runs the main loop until the condition holds; false when it does not come about. A condition
-   * that changes without an event of the loop is looked at again after the longest wait.
+   * that changes without an event of the loop is looked at again after the wait.
    */
-  static bool run_until(const std::function<bool()> &condition, int longest_wait_ms = 60000);
+  static bool run_until(const std::function<bool()> &condition, int wait_ms = 60000);
   /** Waits until the service has nothing left to do, and serves all that it has sent. */
   void settle();
   /** Connects, and waits for the event that tells so. */
