@@ -40,7 +40,6 @@ TEST_F(ApplicationTest, LosesItsConnectionOnceHoweverItEnds) {
     EXPECT_EQ(call() != SVCMGR_ERROR_NONE, end.is_noticed_by_a_call);
     expect_told(SVCMGR_CONNECTION_DISCONNECTED);
     EXPECT_EQ(call(), SVCMGR_ERROR_NOT_CONNECTED);
-    emulator_.end();
     start_emulator();
     expect_told(SVCMGR_CONNECTION_CONNECTED);
     EXPECT_EQ(call(), SVCMGR_ERROR_NONE);

@@ -80,7 +80,6 @@ class EmulatorTest : public ServiceTest {
 };
 
 TEST_F(EmulatorTest, ChangesModelsAndTellsOfIt) {
-  emulator_.end();
   start_emulator({"--tick", "0", "--trace"});
   EXPECT_EQ(told({"models", "update", "vision.detect@2.0.0", "vision.segment"}),
             R"(code=0 progress={state=17 index=0 count=2 percentage=0}
@@ -129,7 +128,6 @@ _status "START"="started"
 }
 
 TEST_F(EmulatorTest, UpdatesAgentsAndTellsOfIt) {
-  emulator_.end();
   start_emulator({"--tick", "0", "--trace"});
   EXPECT_EQ(told({"update", "com.korvane.device.speech"}), R"(code=0
 _status "Start"=["com.korvane.device.speech"]
@@ -159,7 +157,6 @@ _status "Fail"=bytes:07000000
   std::ofstream(device_ + "/packages/com.korvane.device.speech.json") << "[]";
   EXPECT_THAT(told({"update"}), HasSubstr("\"Fail\"=bytes:01000000"));
 
-  emulator_.end();
   start_emulator({"--tick", "60000"});
   connect();
   EXPECT_EQ(korvane_svcmgr_request_update(), SVCMGR_ERROR_NONE);

@@ -127,6 +127,7 @@ ServiceTest::~ServiceTest() {
 void ServiceTest::start_emulator(const std::vector<std::string> &options) {
   std::vector<std::string> command = {EMULATOR, "--device", device_};
   command.insert(command.end(), options.begin(), options.end());
+  emulator_.end();
   emulator_.start(command);
   emulator_.await_line("ready");
 }

@@ -60,6 +60,7 @@ class ServiceTest : public ::testing::Test {
   ServiceTest();
   ~ServiceTest() override;
 
+  /** Starts the emulator, anew if one runs. */
   void start_emulator(const std::vector<std::string> &options = {"--tick", "2"});
   /** What tells the emulator to do something. */
   std::vector<std::string> control_command(std::vector<std::string> arguments) const;
