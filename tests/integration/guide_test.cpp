@@ -17,12 +17,6 @@ class GuideTest : public ServiceTest {
   GuideTest() { setenv("KORVANE_LOG", "none", 1); }
 };
 
-TEST_F(GuideTest, TheFirstProgramTellsTheAgentApiLevel) {
-  const Finished finished = run_program({SNIPPET_AGENT_LEVEL});
-  EXPECT_EQ(finished.status, 0);
-  EXPECT_EQ(finished.output, "result 0, agent API level 13\n");
-}
-
 TEST_F(GuideTest, ThePollLoopConnectsWhereTheLibraryDoesNotAndSeesWhatIsNotTold) {
   emulator_.end();
   ChildProcess program;
@@ -39,19 +33,6 @@ TEST_F(GuideTest, ThePollLoopConnectsWhereTheLibraryDoesNotAndSeesWhatIsNotTold)
   EXPECT_EQ(program.read_line(), "not connected");
   EXPECT_EQ(program.read_line(), "connected") << "in silence, after an announced update";
 }
-
-#ifdef SNIPPET_MODELS_GLIB
-TEST_F(GuideTest, TheGlibProgramWaitsForAnAnswerForALimitedTime) {
-  const Finished answered = run_program({SNIPPET_MODELS_GLIB, "60"});
-  EXPECT_EQ(answered.status, 0);
-  EXPECT_EQ(answered.output, "5 models\n");
-
-  control({"silent", "GetUsableModelList"});
-  const Finished unanswered = run_program({SNIPPET_MODELS_GLIB, "1"});
-  EXPECT_EQ(unanswered.status, 1);
-  EXPECT_EQ(unanswered.output, "no answer\n");
-}
-#endif
 
 TEST_F(GuideTest, AModelWithoutAVersionIsUpdatedToTheNewest) {
   connect();

@@ -11,16 +11,6 @@ namespace {
 
 using LogTest = ServiceTest;
 
-TEST_F(LogTest, StandardErrorThatCannotBeWrittenDoesNoHarm) {
-  for (const std::string redirection :
-       {"exec 2>&-", "mkfifo $1/pipe && exec 4<>$1/pipe 2>$1/pipe 4>&-"}) {
-    const std::string script = redirection + R"( && KORVANE_LOG=debug exec "$0" agent-level)";
-    const Finished finished = run_program({"/bin/sh", "-c", script, SVCMGRCTL, device_});
-    EXPECT_EQ(finished.status, 0) << redirection;
-    EXPECT_EQ(finished.output, "13\n") << redirection;
-  }
-}
-
 TEST_F(LogTest, WhatIsStandardErrorNoMoreIsNotWrittenTo) {
   int pipe_ends[2];
   ASSERT_EQ(pipe2(pipe_ends, O_CLOEXEC | O_NONBLOCK), 0);

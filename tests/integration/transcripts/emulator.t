@@ -1,0 +1,75 @@
+The emulator's own command line.
+
+  $ device=$KORVANE_DEVICE
+  $ ctl() { svcmgr-emulator ctl "$@"; }
+
+What it does not take:
+
+  $ svcmgr-emulator
+  svcmgr-emulator: another emulator runs on *; "svcmgr-emulator ctl stop" ends it (glob)
+  [1]
+  $ svcmgr-emulator --init
+  svcmgr-emulator: * is a device already (glob)
+  [1]
+  $ svcmgr-emulator --init --device "$device/service"
+  svcmgr-emulator: */service holds other things; choose a new or empty folder (glob)
+  [1]
+  $ svcmgr-emulator --device none
+  svcmgr-emulator: */none is no device directory; --init makes a sample one (glob)
+  [1]
+  $ svcmgr-emulator --tick never
+  svcmgr-emulator: --tick: Value never not in range 0 to 60000
+  Run "svcmgr-emulator --help" for more.
+  [2]
+  $ ctl --device none status
+  svcmgr-emulator ctl: no emulator runs on */none; start one with "svcmgr-emulator --device */none" (glob)
+  [1]
+  $ ctl statsu
+  svcmgr-emulator ctl: unknown word "statsu"; did you mean "status"?
+  Run "svcmgr-emulator ctl --help" for more.
+  [2]
+  $ ctl status more
+  svcmgr-emulator ctl: use status
+  Run "svcmgr-emulator ctl --help" for more.
+  [2]
+  $ ctl reply get_agent_api_level
+  svcmgr-emulator ctl: use reply METHOD CODE|default
+  Run "svcmgr-emulator ctl --help" for more.
+  [2]
+  $ ctl reply no_method 1
+  svcmgr-emulator ctl: unknown word "no_method"; choose one of get_agent_api_level, get_license, request_update, GetUsableModelList, GetUsableModelListWithDesc, GetModelVersionList, RequestToUpdate, RequestToUninstall, request_update_with_list
+  [2]
+  $ ctl stray 4294967297
+  svcmgr-emulator ctl: "4294967297" is no 32-bit number
+  [2]
+  $ ctl garbage main soup
+  svcmgr-emulator ctl: unknown word "soup"; choose one of half-frame, oversized, rubbish, empty
+  [2]
+  $ echo '{' >"$device/packages/com.korvane.device.svcmgr.json"
+  $ ctl stop
+  $ svcmgr-emulator 2>&1 | sed "s|$device|DEVICE|"
+  svcmgr-emulator: DEVICE/packages/com.korvane.device.svcmgr.json, the package of the service manager, is damaged
+
+A command that runs beside a service manager of its own:
+
+  $ unset KORVANE_DEVICE KORVANE_APP_ID
+  $ export TMPDIR=$PWD/temporary
+  $ mkdir temporary
+  $ svcmgr-emulator run -- sh -c 'svcmgrctl update && exit 7'
+  update started
+  update completed
+  [7]
+  $ svcmgr-emulator run -- no-such-command
+  svcmgr-emulator run: no-such-command: No such file or directory
+  [127]
+  $ svcmgr-emulator run -- sh -c 'kill $PPID; exec sleep 600'
+  [143]
+  $ ls temporary
+
+Help, for people and for shells:
+
+  $ ctl reply --help | head -n 2
+    reply METHOD CODE|default
+          answer every request of a method with this code, or result number
+  $ svcmgr-emulator --complete ctl reply request_update_
+  request_update_with_list

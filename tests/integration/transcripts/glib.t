@@ -1,0 +1,8 @@
+The program of the guide that has its events served by GLib.
+
+  $ snippet_models_glib 60
+  5 models
+  $ svcmgr-emulator ctl silent GetUsableModelList
+  $ snippet_models_glib 1
+  no answer
+  [1]

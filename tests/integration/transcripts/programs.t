@@ -1,0 +1,52 @@
+The examples, and the first program of the guide.
+
+  $ snippet_agent_level
+  result 0, agent API level 13
+  $ for example in example_models_c example_models_cpp; do
+  >   svcmgrctl models update vision.detect@1.0.0 | tail -n 1
+  >   "$example" | grep -v language
+  >   svcmgrctl models list | sed -n 2p
+  > done
+  vision.detect@1.0.0 (1/1): completed
+  vision.detect 1.0.0
+  vision.segment 1.2.0
+  speech.dictate 1.0.0
+  0 %
+  25 %
+  50 %
+  75 %
+  100 %
+  100 %
+  vision.detect 2.0.0
+  vision.segment 1.2.0
+  speech.dictate 1.0.0
+  vision.detect       2.0.0    Object detection
+  vision.detect@1.0.0 (1/1): completed
+  vision.detect 1.0.0
+  vision.segment 1.2.0
+  speech.dictate 1.0.0
+  0 %
+  25 %
+  50 %
+  75 %
+  100 %
+  100 %
+  vision.detect 2.0.0
+  vision.segment 1.2.0
+  speech.dictate 1.0.0
+  vision.detect       2.0.0    Object detection
+  $ svcmgr-emulator ctl reply RequestToUpdate 5
+  $ example_models_c >/dev/null
+  update: error -28, see korvane_svcmgr_error_e
+  [1]
+  $ example_models_cpp >/dev/null
+  update: the service manager has no space left
+  [1]
+  $ svcmgr-emulator ctl stop
+  $ example_models_c 2>&1 | sed 's/ > .*//; s/([0-9]*)//'
+  E/RPC_PORT_PROXY: SvcMgrAppProxy.cpp: Connect
+  E/SERVICE_MANAGER_CLIENT:  SvcMgrAppProxyHandler.cpp: Connect
+  E/SERVICE_MANAGER_CLIENT:  korvane_svcmgr.cpp: korvane_svcmgr_connect
+  connect: error -1, see korvane_svcmgr_error_e
+  $ example_models_cpp 2>&1 | grep -v ^E/
+  connect: the connection could not be started; the service manager does not run

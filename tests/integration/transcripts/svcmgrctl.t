@@ -1,0 +1,166 @@
+What svcmgrctl tells of a sample device, and of a service manager that does as it is told.
+
+  $ ctl() { svcmgr-emulator ctl "$@" >/dev/null; }
+
+Levels, licences and the connection:
+
+  $ svcmgrctl client-level --json
+  {"ok":true,"level":13}
+  $ svcmgrctl --json agent-level
+  {"ok":true,"level":13}
+  $ ctl license 'a "licence"'$'\001'
+  $ svcmgrctl license --json
+  {"ok":true,"license":"a \"licence\"\u0001"}
+  $ ctl license $'red \033[31m, left \342\200\256, bell \a'
+  $ LC_ALL=C.UTF-8 svcmgrctl license
+  red \xef\xbf\xbd[31m, left \xef\xbf\xbd, bell \xef\xbf\xbd (esc)
+  $ svcmgrctl license --verbose 2>&1 | grep -c 'agent license : red '
+  1
+  $ svcmgrctl watch --for 0.01 --json
+  {"event":"connection","reported":true,"name":"SVCMGR_CONNECTION_CONNECTED","code":0,"meaning":"connected"}
+  {"ok":true}
+  $ svcmgrctl is-updating --json
+  {"ok":true,"updating":false}
+  $ KORVANE_LOG=debug svcmgrctl agent-level 2>&-
+  13
+  $ (mkfifo pipe && exec 4<>pipe 2>pipe 4>&- && KORVANE_LOG=debug exec svcmgrctl agent-level)
+  13
+
+Updates:
+
+  $ svcmgrctl update
+  update started
+  update completed
+  $ svcmgrctl update com.korvane.device.vision --json
+  {"event":"update","name":"SVCMGR_UPDATE_STATUS_STARTED","code":0,"meaning":"update started"}
+  {"event":"update","name":"SVCMGR_UPDATE_STATUS_COMPLETED","code":1,"meaning":"update completed"}
+  {"ok":true}
+  $ ctl fail-update 7
+  $ svcmgrctl update com.korvane.device.speech
+  update started
+  update failed with failure code 7
+  svcmgrctl: update: SVCMGR_UPDATE_STATUS_FAILED_CODE_7 (4): update failed with failure code 7
+  [1]
+
+Models:
+
+  $ svcmgrctl models list
+  ID                  VERSION  TITLE
+  vision.detect       1.0.0    Object detection
+  vision.segment      1.2.0    Segmentation
+  language.translate  3.1.0    Translation
+  language.summarize  0.8.0    Summaries
+  speech.dictate      1.0.0    Dictation
+  $ svcmgrctl models list --json --category vision
+  {"ok":true,"models":[{"id":"vision.detect","version":"1.0.0","title":"Object detection","description":""},{"id":"vision.segment","version":"1.2.0","title":"Segmentation","description":""}]}
+  $ svcmgrctl models list --description | grep -c 'Finds people'
+  1
+  $ svcmgrctl models update vision.detect@2.0.0 --json
+  {"event":"progress","model":"vision.detect@2.0.0","result":0,"state":17,"index":0,"count":1,"percentage":0}
+  {"event":"progress","model":"vision.detect@2.0.0","result":0,"state":17,"index":0,"count":1,"percentage":25}
+  {"event":"progress","model":"vision.detect@2.0.0","result":0,"state":17,"index":0,"count":1,"percentage":50}
+  {"event":"progress","model":"vision.detect@2.0.0","result":0,"state":17,"index":0,"count":1,"percentage":75}
+  {"event":"progress","model":"vision.detect@2.0.0","result":0,"state":17,"index":0,"count":1,"percentage":100}
+  {"event":"progress","model":"vision.detect@2.0.0","result":0,"state":20,"index":0,"count":1,"percentage":100}
+  {"ok":true}
+  $ ctl restart
+  $ svcmgrctl models list --category vision
+  ID              VERSION  TITLE
+  vision.detect   2.0.0    Object detection
+  vision.segment  1.2.0    Segmentation
+  $ svcmgrctl models versions vision.segment --json
+  {"ok":true,"models":[{"id":"vision.segment","version":"1.2.0","title":"Segmentation","description":"Separates foreground from background."},{"id":"vision.segment","version":"1.3.0","title":"Segmentation","description":"Separates foreground from background."}]}
+  $ svcmgrctl models uninstall vision.segment
+  vision.segment (1/1): started
+  vision.segment (1/1): 25 %
+  vision.segment (1/1): 50 %
+  vision.segment (1/1): 75 %
+  vision.segment (1/1): 100 %
+  vision.segment (1/1): completed
+  $ svcmgrctl models uninstall vision.segment
+  vision.segment (1/1): started
+  vision.segment (1/1): failed
+  svcmgrctl: models uninstall: SVCMGR_ERROR_INVALID_OPERATION (-38): vision.segment is not installed
+  [1]
+
+What does not come, or is refused:
+
+  $ ctl reply get_agent_api_level -1
+  $ svcmgrctl agent-level
+  svcmgrctl: agent-level: SVCMGR_ERROR_INVALID_API_LEVEL (-1073741825): the agent API level could not be obtained
+  [1]
+  $ svcmgrctl agent-level --json
+  {"ok":false,"command":"agent-level","error":{"name":"SVCMGR_ERROR_INVALID_API_LEVEL","code":-1073741825,"meaning":"the agent API level could not be obtained"}}
+  [1]
+  $ ctl reply get_agent_api_level default
+  $ ctl stray 3
+  $ svcmgrctl agent-level
+  13
+  $ ctl license SVCMGR_ERROR_QEL_DISABLED
+  $ svcmgrctl license
+  svcmgrctl: license: SVCMGR_ERROR_QEL_DISABLED (-1073741826): the QEL scheme is disabled on the device
+  [1]
+  $ ctl silent GetUsableModelList
+  $ svcmgrctl models list --timeout 0.05
+  svcmgrctl: models list: TIMEOUT (-110): the time (see --timeout) was up before the service manager had answered
+  [1]
+  $ ctl silent off
+  $ ctl reject on
+  $ svcmgrctl agent-level
+  svcmgrctl: agent-level: SVCMGR_ERROR_PERMISSION_DENIED (-13): the service manager refuses the connection; an emulator accepts it after "svcmgr-emulator ctl reject off"
+  [1]
+  $ ctl reject off
+
+What is wrong, and what to do:
+
+  $ svcmgrctl
+  svcmgrctl: no command; choose one of connect, client-level, agent-level, license, update, is-updating, watch, models
+  Run "svcmgrctl --help" for more.
+  [2]
+  $ svcmgrctl model list
+  svcmgrctl: unknown command "model"; did you mean "models"?
+  Run "svcmgrctl --help" for more.
+  [2]
+  $ svcmgrctl agent-level --jsn=1
+  svcmgrctl agent-level: unknown option "--jsn"; did you mean "--json"?
+  Run "svcmgrctl agent-level --help" for more.
+  [2]
+  $ svcmgrctl agent-level --timeout soon
+  svcmgrctl agent-level: --timeout: "soon" is no number of seconds from 0 to 1000000
+  Run "svcmgrctl agent-level --help" for more.
+  [2]
+  $ svcmgrctl update nosuch
+  svcmgrctl: update: NO_AGENT (-2): no agent "nosuch" is installed on *; installed: com.korvane.device.language, com.korvane.device.speech, com.korvane.device.vision (glob)
+  [1]
+  $ svcmgrctl models update vision.detct
+  vision.detct (1/1): started
+  vision.detct (1/1): failed
+  svcmgrctl: models update: SVCMGR_ERROR_INVALID_OPERATION (-38): the service manager knows no model "vision.detct"; did you mean "vision.detect"?
+  [1]
+  $ svcmgrctl models update vision.detect@9
+  vision.detect@9 (1/1): started
+  vision.detect@9 (1/1): failed
+  svcmgrctl: models update: SVCMGR_ERROR_INVALID_OPERATION (-38): vision.detect has no version "9"; there are 1.0.0, 1.1.0, 2.0.0
+  [1]
+  $ svcmgrctl models versions $'\377\033'
+  svcmgrctl: models versions: SVCMGR_ERROR_INVALID_OPERATION (-38): the service manager knows no model "\xef\xbf\xbd\xef\xbf\xbd"; "svcmgrctl models list" shows those that can be used (esc)
+  [1]
+  $ svcmgrctl agent-level --app com.example.viewr
+  svcmgrctl: agent-level: NO_APPLICATION (-2): no application "com.example.viewr" is installed on *; did you mean "com.example.viewer"? (glob)
+  [1]
+  $ svcmgrctl agent-level --device none
+  svcmgrctl: agent-level: NO_DEVICE (-2): none is no device directory; "svcmgr-emulator --device none --init" makes a sample one
+  [1]
+  $ ctl stop
+  $ svcmgrctl agent-level
+  svcmgrctl: agent-level: SVCMGR_ERROR_CONNECTION_FAILED (-1): no service manager runs on *; start one with "svcmgr-emulator --device *" (glob)
+  [1]
+  $ env -u KORVANE_APP_ID svcmgrctl agent-level
+  svcmgrctl agent-level: --app ID (or $KORVANE_APP_ID) is required
+  Run "svcmgrctl agent-level --help" for more.
+  [2]
+
+Shells and scripts:
+
+  $ svcmgrctl --complete --app com.example.viewer mo
+  models
