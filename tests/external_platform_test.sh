@@ -2,11 +2,8 @@
 # The library on a platform whose headers know other handle types than this project's, built as for a
 # device: without the host, its programs and the tests. The workstation platform provides the functions.
 #   CXX=… external_platform_test.sh SOURCE_FOLDER HOST_LIBRARY EMULATOR SVCMGRCTL
-set -euo pipefail
+. "$(dirname "$0")/support.sh"
 source=$1 host_library=$2 emulator=$3 program=$4
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-fail() { echo "FAILED: $*" >&2; exit 1; }
 
 mkdir "$work/include"
 for header in "$source"/platform/*.h; do
@@ -21,8 +18,6 @@ configure() {
 }
 # The vendor's prefix follows the ID unless it is given.
 prefix_is() { grep -rq "SVCMGR_VENDOR_PREFIX=\\\\\"$1\\\\\"" "$work/build/src" || fail "prefix is not $1"; }
-configure -DSVCMGR_APP_ID=org.example.one.svcmgr
-prefix_is org.example.one
 ! configure -DSVCMGR_APP_ID=svcmgr || fail "an ID without a vendor is taken"
 configure -DSVCMGR_APP_ID=svcmgr -DSVCMGR_VENDOR_PREFIX=org.example
 prefix_is org.example

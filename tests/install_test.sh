@@ -2,11 +2,8 @@
 # An installed copy, moved to a place that nobody foresaw: its programs start, and applications build
 # against it with CMake and with pkg-config.
 #   CC=… install_test.sh BUILD_FOLDER EXAMPLES_FOLDER
-set -euo pipefail
+. "$(dirname "$0")/support.sh"
 build=$1 examples=$2
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-fail() { echo "FAILED: $*" >&2; exit 1; }
 
 # A program without a device fails with a message of its own; 127 is the loader's.
 starts() {

@@ -1,11 +1,8 @@
 #!/usr/bin/env bash
 # Checks the built library file, and the marker in stripped and installed copies of it.
 #   library_file_test.sh LIBRARY HEADER BUILD_FOLDER
-set -euo pipefail
+. "$(dirname "$0")/support.sh"
 library=$1 header=$2 build=$3
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-fail() { echo "FAILED: $*" >&2; exit 1; }
 
 # Exported, under the version node of this soname, is what the header declares, and nothing else.
 grep -o 'korvane_svcmgr_[a-z_]*(' "$header" | tr -d '(' | sort -u |

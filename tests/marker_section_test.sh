@@ -2,10 +2,7 @@
 # Checks the marker section of library files: 16 bytes, PROGBITS, no flags, alignment 1, its contents,
 # and that nothing but the section-name table stands behind it.
 #   marker_section_test.sh LIBRARY…
-set -euo pipefail
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-fail() { echo "FAILED: $*" >&2; exit 1; }
+. "$(dirname "$0")/support.sh"
 
 for file in "$@"; do
   readelf -SW "$file" | sed -n 's/^ *\[ *[0-9]*\] //p' >"$work/sections"
