@@ -3,13 +3,8 @@
 #include <poll.h>
 #include <sched.h>
 #include <sys/resource.h>
-#include <sys/stat.h>
 
-#include <cstdlib>
-#include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 
 #include "local_socket.h"
 #include "rpc_port_protocol.h"
@@ -19,23 +14,14 @@ namespace {
 
 namespace fs = std::filesystem;
 using namespace korvane::host;
-using testing::AllOf;
 using testing::HasSubstr;
-using testing::Not;
 
 class EmulatorTest : public ServiceTest {
  protected:
-  fs::path state_file() const { return device_ + "/service/state.json"; }
-  std::string port_path() const { return device_ + "/run/rpc/" SVCMGR_APP_ID "/SvcMgrAppPort"; }
-  std::string contents(const std::string &file) const {
-    std::ifstream stream(device_ + "/" + file);
-    return {std::istreambuf_iterator<char>(stream), {}};
-  }
-
-  /** What is answered to bytes that no command line and no library would send; maybe nothing. */
-  static std::string answer_to(const Bytes &message, const std::string &socket_path) {
-    const UniqueFd socket = connect_to(socket_path);
-    EXPECT_EQ(write_frame(socket.get(), message, 60000), 0);
+  /** What is answered to a control message that no command line would send. */
+  std::string answer_to(const std::string &message) const {
+    const UniqueFd socket = connect_to(device_ + "/run/control");
+    EXPECT_EQ(write_frame(socket.get(), Bytes(message.begin(), message.end()), 60000), 0);
     FrameReader reader;
     const auto answer = read_frame(socket.get(), reader, 60000).value_or(Bytes());
     return std::string(answer.begin(), answer.end());
@@ -51,14 +37,6 @@ class EmulatorTest : public ServiceTest {
 
   static void on_list(int, korvane_svcmgr_ai_model_list_h list, void *) {
     korvane_svcmgr_ai_model_list_destroy(list);
-  }
-
-  static std::string license() {
-    char *text = nullptr;
-    korvane_svcmgr_get_license_fulltext(&text);
-    const std::string copy = text == nullptr ? "none" : text;
-    std::free(text);
-    return copy;
   }
 };
 
@@ -87,7 +65,7 @@ TEST_F(EmulatorTest, PassesOverWhatIsNoRequest) {
   UniqueFd ports[2];
   for (const Port port : {Port::kMain, Port::kCallback}) {
     UniqueFd &socket = ports[static_cast<int>(port)];
-    socket = connect_to(port_path());
+    socket = connect_to(device_ + "/run/rpc/" SVCMGR_APP_ID "/SvcMgrAppPort");
     EXPECT_EQ(write_frame(socket.get(), Hello{port, "token", "app"}.encode().bytes(), 60000), 0);
   }
   FrameReader reader;
@@ -102,16 +80,6 @@ TEST_F(EmulatorTest, PassesOverWhatIsNoRequest) {
   EXPECT_EQ(write_frame(ports[0].get(), {2, 0, 0, 0}, 60000), 0);
   EXPECT_NE(read_frame(ports[0].get(), reader, 60000), level) << "stray parcels come before it";
   EXPECT_THAT(control({"status"}), HasSubstr("\"malformed_requests\": 4"));
-
-  const Bytes update_of_nothing = {8, 0, 0, 0, 4, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0};
-  EXPECT_EQ(write_frame(ports[0].get(), update_of_nothing, 60000), 0);
-  FrameReader reports;
-  for (const int state : {SVCMGR_AI_STATE_START, SVCMGR_AI_STATE_COMPLETED}) {
-    const auto report = read_frame(ports[1].get(), reports, 60000);
-    ASSERT_TRUE(report);
-    constexpr std::size_t kStatePosition = 17;
-    EXPECT_EQ(report->at(kStatePosition), state);
-  }
 }
 
 TEST_F(EmulatorTest, AnswersWhateverItIsTold) {
@@ -126,8 +94,7 @@ TEST_F(EmulatorTest, AnswersWhateverItIsTold) {
       {"[\"" + long_word + "\"]", "the answer is too long"},
   };
   for (const auto &[message, answer] : messages) {
-    EXPECT_THAT(answer_to(Bytes(message.begin(), message.end()), device_ + "/run/control"),
-                HasSubstr(answer));
+    EXPECT_THAT(answer_to(message), HasSubstr(answer));
   }
   // Every such letter is longer in the message than in the argument.
   std::vector<std::string> words(12, "k=str:" + std::string(120000, '\x01'));
@@ -159,69 +126,6 @@ TEST_F(EmulatorTest, ComesBackAsSoonAsItCan) {
   fs::permissions(ports, fs::perms::owner_all);
   ASSERT_TRUE(run_until([this] { return connection_events_.size() == 2; }));
   EXPECT_EQ(restart.wait(), 0);
-}
-
-TEST_F(EmulatorTest, ServesWhatIsOnTheDisk) {
-  connect();
-  const std::string before = license();
-  fs::rename(state_file(), device_ + "/kept.json");
-  fs::create_directory(state_file());  // not even root can write there
-  EXPECT_EQ(run_program(control_command({"license", "other"})).status, 1);
-  EXPECT_EQ(license(), before);
-  EXPECT_FALSE(fs::exists(state_file().string() + "." + std::to_string(emulator_.pid()) + "-0"));
-  EXPECT_EQ(run_program({SVCMGRCTL, "models", "update", "vision.detect"}).status, 1);
-  EXPECT_THAT(run_program({SVCMGRCTL, "models", "list"}).output, Not(HasSubstr("2.0.0")));
-  ChildProcess restart;
-  restart.start(control_command({"restart"}));
-  ASSERT_TRUE(run_until([this] { return connection_events_.size() == 2; }));
-  EXPECT_EQ(restart.wait(), 1);
-  EXPECT_EQ(license(), before);
-}
-
-TEST_F(EmulatorTest, RefusesAStateThatMakesNoSense) {
-  const std::pair<const char *, const char *> changes[] = {
-      {"13", "4294967309"},
-      {"com.korvane.device.speech", "../speech"},
-      {R"("1.0.0",
-        "1.1.0",
-        "2.0.0")",
-       ""},
-  };
-  const std::string sound = contents("service/state.json");
-  for (const auto &[text, replacement] : changes) {
-    std::string broken = sound;
-    broken.replace(broken.find(text), std::strlen(text), replacement);
-    std::ofstream(state_file()) << broken;
-    EXPECT_EQ(run_program(control_command({"restart"})).status, 1) << text;
-  }
-  fs::remove(state_file());
-  ASSERT_EQ(mkfifo(state_file().c_str(), 0600), 0);
-  EXPECT_EQ(run_program(control_command({"restart"})).status, 1);
-}
-
-TEST_F(EmulatorTest, FollowsNoLinkWhenItWrites) {
-  const fs::path target = device_ + "/target";
-  for (const std::string &end : {std::string("new"), std::to_string(emulator_.pid()) + "-0"}) {
-    fs::create_symlink(target, state_file().string() + "." + end);
-  }
-  control({"license", "new"});
-  EXPECT_FALSE(fs::exists(target));
-  connect();
-  EXPECT_EQ(license(), "new");
-}
-
-TEST_F(EmulatorTest, RefusesWhatNoParcelHolds) {
-  std::string text = contents("service/state.json");
-  for (const char *place : {"Sample agents", "Finds people"}) {
-    text.insert(text.find(place), kMaxFrameSize, 'x');
-  }
-  std::ofstream(state_file()) << text;
-  control({"restart"});
-  EXPECT_THAT(run_program({SVCMGRCTL, "models", "list", "--description"}).output,
-              HasSubstr("SVCMGR_ERROR_INVALID_OPERATION"));
-  connect();
-  EXPECT_EQ(license(), "none");
-  ASSERT_TRUE(run_until([this] { return !connection_events_.empty(); }));
 }
 
 TEST_F(EmulatorTest, HasEndedWhenStopIsDone) {

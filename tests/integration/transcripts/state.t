@@ -1,0 +1,87 @@
+What the emulator serves is what its state file holds.
+
+  $ state=$KORVANE_DEVICE/service/state.json
+  $ cp "$state" sound
+  $ ctl() { svcmgr-emulator ctl "$@"; }
+
+It follows no link that stands where it writes:
+
+  $ read -r _ _ _ emulator _ </proc/$PPID/stat
+  $ ln -s target "$state.new"
+  $ ln -s target "$state.$emulator-0"
+  $ ctl license new
+  $ svcmgrctl license
+  new
+  $ ls "$KORVANE_DEVICE/service"
+  state.json
+  state.json.*-0 (glob)
+  state.json.new
+  $ rm "$state".*
+
+What cannot be stored is not served:
+
+  $ mv "$state" kept
+  $ mkdir "$state"
+  $ ctl license other
+  svcmgr-emulator ctl: cannot write */service/state.json: Is a directory (glob)
+  [1]
+  $ svcmgrctl license
+  new
+  $ svcmgrctl models update vision.detect
+  vision.detect (1/1): started
+  vision.detect (1/1): 25 %
+  vision.detect (1/1): 50 %
+  vision.detect (1/1): 75 %
+  vision.detect (1/1): 100 %
+  vision.detect (1/1): failed
+  svcmgrctl: models update: SVCMGR_ERROR_INVALID_OPERATION (-38): the operation failed in a way that has no code of its own
+  [1]
+  $ svcmgrctl models list | grep vision.detect
+  vision.detect       1.0.0    Object detection
+  $ ctl restart
+  svcmgr-emulator ctl: cannot read */service/state.json (glob)
+  [1]
+  $ svcmgrctl license
+  new
+  $ ls "$KORVANE_DEVICE/service"
+  state.json
+  $ rmdir "$state"
+
+A state that makes no sense is not served either:
+
+  $ restart_with() { sed -z "$1" sound >"$state"; ctl restart; }
+  $ restart_with 's/13/4294967309/'
+  svcmgr-emulator ctl: */service/state.json: 4294967309 is no 32-bit number (glob)
+  [1]
+  $ restart_with 's|com.korvane.device.speech|../speech|'
+  svcmgr-emulator ctl: */service/state.json: "../speech" is no agent (glob)
+  [1]
+  $ restart_with 's/"1.0.0",\s*"1.1.0",\s*"2.0.0"//'
+  svcmgr-emulator ctl: */service/state.json: model vision.detect has no version (glob)
+  [1]
+  $ restart_with 's/$/]/'
+  svcmgr-emulator ctl: */service/state.json: * (glob)
+  [1]
+  $ rm "$state"
+  $ ctl restart
+  svcmgr-emulator ctl: cannot read */service/state.json (glob)
+  [1]
+  $ mkfifo "$state"
+  $ ctl restart
+  svcmgr-emulator ctl: cannot read */service/state.json (glob)
+  [1]
+  $ rm "$state"
+
+What no parcel holds is not sent:
+
+  $ long() { printf 's/%s/&%8388608s/;' "$1" ''; }
+  $ { long 'Sample agents'; long 'Finds people'; } >insertions
+  $ sed -f insertions sound >"$state"
+  $ ctl restart
+  $ svcmgrctl models list | grep vision.detect
+  vision.detect       1.0.0    Object detection
+  $ svcmgrctl models list --description
+  svcmgrctl: models list: SVCMGR_ERROR_INVALID_OPERATION (-38): the operation failed in a way that has no code of its own
+  [1]
+  $ svcmgrctl license
+  There is no licence text.
