@@ -1,5 +1,10 @@
 // What an application is told by a service manager in another process.
+#include <gmock/gmock.h>
+
 #include "service_fixture.h"
+
+/** Of the guide. */
+void update_to_newest(const std::string &id);
 
 namespace {
 
@@ -61,6 +66,13 @@ TEST_F(ApplicationTest, HearsOfOddAnswersWhatTheyHold) {
     EXPECT_EQ(proper[0], SVCMGR_ERROR_NONE);
     EXPECT_EQ(faulty.size(), times) << fault;
   }
+}
+
+TEST_F(ApplicationTest, UpdatesAModelToTheNewestAsTheGuideDoes) {
+  connect();
+  update_to_newest("vision.detect");
+  settle();
+  EXPECT_THAT(run_program({SVCMGRCTL, "models", "list"}).output, testing::HasSubstr("2.0.0"));
 }
 
 }  // namespace

@@ -1,0 +1,70 @@
+Programs that wait, while something happens to the service manager.
+
+  $ ctl() { svcmgr-emulator ctl "$@" >/dev/null; }
+  $ serve() { ctl stop 2>/dev/null; exec 4< <(exec svcmgr-emulator --tick "$1" 2>/dev/null); read -r -u 4; }
+  $ trap 'kill -KILL "$program" 2>/dev/null; ctl stop 2>/dev/null' EXIT
+  $ start() { exec 3< <(exec "$@" 2>&1); program=$!; }
+  $ next() { read -r -u 3 line; echo "$line"; }
+  $ finish() { cat <&3; wait "$program"; }
+
+Who ends the wait is told that the update goes on:
+
+  $ serve 60000
+  $ start svcmgrctl update
+  $ next
+  update started
+  $ kill -INT "$program"
+  $ finish
+  svcmgrctl: update: INTERRUPTED (-4): interrupted; what was asked for goes on in the service manager, and "svcmgrctl watch" tells how it ends
+  [130]
+
+An update of the service manager ends a request, but no update of agents:
+
+  $ serve 200
+  $ ctl silent GetUsableModelList
+  $ start svcmgrctl --timeout 0 models list
+  $ until svcmgr-emulator ctl status | grep -q '"requests": 1,'; do :; done
+  $ ctl update
+  $ finish
+  svcmgrctl: models list: SVCMGR_ERROR_NOT_CONNECTED (-107): the service manager updated itself, and its answer will not come; ask again
+  [1]
+  $ start svcmgrctl --timeout 0 update
+  $ next
+  update started
+  $ ctl update
+  $ cat <&3 | tail -n 1
+  update completed
+
+A watch tells what applications do not hear. One that is stopped holds nothing up:
+
+  $ start svcmgrctl watch
+  $ next
+  connected
+  $ ctl update
+  $ next
+  disconnected: the connection was lost (by an update of the service manager; applications are not told)
+  $ next
+  connected (by an update of the service manager; applications are not told)
+  $ kill -INT "$program"
+  $ finish
+  $ start svcmgrctl watch
+  $ next
+  connected
+  $ kill -STOP "$program"
+  $ ctl update
+  $ kill -KILL "$program"
+
+The loop of the guide connects where the library does not, and sees what is not told:
+
+  $ ctl stop
+  $ start env KORVANE_LOG=none snippet_stay_connected
+  $ serve 2
+  $ next
+  connected
+  $ ctl update
+  $ until svcmgr-emulator ctl status | grep -q com.example.viewer; do :; done
+  $ ctl restart
+  $ next
+  not connected
+  $ next
+  connected
