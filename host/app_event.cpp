@@ -27,7 +27,7 @@ using korvane::host::UniqueFd;
 
 namespace {
 
-/** One subscription; kept alive by whoever is delivering an event of it. */
+/** One subscription. Whoever calls it from the loop keeps it alive meanwhile. */
 class Subscription : public std::enable_shared_from_this<Subscription> {
  public:
   Subscription(const char *event_name, event_cb callback, void *user_data)
@@ -154,7 +154,6 @@ class Subscription : public std::enable_shared_from_this<Subscription> {
 
   void deliver(std::optional<bundle_s> event) {
     if (!event) return;
-    const auto keep_alive = shared_from_this();
     callback_(name_.c_str(), &*event, user_data_);
   }
 

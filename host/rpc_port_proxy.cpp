@@ -295,10 +295,12 @@ class RpcPortProxy : public std::enable_shared_from_this<RpcPortProxy> {
     }
   }
 
-  /** Calls those that are registered now: a callback may register others. */
+  /**
+   * Calls those that are registered now: a callback may register others, or destroy the proxy,
+   * which whoever has come here keeps alive.
+   */
   template <typename Callback, typename... Arguments>
   void deliver(const Registrations<Callback> &registrations, Arguments... arguments) {
-    const auto keep_alive = shared_from_this();
     const std::size_t count = registrations.size();
     for (std::size_t i = 0; i < count && !destroyed_; ++i) {
       const Registration<Callback> registration = registrations[i];

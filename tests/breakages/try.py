@@ -32,14 +32,24 @@ WORK = ROOT / "build" / "break"
 TREE = WORK / "tree"
 BUILD = WORK / "build"
 
-# The tests that are to notice what is broken in a folder, as programs with their arguments, and the
-# time limit of each in seconds. The long ones come last.
-INTEGRATION = [["integration/svcmgr_integration_tests", "--gtest_filter=-FaultsTest.*"],
-               ["integration/svcmgr_integration_tests", "--gtest_filter=FaultsTest.*"]]
+
+def gtest(program):
+    return [str(BUILD / "tests" / program), "--gtest_brief=1", "--gtest_fail_fast"]
+
+
+def ctest(pattern):
+    return ["ctest", "--test-dir", str(BUILD), "-j", str(os.cpu_count()), "--stop-on-failure",
+            "-R", pattern]
+
+
+# What is to be built and run to notice what is broken in a folder, and the time limit of each run in
+# seconds. The long ones come last.
+INTEGRATION = [ctest("^(transcript_|EmulatorTest|ApplicationTest|LogTest)"), ctest("^FaultsTest")]
+UNIT_TESTS = ["unit/svcmgr_unit_tests", "unit/svcmgr_memory_tests"]
 TESTS = {
-    "src": ([["unit/svcmgr_unit_tests"], ["unit/svcmgr_memory_tests"]], 30),
-    "host": ([["integration/host_integration_tests"], *INTEGRATION], 400),
-    "emulator": (INTEGRATION, 400),
+    "src": ([name.split("/")[1] for name in UNIT_TESTS], [gtest(name) for name in UNIT_TESTS], 30),
+    "host": (["all"], [gtest("integration/host_integration_tests"), *INTEGRATION], 400),
+    "emulator": (["all"], INTEGRATION, 400),
 }
 BUILD_LIMIT = 1200
 
@@ -119,16 +129,13 @@ def run(command, limit):
 
 
 def build(folder):
-    tests, _ = TESTS[folder]
-    targets = [argument for program, *_ in tests
-               for argument in ("--target", pathlib.Path(program).name)]
-    return run(["cmake", "--build", BUILD, *targets], BUILD_LIMIT)
+    targets, _, _ = TESTS[folder]
+    return run(["cmake", "--build", BUILD, "--target", *targets], BUILD_LIMIT)
 
 
 def run_tests(folder):
-    tests, limit = TESTS[folder]
-    for program, *arguments in tests:
-        command = [BUILD / "tests" / program, "--gtest_brief=1", "--gtest_fail_fast", *arguments]
+    _, tests, limit = TESTS[folder]
+    for command in tests:
         passed, output = run(command, limit)
         if not passed:
             return passed, output
@@ -136,7 +143,7 @@ def run_tests(folder):
 
 
 def noticed_by(output):
-    names = re.findall(r"^\[  FAILED  \] (\w+\.\w+)", output, re.MULTILINE)
+    names = re.findall(r"^(?:\[  FAILED  \]|\t *\d+ -) ([\w.]+)", output, re.MULTILINE)
     if not names:
         names = ["a time limit" if "(time limit)" in output else "a crash"]
     return ", ".join(dict.fromkeys(names))

@@ -283,7 +283,7 @@ TEST_F(HostPortTest, SignalsEndNoWait) {
   std::signal(SIGALRM, SIG_DFL);
 }
 
-TEST_F(HostPortTest, LongestFrameIsSentAndNoLongerOne) {
+TEST_F(HostPortTest, LongestFrameIsSentAndNoLongerNorFaultyOne) {
   Client client;
   open(client);
   const std::string longest(kMaxFrameSize - 2 * sizeof(std::int32_t), 'x');
@@ -295,6 +295,11 @@ TEST_F(HostPortTest, LongestFrameIsSentAndNoLongerOne) {
   });
   EXPECT_EQ(Client::send(client.port(0), longest), 0);
   EXPECT_EQ(received.get(), kMaxFrameSize);
+  rpc_port_parcel_h faulty = nullptr;
+  rpc_port_parcel_create(&faulty);
+  EXPECT_EQ(rpc_port_parcel_write_string(faulty, nullptr), -EINVAL);
+  EXPECT_EQ(rpc_port_parcel_send(faulty, client.port(0)), -EIO);
+  rpc_port_parcel_destroy(faulty);
 }
 
 TEST_F(HostPortTest, NoSocketTakesThePlaceOfAStandardStream) {
