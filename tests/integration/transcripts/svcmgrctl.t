@@ -164,3 +164,5 @@ Shells and scripts:
 
   $ svcmgrctl --complete --app com.example.viewer mo
   models
+  $ svcmgrctl --version
+  svcmgrctl *.*.* (glob)
