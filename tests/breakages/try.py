@@ -42,14 +42,15 @@ def ctest(pattern):
             "-R", pattern]
 
 
-# What is to be built and run to notice what is broken in a folder, and the time limit of each run in
+# What is to be built and run to notice what is broken in a folder, each run with its time limit in
 # seconds. The long ones come last.
-INTEGRATION = [ctest("^(transcript_|EmulatorTest|ApplicationTest|LogTest)"), ctest("^FaultsTest")]
-UNIT_TESTS = ["unit/svcmgr_unit_tests", "unit/svcmgr_memory_tests"]
+INTEGRATION = [(ctest("^(transcript_|EmulatorTest|ApplicationTest|LogTest)"), 90),
+               (ctest("^FaultsTest"), 400)]
+UNIT_TESTS = ["svcmgr_unit_tests", "svcmgr_memory_tests"]
 TESTS = {
-    "src": ([name.split("/")[1] for name in UNIT_TESTS], [gtest(name) for name in UNIT_TESTS], 30),
-    "host": (["all"], [gtest("integration/host_integration_tests"), *INTEGRATION], 400),
-    "emulator": (["all"], INTEGRATION, 400),
+    "src": (UNIT_TESTS, [(gtest(f"unit/{name}"), 30) for name in UNIT_TESTS]),
+    "host": (["all"], [(gtest("integration/host_integration_tests"), 60), *INTEGRATION]),
+    "emulator": (["all"], INTEGRATION),
 }
 BUILD_LIMIT = 1200
 
@@ -129,13 +130,13 @@ def run(command, limit):
 
 
 def build(folder):
-    targets, _, _ = TESTS[folder]
+    targets, _ = TESTS[folder]
     return run(["cmake", "--build", BUILD, "--target", *targets], BUILD_LIMIT)
 
 
 def run_tests(folder):
-    _, tests, limit = TESTS[folder]
-    for command in tests:
+    _, tests = TESTS[folder]
+    for command, limit in tests:
         passed, output = run(command, limit)
         if not passed:
             return passed, output
