@@ -448,6 +448,7 @@ TEST_F(HostServerTest, OnlyPeersThatSayWhoTheyAreStay) {
   UniqueFd proper[2];
   for (std::chrono::milliseconds limit(1); !impatient || impatient->connections().empty();
        limit *= 2) {
+    impatient.reset();  // lest it takes the socket of the next one with it
     impatient = std::make_unique<RpcPortServer>(loop(), "svc", "other", events, limit);
     open(proper, path);
   }

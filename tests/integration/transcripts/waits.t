@@ -1,10 +1,10 @@
 Programs that wait, while something happens to the service manager.
 
   $ ctl() { svcmgr-emulator ctl "$@" >/dev/null; }
-  $ serve() { ctl stop 2>/dev/null; exec 4< <(exec svcmgr-emulator --tick "$1" 2>/dev/null); read -r -u 4; }
+  $ serve() { ctl stop 2>/dev/null; exec 4< <(exec svcmgr-emulator --tick "$1" 2>/dev/null); read -r -t 60 -u 4; }
   $ trap 'kill -KILL "$program" 2>/dev/null; ctl stop 2>/dev/null' EXIT
   $ start() { exec 3< <(exec "$@" 2>&1); program=$!; }
-  $ next() { read -r -u 3 line; echo "$line"; }
+  $ next() { read -r -t 60 -u 3 line; echo "$line"; }
   $ finish() { cat <&3; wait "$program"; }
 
 Who ends the wait is told that the update goes on:
