@@ -65,8 +65,9 @@ TEST_F(HostEventsTest, DeadSubscriberIsRemovedByTheNextPublisher) {
   EXPECT_EQ(sockets().size(), 1U);
   alive.remove();
   EXPECT_TRUE(sockets().empty());
-  listen_at(device_ / "run" / "events" / "a" / ".0");  // not listening yet, for all one can tell
-  EXPECT_EQ(publish_event("a", payload("3")).dead, 0U);
+  const ListenerPath next(device_ / "run" / "events" / "a" / "0.next");
+  const UniqueFd listener = next.listen();
+  EXPECT_EQ(publish_event("a", payload("3")).reached, 0U) << "not to be found yet";
   EXPECT_EQ(sockets().size(), 1U);
 }
 
