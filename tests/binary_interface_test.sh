@@ -4,6 +4,6 @@
 #   CC=… binary_interface_test.sh LIBRARY HEADER KEPT_FOLDER
 set -euo pipefail
 library=$1 header=$2 kept=$3
-"$CC" -fsyntax-only -include "$header" "$kept/constants.c"
+"$CC" -fsyntax-only -I "$(dirname "$header")" "$kept/constants.c"
 abidiff --exported-interfaces-only --headers-dir2 "$(dirname "$header")" --no-architecture \
   --no-added-syms "$kept/functions.abi" "$library"

@@ -1,3 +1,5 @@
+#include "korvane_svcmgr.h"
+
 _Static_assert(SVCMGR_AI_STATE_COMPLETED == 20, "SVCMGR_AI_STATE_COMPLETED");
 _Static_assert(SVCMGR_AI_STATE_FAILED == 24, "SVCMGR_AI_STATE_FAILED");
 _Static_assert(SVCMGR_AI_STATE_START == 17, "SVCMGR_AI_STATE_START");

@@ -15,7 +15,10 @@ trap 'rm -rf "$work"' EXIT
   printf '}\n'
 } >"$work/print.c"
 "$CC" "$work/print.c" -o "$work/print"
-"$work/print" | LC_ALL=C sort >"$kept/constants.c"
+{
+  printf '#include "%s"\n\n' "${header##*/}"
+  "$work/print" | LC_ALL=C sort
+} >"$kept/constants.c"
 
 abidw --exported-interfaces-only --headers-dir "$(dirname "$header")" --drop-private-types \
   --drop-undefined-syms --no-corpus-path --no-comp-dir-path --no-show-locs --no-elf-needed \

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <fstream>
+#include <thread>
 
 #include "app.h"
 #include "app_event.h"
@@ -181,7 +182,14 @@ TEST(HostMainLoop, ServesWhatIsDueUntilQuit) {
     loop.quit();
   });
   EXPECT_EQ(loop.run(), 0);
-  EXPECT_EQ(log, "first second timer");
+  std::thread other;
+  loop.post([&] {
+    log += " again";
+    other = std::thread([&] { loop.quit(); });
+  });
+  EXPECT_EQ(loop.run(), 0);
+  other.join();
+  EXPECT_EQ(log, "first second timer again");
   EXPECT_EQ(loop.step(0), 0);
   korvane_host_main_loop_quit();
   EXPECT_EQ(korvane_host_main_loop_run(), 0);

@@ -412,14 +412,14 @@ class HostServerTest : public HostTest {
 };
 
 TEST_F(HostServerTest, TurnsFaultyGreetingsAway) {
-  Parcel wrong_magic;
-  wrong_magic.write_int32(1);
+  Bytes wrong_magic = hello(Port::kMain);
+  ++wrong_magic[kFrameHeaderSize];
   struct {
     const char *name;
     Bytes first, second;
     bool turned_away;
   } const cases[] = {{"empty", framed({}), {}, true},
-                     {"magic", framed(wrong_magic.bytes()), {}, true},
+                     {"magic", wrong_magic, {}, true},
                      {"no such port", hello(static_cast<Port>(2)), hello(Port::kMain), true},
                      {"oversized", kOversized, {}, true},
                      {"endless name", hello(Port::kMain, "t", std::string(2000, 'x')), {}, true},
@@ -469,14 +469,32 @@ TEST_F(HostServerTest, WhoIsRefusedHasNeverBeenThere) {
   unsetenv("KORVANE_APP_ID");
 }
 
-TEST_F(HostServerTest, WhoDoesNotReadIsDropped) {
+TEST_F(HostServerTest, WaitsForASlowPeerUpToALimit) {
   UniqueFd sockets[2];
   open(sockets, socket_path());
+  put(sockets[1], text_frame("no request: it comes on the callback port"));
   Parcel large;
   large.write_string(std::string(kMaxFrameSize / 2, 'x'));
+  server_.send(last_, Port::kMain, large);
+  FrameReader reader;
+  for (int turn = 0; turn < 1000 && reader.frame_count() < 2; ++turn) {
+    read_available(sockets[0].get(), reader);
+    run_idle();
+  }
+  EXPECT_EQ(reader.frame_count(), 2U) << "the verdict, and the large one";
   for (int i = 0; i < 20; ++i) server_.send(last_, Port::kCallback, large);
   run_idle();
   EXPECT_EQ(log_, (Log{"connected", "disconnected"}));
+}
+
+TEST_F(HostServerTest, ServesNoRequestWhileItCloses) {
+  UniqueFd sockets[2];
+  open(sockets, socket_path());
+  server_.close(std::chrono::hours(1), [this] { log_.push_back("closed"); });
+  put(sockets[0], text_frame("late"));
+  sockets[0].reset();
+  run_idle();
+  EXPECT_EQ(log_, (Log{"connected", "disconnected", "closed"}));
 }
 
 TEST_F(HostServerTest, EventsAndADropComeInTheirOrder) {
