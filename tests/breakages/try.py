@@ -44,7 +44,7 @@ def ctest(pattern):
 
 # What is to be built and run to notice what is broken in a folder, each run with its time limit in
 # seconds. The long ones come last.
-INTEGRATION = [(ctest("^(transcript_|EmulatorTest|ApplicationTest|LogTest)"), 90),
+INTEGRATION = [(ctest("^(transcript_|EmulatorTest|ApplicationTest)"), 90),
                (ctest("^FaultsTest"), 400)]
 UNIT_TESTS = ["svcmgr_unit_tests", "svcmgr_memory_tests"]
 TESTS = {

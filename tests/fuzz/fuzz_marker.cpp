@@ -1,5 +1,4 @@
 // The marker search on an arbitrary file.
-#include <fstream>
 #include <memory>
 #include <string>
 
@@ -10,10 +9,8 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
   static const std::string folder = fuzz::scratch_folder();
-  static const std::string file = folder + "/file";
   platform.forget();
-  std::ofstream(file, std::ios::binary)
-      .write(reinterpret_cast<const char *>(data), static_cast<std::streamsize>(size));
+  fuzz::write_file(folder + "/file", data, size);
   const std::unique_ptr<qel_section_s, svcmgr::Free> found(qel_section_get_latest(folder.c_str()));
   fuzz::require(found == nullptr || found->api_level != 0);
   return 0;

@@ -1,7 +1,6 @@
 // Arbitrary JSON as a package file of the workstation platform.
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 
 #include "fuzz_support.h"
 #include "package.h"
@@ -27,8 +26,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     setenv("KORVANE_LOG", "none", 1);
     return folder;
   }();
-  std::ofstream(device + "/packages/" SVCMGR_APP_ID ".json", std::ios::binary)
-      .write(reinterpret_cast<const char *>(data), static_cast<std::streamsize>(size));
+  fuzz::write_file(device + "/packages/" SVCMGR_APP_ID ".json", data, size);
   fuzz::require(package_manager_foreach_package_info(visit_package, nullptr) == 0);
   app_info_h app = nullptr;
   if (app_info_create(SVCMGR_APP_ID, &app) == 0) {

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <string>
 
 namespace fuzz {
@@ -26,6 +27,12 @@ inline const std::string &scratch_folder() {
   };
   static const Folder folder;
   return folder.path;
+}
+
+/** Makes a file of the input. */
+inline void write_file(const std::string &path, const std::uint8_t *data, std::size_t size) {
+  const std::string contents(data, data + size);
+  require(static_cast<bool>(std::ofstream(path, std::ios::binary) << contents));
 }
 
 }  // namespace fuzz

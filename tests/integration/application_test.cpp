@@ -1,6 +1,11 @@
 // What an application is told by a service manager in another process.
+#include <fcntl.h>
 #include <gmock/gmock.h>
+#include <unistd.h>
 
+#include <cerrno>
+
+#include "dlog.h"
 #include "service_fixture.h"
 
 /** Of the guide. */
@@ -19,10 +24,6 @@ class ApplicationTest : public ServiceTest {
     int level = 0;
     return korvane_svcmgr_get_agent_api_level(&level);
   }
-  void expect_told(korvane_svcmgr_connection_state_e state) {
-    ASSERT_TRUE(run_until([this] { return !connection_events_.empty(); }));
-    EXPECT_EQ(take_connection_events(), (std::vector<ConnectionEvent>{{0, state}}));
-  }
 };
 
 TEST_F(ApplicationTest, LosesItsConnectionOnceHoweverItEnds) {
@@ -34,7 +35,6 @@ TEST_F(ApplicationTest, LosesItsConnectionOnceHoweverItEnds) {
       {{"crash-before-reply"}, true},
       {{"crash-before-reply", "get_agent_api_level"}, true},
       {{"garbage", "main", "oversized"}, true},
-      {{"garbage", "main", "rubbish"}, true},
       {{"garbage", "callback", "oversized"}, false},
       {{"garbage", "callback", "rubbish"}, false},
   };
@@ -66,6 +66,20 @@ TEST_F(ApplicationTest, HearsOfOddAnswersWhatTheyHold) {
     EXPECT_EQ(proper[0], SVCMGR_ERROR_NONE);
     EXPECT_EQ(faulty.size(), times) << fault;
   }
+}
+
+TEST_F(ApplicationTest, LogsNothingToWhatIsStandardErrorNoMore) {
+  int pipe_ends[2];
+  ASSERT_EQ(pipe2(pipe_ends, O_CLOEXEC | O_NONBLOCK), 0);
+  const int standard_error = dup(STDERR_FILENO);
+  dup2(pipe_ends[1], STDERR_FILENO);
+  errno = E2BIG;
+  dlog_print(6, "TEST", "text");
+  EXPECT_EQ(errno, E2BIG) << "the caller's";
+  dup2(standard_error, STDERR_FILENO);
+  char letter = '\0';
+  EXPECT_EQ(read(pipe_ends[0], &letter, 1), -1);
+  for (const int descriptor : {standard_error, pipe_ends[0], pipe_ends[1]}) close(descriptor);
 }
 
 TEST_F(ApplicationTest, UpdatesAModelToTheNewestAsTheGuideDoes) {

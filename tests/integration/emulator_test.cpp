@@ -6,6 +6,7 @@
 
 #include <filesystem>
 
+#include "korvane_svcmgr.hpp"
 #include "local_socket.h"
 #include "rpc_port_protocol.h"
 #include "service_fixture.h"
@@ -14,6 +15,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using namespace korvane::host;
+using korvane::svcmgr::ModelList;
 using testing::HasSubstr;
 
 class EmulatorTest : public ServiceTest {
@@ -34,21 +36,26 @@ class EmulatorTest : public ServiceTest {
     limit.rlim_cur = std::min(count, limit.rlim_max);
     ASSERT_EQ(prlimit(emulator_.pid(), RLIMIT_NOFILE, &limit, nullptr), 0);
   }
-
-  static void on_list(int, korvane_svcmgr_ai_model_list_h list, void *) {
-    korvane_svcmgr_ai_model_list_destroy(list);
-  }
 };
 
 TEST_F(EmulatorTest, AnUpdateIsSeenByTheVeryNextCall) {
   start_emulator({"--tick", "0", "--trace"});
   connect();
+  const auto on_list = [](int, korvane_svcmgr_ai_model_list_h, void *) {};
   for (const std::string version : {"2.1.0", "2.2.0"}) {
     korvane_svcmgr_ai_request_usable_model_list_with_category(on_list, "vision", nullptr);
     emulator_.await_line("app_version=\"" + version + "\"");
     emulator_.await_line("models=[");
     EXPECT_EQ(run_program({SVCMGRCTL, "update"}).status, 0);
   }
+}
+
+TEST_F(EmulatorTest, AnUpdateOfNoModelEnds) {
+  start_emulator({"--tick", "0", "--trace"});
+  connect();
+  const auto on_progress = [](int, korvane_svcmgr_ai_progress_h, void *) {};
+  korvane_svcmgr_ai_request_to_update(ModelList().get(), on_progress, nullptr);
+  emulator_.await_line("state=20");
 }
 
 TEST_F(EmulatorTest, OneUpdateServesAllThatRequestIt) {
@@ -87,7 +94,6 @@ TEST_F(EmulatorTest, AnswersWhateverItIsTold) {
   const UniqueFd silent = connect_to(device_ + "/run/control");
   const std::pair<std::string, std::string> messages[] = {
       {std::string(1 << 20, '['), "nested"},
-      {"", "parse error"},
       {"\"\xff", "parse error"},
       {"[\"" + other_word + "\"]", other_word},
       {R"(["status",1])", "no array of words"},

@@ -47,8 +47,10 @@ struct Holdings {
  */
 class FaultsTest : public ServiceTest {
  protected:
-  FaultsTest() : seed_(number_from("KORVANE_SEED", 1)), dice_(seed_) {
-    std::cout << "KORVANE_SEED=" << seed_ << std::endl;
+  FaultsTest() {
+    const unsigned seed = number_from("KORVANE_SEED", 1);
+    std::cout << "KORVANE_SEED=" << seed << std::endl;
+    dice_.seed(seed);
     korvane_svcmgr_ai_register_status_cb(on_status, this);
   }
   ~FaultsTest() override { korvane_svcmgr_ai_deregister_status_cb(); }
@@ -271,7 +273,6 @@ class FaultsTest : public ServiceTest {
     ++static_cast<FaultsTest *>(user_data)->statuses_;
   }
 
-  const unsigned seed_;
   std::mt19937 dice_;
   std::list<Request> requests_;
   bool connected_ = false;

@@ -104,9 +104,10 @@ TEST_F(HostDeviceTest, LookUpByName) {
 TEST_F(HostDeviceTest, ResourcesOfTheCallingApplication) {
   setenv("KORVANE_APP_ID", "a", 1);
   EXPECT_EQ(app_get_resource_path(), nullptr);
-  fs::create_directories(Device::current().resource_directory("a"));
+  const fs::path folder = Device::current().resource_directory("a");
+  fs::create_directories(folder);
   char *path = app_get_resource_path();
-  EXPECT_EQ(path, Device::current().resource_directory("a").string() + "/");
+  EXPECT_EQ(path, folder.string() + "/");
   free(path);
   unsetenv("KORVANE_APP_ID");
   EXPECT_EQ(app_get_resource_path(), nullptr);

@@ -21,18 +21,20 @@ class ScarceMemory {
   /** Runs a part of the story that is the platform's; the rest has memory enough. */
   template <typename Part>
   static void in_platform(Part part) {
-    const bool before = std::exchange(is_scarce_, true);
-    part();
-    is_scarce_ = before;
+    run(part, true);
   }
   template <typename Part>
   static void in_test(Part part) {
-    const bool before = std::exchange(is_scarce_, false);
-    part();
-    is_scarce_ = before;
+    run(part, false);
   }
 
  private:
+  template <typename Part>
+  static void run(Part part, bool is_scarce) {
+    const bool before = std::exchange(is_scarce_, is_scarce);
+    part();
+    is_scarce_ = before;
+  }
   friend void *allocate(std::size_t size);
 
   static thread_local bool is_scarce_;

@@ -161,13 +161,13 @@ void ServiceTest::settle() {
 
 void ServiceTest::connect() {
   ASSERT_EQ(korvane_svcmgr_connect(on_connection, this), SVCMGR_ERROR_NONE);
-  ASSERT_TRUE(run_until([this] { return !connection_events_.empty(); }));
-  const std::vector<ConnectionEvent> expected = {{0, SVCMGR_CONNECTION_CONNECTED}};
-  ASSERT_EQ(take_connection_events(), expected);
+  expect_told(SVCMGR_CONNECTION_CONNECTED);
 }
 
-std::vector<ServiceTest::ConnectionEvent> ServiceTest::take_connection_events() {
-  return std::exchange(connection_events_, {});
+void ServiceTest::expect_told(korvane_svcmgr_connection_state_e state) {
+  ASSERT_TRUE(run_until([this] { return !connection_events_.empty(); }));
+  const std::vector<ConnectionEvent> expected = {{0, state}};
+  EXPECT_EQ(std::exchange(connection_events_, {}), expected);
 }
 
 void ServiceTest::on_connection(int result, korvane_svcmgr_connection_state_e state,

@@ -76,7 +76,8 @@ class ServiceTest : public ::testing::Test {
   void settle();
   /** Connects, and waits for the event that tells so. */
   void connect();
-  std::vector<ConnectionEvent> take_connection_events();
+  /** Waits for an event of the connection, which must be this one. */
+  void expect_told(korvane_svcmgr_connection_state_e state);
 
   static void on_connection(int result, korvane_svcmgr_connection_state_e state, void *user_data);
 

@@ -225,15 +225,15 @@ TEST_F(PortTest, TwoThreadsNeverTakeEachOthersAnswers) {
 }
 
 TEST_F(PortTest, ThreadsDrawDistinctNumbers) {
-  std::set<int> numbers[2];
-  const auto draw = [](std::set<int> &drawn) {
-    for (int i = 0; i < 1000; ++i) drawn.insert(Port::RequestToUpdateCallback(true).GetSeq());
+  const auto draw = [] {
+    std::set<int> numbers;
+    for (int i = 0; i < 1000; ++i) numbers.insert(Port::RequestToUpdateCallback(true).GetSeq());
+    return numbers;
   };
-  std::thread other(draw, std::ref(numbers[1]));
-  draw(numbers[0]);
-  other.join();
-  numbers[0].merge(numbers[1]);
-  EXPECT_EQ(2000U, numbers[0].size());
+  auto others = std::async(std::launch::async, draw);
+  std::set<int> numbers = draw();
+  numbers.merge(others.get());
+  EXPECT_EQ(2000U, numbers.size());
 }
 
 }  // namespace

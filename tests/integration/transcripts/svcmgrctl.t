@@ -85,6 +85,11 @@ Models:
 
 What does not come, or is refused:
 
+  $ ctl fail-models 4
+  $ svcmgrctl models uninstall speech.dictate 2>/dev/null | tail -n 1
+  speech.dictate (1/1): failed
+  $ svcmgrctl models uninstall speech.dictate 2>/dev/null | tail -n 1
+  speech.dictate (1/1): completed
   $ ctl reply get_agent_api_level -1
   $ svcmgrctl agent-level
   svcmgrctl: agent-level: SVCMGR_ERROR_INVALID_API_LEVEL (-1073741825): the agent API level could not be obtained
