@@ -4,8 +4,6 @@
 #include <sched.h>
 #include <sys/resource.h>
 
-#include <filesystem>
-
 #include "korvane_svcmgr.hpp"
 #include "local_socket.h"
 #include "rpc_port_protocol.h"
@@ -13,7 +11,6 @@
 
 namespace {
 
-namespace fs = std::filesystem;
 using namespace korvane::host;
 using korvane::svcmgr::ModelList;
 using testing::HasSubstr;
@@ -118,20 +115,6 @@ TEST_F(EmulatorTest, RunsOutOfDescriptorsAndGoesOn) {
   for (int event = 0; event < 2; ++event) emulator_.await_line("nobody is told of update_status");
   limit_descriptors();
   EXPECT_EQ(korvane_svcmgr_request_update(), SVCMGR_ERROR_NONE);
-}
-
-TEST_F(EmulatorTest, ComesBackAsSoonAsItCan) {
-  connect();
-  const fs::path ports = device_ + "/run/rpc";
-  fs::permissions(ports, fs::perms::all);  // others could reach it: it does not listen there
-  ChildProcess restart;
-  restart.start(control_command({"restart"}));
-  ASSERT_TRUE(run_until([this] { return connection_events_.size() == 1; }));
-  emulator_.await_line("it cannot come back yet");
-  EXPECT_EQ(run_program(control_command({"restart"})).status, 1) << "it is under way";
-  fs::permissions(ports, fs::perms::owner_all);
-  ASSERT_TRUE(run_until([this] { return connection_events_.size() == 2; }));
-  EXPECT_EQ(restart.wait(), 0);
 }
 
 TEST_F(EmulatorTest, HasEndedWhenStopIsDone) {

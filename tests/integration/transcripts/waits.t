@@ -1,7 +1,7 @@
 Programs that wait, while something happens to the service manager.
 
   $ ctl() { svcmgr-emulator ctl "$@" >/dev/null; }
-  $ serve() { ctl stop 2>/dev/null; exec 4< <(exec svcmgr-emulator --tick "$1" 2>/dev/null); read -r -t 60 -u 4; }
+  $ serve() { ctl stop 2>/dev/null; exec 4< <(exec svcmgr-emulator --tick "$1" 2>log); read -r -t 60 -u 4; }
   $ trap 'kill -KILL "$program" 2>/dev/null; ctl stop 2>/dev/null' EXIT
   $ start() { exec 3< <(exec "$@" 2>&1); program=$!; }
   $ next() { read -r -t 60 -u 3 line; echo "$line"; }
@@ -53,6 +53,19 @@ A watch tells what applications do not hear. One that is stopped holds nothing u
   $ kill -STOP "$program"
   $ ctl update
   $ kill -KILL "$program"
+
+A service manager that cannot come back yet does so as soon as it can:
+
+  $ chmod a+rwx "$KORVANE_DEVICE/run/rpc"
+  $ start svcmgr-emulator ctl restart
+  $ until grep -q 'it cannot come back yet' log; do :; done
+  $ svcmgr-emulator ctl restart
+  svcmgr-emulator ctl: the service manager is restarting already
+  [1]
+  $ chmod go-rwx "$KORVANE_DEVICE/run/rpc"
+  $ finish
+  $ svcmgrctl agent-level
+  13
 
 The loop of the guide connects where the library does not, and sees what is not told:
 
