@@ -26,6 +26,9 @@ Levels, licences and the connection:
   $ (mkfifo pipe && exec 4<>pipe 2>pipe 4>&- && KORVANE_LOG=debug exec svcmgrctl agent-level)
   13
 
+  $ svcmgr-emulator ctl status | grep connections
+    "connections": [],
+
 Updates:
 
   $ svcmgrctl update
