@@ -6,7 +6,7 @@ What the emulator serves is what its state file holds.
 
 It follows no link that stands where it writes:
 
-  $ read -r _ _ _ emulator _ </proc/$PPID/stat
+  $ emulator=$(ctl status | sed -n 's/.*"pid": \([0-9]*\).*/\1/p')
   $ ln -s target "$state.new"
   $ ln -s target "$state.$emulator-0"
   $ ctl license new
