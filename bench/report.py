@@ -108,13 +108,15 @@ def table(figures, judged=True):
 
 #: With fewer values their spread says nothing of the noise, and nothing is marked.
 FEWEST_VALUES = 4
-LEAST_NOISE = 0.05
+LEAST_NOISE = 0.08
+#: What is counted is an average over many repeats, with a little of what happens once in it.
+COUNTING_NOISE = 0.001
 
 
 def noise_between(before, after):
     """The change that two runs of the same program may show; none when that is not known."""
     if before["unit"] in EXACT_UNITS:
-        return 0
+        return COUNTING_NOISE
     if min(len(before["values"]), len(after["values"])) < FEWEST_VALUES:
         return None
     return max(LEAST_NOISE, spread(before) + spread(after))
