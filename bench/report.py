@@ -108,7 +108,7 @@ def table(figures, judged=True):
 
 #: With fewer values their spread says nothing of the noise, and nothing is marked.
 FEWEST_VALUES = 4
-LEAST_NOISE = 0.08
+LEAST_NOISE = 0.05
 #: What is counted is an average over many repeats, with a little of what happens once in it.
 COUNTING_NOISE = 0.001
 

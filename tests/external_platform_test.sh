@@ -18,6 +18,8 @@ configure() {
 }
 # The vendor's prefix follows the ID unless it is given.
 prefix_is() { grep -rq "SVCMGR_VENDOR_PREFIX=\\\\\"$1\\\\\"" "$work/build/src" || fail "prefix is not $1"; }
+configure -DSVCMGR_APP_ID=org.example.one.svcmgr
+prefix_is org.example.one
 ! configure -DSVCMGR_APP_ID=svcmgr || fail "an ID without a vendor is taken"
 configure -DSVCMGR_APP_ID=svcmgr -DSVCMGR_VENDOR_PREFIX=org.example
 prefix_is org.example

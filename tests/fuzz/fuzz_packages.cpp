@@ -31,7 +31,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
   app_info_h app = nullptr;
   if (app_info_create(SVCMGR_APP_ID, &app) == 0) {
     const auto visit = [](const char *key, const char *value, void *) {
-      return key != nullptr && value != nullptr;
+      fuzz::require(key != nullptr && value != nullptr);
+      return true;
     };
     app_info_foreach_metadata(app, visit, nullptr);
     app_info_destroy(app);

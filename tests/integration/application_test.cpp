@@ -35,6 +35,7 @@ TEST_F(ApplicationTest, LosesItsConnectionOnceHoweverItEnds) {
       {{"crash-before-reply"}, true},
       {{"crash-before-reply", "get_agent_api_level"}, true},
       {{"garbage", "main", "oversized"}, true},
+      {{"garbage", "main", "rubbish"}, true},
       {{"garbage", "callback", "oversized"}, false},
       {{"garbage", "callback", "rubbish"}, false},
   };

@@ -1,8 +1,6 @@
 // The emulator on a device, with peers and in conditions that it would rather not meet.
 #include <gmock/gmock.h>
 #include <poll.h>
-#include <sched.h>
-#include <sys/resource.h>
 
 #include "korvane_svcmgr.hpp"
 #include "local_socket.h"
@@ -26,12 +24,11 @@ class EmulatorTest : public ServiceTest {
     return std::string(answer.begin(), answer.end());
   }
 
-  /** Leaves the emulator so many descriptors, or as many as it may have. */
-  void limit_descriptors(rlim_t count = RLIM_INFINITY) const {
-    rlimit limit = {};
-    prlimit(emulator_.pid(), RLIMIT_NOFILE, nullptr, &limit);
-    limit.rlim_cur = std::min(count, limit.rlim_max);
-    ASSERT_EQ(prlimit(emulator_.pid(), RLIMIT_NOFILE, &limit, nullptr), 0);
+  /** Leaves the emulator so many descriptors. */
+  void limit_descriptors(const std::string &count) const {
+    const std::string pid = std::to_string(emulator_.pid());
+    EXPECT_EQ(run_program({"/usr/bin/prlimit", "--pid=" + pid, "--nofile=" + count + ":"}).status,
+              0);
   }
 };
 
@@ -53,16 +50,6 @@ TEST_F(EmulatorTest, AnUpdateOfNoModelEnds) {
   const auto on_progress = [](int, korvane_svcmgr_ai_progress_h, void *) {};
   korvane_svcmgr_ai_request_to_update(ModelList().get(), on_progress, nullptr);
   emulator_.await_line("state=20");
-}
-
-TEST_F(EmulatorTest, OneUpdateServesAllThatRequestIt) {
-  start_emulator({"--tick", "60000"});
-  connect();
-  EXPECT_EQ(korvane_svcmgr_request_update(), SVCMGR_ERROR_NONE);
-  EXPECT_EQ(korvane_svcmgr_request_update(), SVCMGR_ERROR_NONE);
-  EXPECT_THAT(run_program({SVCMGRCTL, "update", "com.korvane.device.speech"}).output,
-              HasSubstr("IN_PROGRESS"));
-  EXPECT_THAT(control({"status"}), HasSubstr("\"events\": 2")) << "it runs, and one has started";
 }
 
 TEST_F(EmulatorTest, PassesOverWhatIsNoRequest) {
@@ -91,6 +78,7 @@ TEST_F(EmulatorTest, AnswersWhateverItIsTold) {
   const UniqueFd silent = connect_to(device_ + "/run/control");
   const std::pair<std::string, std::string> messages[] = {
       {std::string(1 << 20, '['), "nested"},
+      {"", "parse error"},
       {"\"\xff", "parse error"},
       {"[\"" + other_word + "\"]", other_word},
       {R"(["status",1])", "no array of words"},
@@ -99,10 +87,6 @@ TEST_F(EmulatorTest, AnswersWhateverItIsTold) {
   for (const auto &[message, answer] : messages) {
     EXPECT_THAT(answer_to(message), HasSubstr(answer));
   }
-  // Every such letter is longer in the message than in the argument.
-  std::vector<std::string> words(12, "k=str:" + std::string(120000, '\x01'));
-  words.insert(words.begin(), {"event", "agent_status"});
-  EXPECT_THAT(run_program(control_command(words)).output, HasSubstr("the command is too long"));
   control({"status"});
   pollfd end = {silent.get(), POLLIN, 0};
   EXPECT_EQ(poll(&end, 1, 60000), 1) << "who never asks is turned away";
@@ -110,24 +94,11 @@ TEST_F(EmulatorTest, AnswersWhateverItIsTold) {
 
 TEST_F(EmulatorTest, RunsOutOfDescriptorsAndGoesOn) {
   connect();
-  limit_descriptors(0);
+  limit_descriptors("0");
   EXPECT_EQ(korvane_svcmgr_request_update(), SVCMGR_ERROR_NONE);
   for (int event = 0; event < 2; ++event) emulator_.await_line("nobody is told of update_status");
-  limit_descriptors();
+  limit_descriptors("256");
   EXPECT_EQ(korvane_svcmgr_request_update(), SVCMGR_ERROR_NONE);
-}
-
-TEST_F(EmulatorTest, HasEndedWhenStopIsDone) {
-  // On one processor, of which it gets what the others leave.
-  cpu_set_t one;
-  CPU_ZERO(&one);
-  CPU_SET(sched_getcpu(), &one);
-  const sched_param none = {};
-  ASSERT_EQ(sched_setaffinity(0, sizeof(one), &one), 0);
-  ASSERT_EQ(sched_setaffinity(emulator_.pid(), sizeof(one), &one), 0);
-  ASSERT_EQ(sched_setscheduler(emulator_.pid(), SCHED_IDLE, &none), 0);
-  control({"stop"});
-  EXPECT_TRUE(emulator_.has_ended());
 }
 
 }  // namespace

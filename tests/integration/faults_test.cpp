@@ -157,7 +157,7 @@ class FaultsTest : public ServiceTest {
     emulator_.send_signal(SIGKILL);
     act(random(4));  // with a service that is going, or gone
     ASSERT_TRUE(until([&] { return losses_ > losses; }));
-    emulator_.end();
+    ASSERT_EQ(emulator_.wait(), -SIGKILL);
     act(random(4));
     start_emulator();
     expect_told_again(losses);
@@ -302,6 +302,19 @@ TEST_F(FaultsTest, TwoThousandOpenRequests) {
     request_list();
   }
   EXPECT_EQ(open_requests(), 2000);
+  expect_nothing_left_behind();
+}
+
+TEST_F(FaultsTest, FloodOfEvents) {
+  for (int round = 0; round < 17; ++round) flood();
+  expect_nothing_left_behind();
+}
+
+TEST_F(FaultsTest, AThousandConnections) {
+  for (int round = 0; round < 1000 && !HasFailure(); ++round) {
+    request_list();
+    reconnect();
+  }
   expect_nothing_left_behind();
 }
 

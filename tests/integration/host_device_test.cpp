@@ -121,12 +121,21 @@ TEST_F(HostDeviceTest, EveryChangeOfAPackageIsSeenAtOnce) {
     install("a", contents(version));
     EXPECT_EQ(look_up("a"), std::string(1, version));
   }
-  const auto old_enough = fs::last_write_time(file_of("a")) + std::chrono::milliseconds(200);
-  while (fs::file_time_type::clock::now() < old_enough) EXPECT_EQ(look_up("a"), "3");
-  install("b", contents('4'));
+  const auto settle = [&](const std::string &version) {
+    const auto old_enough = fs::last_write_time(file_of("a")) + std::chrono::milliseconds(200);
+    while (fs::file_time_type::clock::now() < old_enough) EXPECT_EQ(look_up("a"), version);
+  };
+  settle("3");
+  install("a", contents('4'));
+  EXPECT_EQ(look_up("a"), "4");
+  settle("4");
+  install("b", contents('5'));
   fs::last_write_time(file_of("b"), fs::last_write_time(file_of("a")));
   fs::rename(file_of("b"), file_of("a"));
-  EXPECT_EQ(look_up("a"), "4");
+  EXPECT_EQ(look_up("a"), "5");
+  settle("5");
+  install("a", "rubbish");
+  EXPECT_EQ(look_up("a"), std::to_string(-EIO));
   fs::remove(file_of("a"));
   EXPECT_EQ(look_up("a"), std::to_string(kNotInstalled));
 }

@@ -11,9 +11,11 @@ namespace fs = std::filesystem;
 
 namespace {
 
+constexpr char kList[] = "a list whose name is longer than others";
+
 EventBundle payload(const std::string &text) {
   EventBundle bundle;
-  bundle.set_string_array("list", {"x", text});
+  bundle.set_string_array(kList, {"x", text});
   return bundle;
 }
 
@@ -33,8 +35,10 @@ class HostEventsTest : public HostTest {
     static void on_event(const char *, bundle_h bundle, void *user_data) {
       auto &self = *static_cast<Subscriber *>(user_data);
       int count = 0;
-      const char **list = bundle_get_str_array(bundle, "list", &count);
-      self.log->push_back(list != nullptr && count == 2 ? list[1] : "part of an event");
+      const char **list = bundle_get_str_array(bundle, kList, &count);
+      ScarceMemory::in_test([&] {
+        self.log->push_back(list != nullptr && count == 2 ? list[1] : "part of an event");
+      });
       if (self.once) self.remove();
     }
   };
@@ -124,6 +128,23 @@ TEST_F(HostEventsTest, NoPartOfABundlePasses) {
   EXPECT_FALSE(no_text.read_string(text));
   EXPECT_FALSE(no_text.read_bool(truth));
   EXPECT_TRUE(no_text.read_int32(number)) << "what cannot be read stays";
+}
+
+TEST_F(HostEventsTest, EveryAllocationMayFail) {
+  ScarceMemory::tell([this] {
+    log_.clear();
+    Subscriber subscriber{&log_};
+    int error = 0;
+    ScarceMemory::in_platform([&] { error = subscriber.add("a"); });
+    if (error != 0) {
+      EXPECT_TRUE(event_subscribers("a").empty());
+      EXPECT_EQ(sockets().size(), 0U);
+      return;
+    }
+    for (const char *text : {"1", "2", "3"}) publish_event("a", payload(text));
+    ScarceMemory::in_platform([] { run_idle(); });
+    EXPECT_EQ(log_, (Log{"1", "2", "3"}));
+  });
 }
 
 }  // namespace

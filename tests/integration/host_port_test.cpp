@@ -4,7 +4,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <atomic>
 #include <csignal>
 #include <future>
@@ -219,16 +218,23 @@ TEST_F(HostPortTest, ClientLosesTheConnectionOnceAfterTheParcelsBeforeTheFault) 
 }
 
 TEST_F(HostPortTest, NoEventAfterDestroy) {
-  for (const char *destroyer : {"connected", "received 1", "disconnected"}) {
+  const std::pair<std::string, Log> cases[] = {
+      {"while connecting", {}},
+      {"rejected", {"rejected"}},
+      {"connected", {"connected"}},
+      {"received 1", {"connected", "received 1"}},
+      {"disconnected", {"connected", "received 1", "received 1", "disconnected"}}};
+  for (const auto &[destroyer, expected] : cases) {
+    SCOPED_TRACE(destroyer);
     Client client(destroyer);
     ASSERT_EQ(client.connect(), 0);
     greet();
     for (int i = 0; i < 2; ++i) put(peers_[1], text_frame("x"));
-    put(peers_[0], answer(kAccepted));
+    put(peers_[0], answer(destroyer == "rejected" ? kRejected : kAccepted));
     for (UniqueFd &peer : peers_) peer.reset();
+    if (expected.empty()) client.destroy();
     run_idle();
-    EXPECT_EQ(std::count(client.log.begin(), client.log.end(), destroyer), 1);
-    EXPECT_EQ(client.log.back(), destroyer);
+    EXPECT_EQ(client.log, expected);
   }
 }
 

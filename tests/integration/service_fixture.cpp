@@ -58,6 +58,7 @@ void ChildProcess::start(const std::vector<std::string> &command) {
   pid_ = fork();
   if (pid_ == 0) become(arguments.data(), pipe_ends[1], parent);
   close(pipe_ends[1]);
+  if (pid_ < 0) throw std::runtime_error("cannot start " + command[0]);
   output_ = pipe_ends[0];
 }
 

@@ -45,6 +45,10 @@ What it does not take:
   $ ctl garbage main soup
   svcmgr-emulator ctl: unknown word "soup"; choose one of half-frame, oversized, rubbish, empty
   [2]
+  $ word=k=str:$(head -c 120000 /dev/zero | tr '\0' '\001')  # each letter is six in the message
+  $ ctl event agent_status "$word" "$word" "$word" "$word" "$word" "$word" "$word" "$word" "$word" "$word" "$word" "$word"
+  svcmgr-emulator ctl: the command is too long
+  [1]
   $ echo '{' >"$device/packages/com.korvane.device.svcmgr.json"
   $ ctl stop
   $ svcmgr-emulator 2>&1 | sed "s|$device|DEVICE|"

@@ -16,6 +16,8 @@ Levels, licences and the connection:
   red \xef\xbf\xbd[31m, left \xef\xbf\xbd, bell \xef\xbf\xbd (esc)
   $ svcmgrctl license --verbose 2>&1 | grep -c 'agent license : red '
   1
+  $ svcmgrctl connect --json
+  {"ok":true,"connected":true}
   $ svcmgrctl watch --for 0.01 --json
   {"event":"connection","reported":true,"name":"SVCMGR_CONNECTION_CONNECTED","code":0,"meaning":"connected"}
   {"ok":true}
@@ -25,7 +27,6 @@ Levels, licences and the connection:
   13
   $ (mkfifo pipe && exec 4<>pipe 2>pipe 4>&- && KORVANE_LOG=debug exec svcmgrctl agent-level)
   13
-
   $ svcmgr-emulator ctl status | grep connections
     "connections": [],
 
@@ -101,6 +102,15 @@ What does not come, or is refused:
   {"ok":false,"command":"agent-level","error":{"name":"SVCMGR_ERROR_INVALID_API_LEVEL","code":-1073741825,"meaning":"the agent API level could not be obtained"}}
   [1]
   $ ctl reply get_agent_api_level default
+  $ ctl reply request_update -13
+  $ svcmgrctl update
+  svcmgrctl: update: SVCMGR_ERROR_PERMISSION_DENIED (-13): the platform or the service manager denies it
+  [1]
+  $ ctl reply request_update default
+  $ ctl reply request_update_with_list -1073741831
+  $ svcmgrctl update com.korvane.device.speech
+  svcmgrctl: update: SVCMGR_ERROR_UPDATE_IN_PROGRESS (-1073741831): the service manager is already updating
+  [1]
   $ ctl stray 3
   $ svcmgrctl agent-level
   13
@@ -152,6 +162,9 @@ What is wrong, and what to do:
   [1]
   $ svcmgrctl models versions $'\377\033'
   svcmgrctl: models versions: SVCMGR_ERROR_INVALID_OPERATION (-38): the service manager knows no model "\xef\xbf\xbd\xef\xbf\xbd"; "svcmgrctl models list" shows those that can be used (esc)
+  [1]
+  $ svcmgrctl models versions $'\377\033' --json
+  {"ok":false,"command":"models versions","error":{"name":"SVCMGR_ERROR_INVALID_OPERATION","code":-38,"meaning":"the service manager knows no model \"\ufffd\u001b\"; \"svcmgrctl models list\" shows those that can be used"}}
   [1]
   $ svcmgrctl agent-level --app com.example.viewr
   svcmgrctl: agent-level: NO_APPLICATION (-2): no application "com.example.viewr" is installed on *; did you mean "com.example.viewer"? (glob)

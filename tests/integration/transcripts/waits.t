@@ -18,6 +18,23 @@ Who ends the wait is told that the update goes on:
   svcmgrctl: update: INTERRUPTED (-4): interrupted; what was asked for goes on in the service manager, and "svcmgrctl watch" tells how it ends
   [130]
 
+It serves all that request an update, but none that name agents:
+
+  $ svcmgrctl update --timeout 0.05
+  svcmgrctl: update: TIMEOUT (-110): the time (see --timeout) was up before the service manager had answered; what was asked for goes on in the service manager, and "svcmgrctl watch" tells how it ends
+  [1]
+  $ svcmgrctl update com.korvane.device.speech
+  svcmgrctl: update: SVCMGR_ERROR_UPDATE_IN_PROGRESS (-1073741831): the service manager is already updating
+  [1]
+  $ svcmgr-emulator ctl status | grep events
+    "events": 2
+
+The time of an answer runs anew with every report, of which there are 32:
+
+  $ serve 100
+  $ svcmgrctl --timeout 3 models update $(yes vision.detect | head -n 8) | tail -n 1
+  vision.detect (8/8): completed
+
 An update of the service manager ends a request, but no update of agents:
 
   $ serve 200
@@ -53,6 +70,19 @@ A watch tells what applications do not hear. One that is stopped holds nothing u
   $ kill -STOP "$program"
   $ ctl update
   $ kill -KILL "$program"
+
+It has ended when it says so, though it gets of one processor only what others leave:
+
+  $ processor=$(awk '{ print $39 }' /proc/self/stat)
+  $ serve 2
+  $ service=$!
+  $ taskset -cp "$processor" $$ >/dev/null
+  $ taskset -cp "$processor" "$service" >/dev/null
+  $ chrt -ip 0 "$service"
+  $ ctl stop
+  $ grep -s ^State: "/proc/$service/status" | grep -v zombie
+  [1]
+  $ serve 2
 
 A service manager that cannot come back yet does so as soon as it can:
 
