@@ -8,7 +8,7 @@
 
 #include "events.h"
 #include "faults.h"
-#include "main_loop.h"
+#include "loop/main_loop.h"
 #include "service_state.h"
 
 namespace korvane::emulator {

@@ -12,7 +12,7 @@
 #include <utility>
 
 #include "json_file.h"
-#include "local_socket.h"
+#include "sockets/local_socket.h"
 
 namespace korvane::emulator {
 

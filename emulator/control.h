@@ -9,12 +9,12 @@
 #include <string>
 #include <vector>
 
-#include "frame.h"
-#include "listener.h"
-#include "main_loop.h"
-#include "scoped_timer.h"
-#include "send_queue.h"
-#include "unique_fd.h"
+#include "loop/main_loop.h"
+#include "loop/scoped_timer.h"
+#include "sockets/frame.h"
+#include "sockets/listener.h"
+#include "sockets/send_queue.h"
+#include "sockets/unique_fd.h"
 
 namespace korvane::emulator {
 

@@ -4,7 +4,7 @@
 #include <iostream>
 #include <system_error>
 
-#include "event_publisher.h"
+#include "events/event_publisher.h"
 
 namespace korvane::emulator {
 

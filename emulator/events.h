@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "event_bundle.h"
+#include "events/event_bundle.h"
 #include "trace.h"
 
 namespace korvane::emulator {

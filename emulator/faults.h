@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "frame.h"
 #include "protocol.h"
+#include "sockets/frame.h"
 
 namespace korvane::emulator {
 

@@ -9,7 +9,7 @@
 #include <stdexcept>
 #include <system_error>
 
-#include "unique_fd.h"
+#include "sockets/unique_fd.h"
 
 namespace korvane::emulator {
 

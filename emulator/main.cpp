@@ -15,12 +15,12 @@
 #include "command_line/command_line.h"
 #include "commands.h"
 #include "control.h"
-#include "device.h"
-#include "main_loop.h"
+#include "device/device.h"
+#include "loop/main_loop.h"
 #include "run_command.h"
 #include "sample_device.h"
 #include "service.h"
-#include "unique_fd.h"
+#include "sockets/unique_fd.h"
 
 namespace {
 

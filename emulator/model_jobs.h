@@ -10,7 +10,7 @@
 
 #include "events.h"
 #include "faults.h"
-#include "main_loop.h"
+#include "loop/main_loop.h"
 #include "service_port.h"
 #include "service_state.h"
 

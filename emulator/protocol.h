@@ -8,7 +8,7 @@
 #include <variant>
 #include <vector>
 
-#include "parcel.h"
+#include "ports/parcel.h"
 
 namespace korvane::emulator {
 

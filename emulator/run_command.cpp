@@ -14,7 +14,7 @@
 #include <system_error>
 
 #include "sample_device.h"
-#include "unique_fd.h"
+#include "sockets/unique_fd.h"
 
 namespace korvane::emulator {
 

@@ -6,7 +6,7 @@
 #include <optional>
 
 #include "control.h"
-#include "device.h"
+#include "device/device.h"
 
 namespace korvane::emulator {
 

@@ -2,7 +2,7 @@
 #ifndef KORVANE_EMULATOR_SAMPLE_DEVICE_H_
 #define KORVANE_EMULATOR_SAMPLE_DEVICE_H_
 
-#include "device.h"
+#include "device/device.h"
 
 namespace korvane::emulator {
 

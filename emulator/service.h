@@ -10,11 +10,11 @@
 #include <vector>
 
 #include "agent_update.h"
-#include "device.h"
+#include "device/device.h"
 #include "events.h"
 #include "faults.h"
 #include "json_file.h"
-#include "main_loop.h"
+#include "loop/main_loop.h"
 #include "model_jobs.h"
 #include "service_port.h"
 #include "service_state.h"

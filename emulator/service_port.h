@@ -8,7 +8,7 @@
 #include <memory>
 
 #include "faults.h"
-#include "rpc_port_server.h"
+#include "ports/rpc_port_server.h"
 #include "trace.h"
 
 namespace korvane::emulator {

@@ -8,7 +8,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "device.h"
+#include "device/device.h"
 #include "protocol.h"
 
 namespace korvane::emulator {

@@ -1,10 +1,10 @@
 // Arbitrary byte streams into the socket framing of the workstation platform, in pieces.
 #include <cstdlib>
 
-#include "event_bundle.h"
+#include "events/event_bundle.h"
 #include "fuzz_support.h"
-#include "rpc_port_handles.h"
-#include "rpc_port_protocol.h"
+#include "ports/rpc_port_handles.h"
+#include "ports/rpc_port_protocol.h"
 
 using namespace korvane::host;
 

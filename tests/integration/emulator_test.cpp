@@ -3,9 +3,9 @@
 #include <poll.h>
 
 #include "korvane_svcmgr.hpp"
-#include "local_socket.h"
-#include "rpc_port_protocol.h"
+#include "ports/rpc_port_protocol.h"
 #include "service_fixture.h"
+#include "sockets/local_socket.h"
 
 namespace {
 

@@ -12,7 +12,7 @@
 #include <list>
 #include <random>
 
-#include "event_publisher.h"
+#include "events/event_publisher.h"
 #include "korvane_host.h"
 #include "korvane_svcmgr.hpp"
 #include "service_fixture.h"

@@ -8,7 +8,7 @@
 
 #include "app.h"
 #include "app_event.h"
-#include "device.h"
+#include "device/device.h"
 #include "dlog.h"
 #include "host_fixture.h"
 #include "korvane_host.h"

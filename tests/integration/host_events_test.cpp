@@ -2,9 +2,9 @@
 #include <utility>
 
 #include "app_event.h"
-#include "event_publisher.h"
+#include "events/event_publisher.h"
 #include "host_fixture.h"
-#include "local_socket.h"
+#include "sockets/local_socket.h"
 
 using namespace korvane::host;
 namespace fs = std::filesystem;

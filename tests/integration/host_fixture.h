@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "main_loop.h"
+#include "loop/main_loop.h"
 
 /** Lets one allocation of the platform fail. */
 class ScarceMemory {

@@ -9,12 +9,12 @@
 #include <future>
 
 #include "app_event.h"
-#include "event_publisher.h"
+#include "events/event_publisher.h"
 #include "host_fixture.h"
-#include "local_socket.h"
-#include "rpc_port_handles.h"
-#include "rpc_port_server.h"
-#include "wait_limits.h"
+#include "ports/rpc_port_handles.h"
+#include "ports/rpc_port_server.h"
+#include "sockets/local_socket.h"
+#include "sockets/wait_limits.h"
 
 using namespace korvane::host;
 

@@ -1,0 +1,231 @@
+#include "ports/rpc_port_server.h"
+
+#include <sys/epoll.h>
+#include <sys/socket.h>
+
+#include "loop/scoped_timer.h"
+#include "sockets/local_socket.h"
+#include "sockets/send_queue.h"
+
+namespace korvane::host {
+
+namespace {
+
+/** A peer that lets more than this pile up is disconnected. */
+constexpr std::size_t kMaxQueued = std::size_t{64} << 20;
+/** Far beyond the name of any application. */
+constexpr std::size_t kMaxName = 1024;
+
+constexpr std::uint32_t kInput = EPOLLIN | EPOLLRDHUP | EPOLLET;
+constexpr std::uint32_t kOutput = EPOLLOUT;
+constexpr std::uint32_t kEnd = EPOLLRDHUP | EPOLLHUP | EPOLLERR;
+
+}  // namespace
+
+/** One accepted socket: first waiting for its hello and its counterpart, then half a connection. */
+struct RpcPortServer::Channel {
+  UniqueFd socket;
+  MainLoop::SourceId source = 0;
+  FrameReader reader;
+  SendQueue queued;
+  bool awaits_room = false;  ///< the loop tells when more of the queue can be sent
+  ScopedTimer patience;      ///< while waiting
+  std::optional<Hello> hello;
+  ConnectionId connection = 0;  ///< 0 while waiting
+};
+
+struct RpcPortServer::Connection {
+  std::shared_ptr<Channel> main;
+  std::shared_ptr<Channel> callback;
+};
+
+RpcPortServer::RpcPortServer(MainLoop &loop, const std::string &app_id,
+                             const std::string &port_name, Events events,
+                             std::chrono::milliseconds greeting_limit)
+    : loop_(loop),
+      events_(std::move(events)),
+      greeting_limit_(greeting_limit),
+      listener_(
+          std::make_unique<Listener>(loop, rpc_socket_path(Device::current(), app_id, port_name),
+                                     [this](UniqueFd socket) { accept(std::move(socket)); })) {}
+
+RpcPortServer::~RpcPortServer() {
+  stop_listening();
+  closed_ = nullptr;
+  loop_.remove(closing_limit_);
+  while (!connections_.empty()) end(connections_.begin()->first, false);
+}
+
+void RpcPortServer::stop_listening() {
+  listener_.reset();
+  for (const auto &[source, channel] : waiting_) loop_.remove(source);
+  waiting_.clear();
+}
+
+void RpcPortServer::close(std::chrono::milliseconds limit, std::function<void()> done) {
+  stop_listening();
+  closing_ = true;
+  closed_ = std::move(done);
+  for (const auto &[id, connection] : connections_) {
+    shutdown(connection.main->socket.get(), SHUT_WR);
+    shutdown(connection.callback->socket.get(), SHUT_WR);
+  }
+  closing_limit_ = loop_.add_timer(connections_.empty() ? std::chrono::milliseconds() : limit,
+                                   [this] { all_closed(); });
+}
+
+void RpcPortServer::all_closed() {
+  loop_.remove(closing_limit_);
+  while (!connections_.empty()) end(connections_.begin()->first, false);
+  // The last thing: done may destroy the server.
+  if (const auto done = std::exchange(closed_, nullptr)) done();
+}
+
+void RpcPortServer::accept(UniqueFd socket) {
+  auto channel = std::make_shared<Channel>();
+  channel->socket = std::move(socket);
+  const std::weak_ptr<Channel> weak = channel;
+  channel->patience = ScopedTimer(loop_, greeting_limit_, [this, weak] {
+    if (const auto self = weak.lock()) drop(*self);
+  });
+  channel->source =
+      loop_.add_descriptor(channel->socket.get(), kInput, [this, weak](std::uint32_t epoll_events) {
+        const auto self = weak.lock();
+        if (self == nullptr) return;
+        if ((epoll_events & kOutput) != 0) flush(*self);
+        if ((epoll_events & ~kOutput) != 0) read(self, epoll_events);
+      });
+  waiting_.emplace(channel->source, channel);
+}
+
+void RpcPortServer::read(const std::shared_ptr<Channel> &channel, std::uint32_t epoll_events) {
+  if (!channel->socket) return;
+  const ReadState state = read_available(channel->socket.get(), channel->reader);
+  while (auto frame = channel->reader.next()) {
+    Parcel parcel(std::move(*frame));
+    if (!channel->hello) {
+      channel->hello = Hello::decode(std::move(parcel));
+      if (!channel->hello || channel->hello->app_id.size() > kMaxName) {
+        drop(*channel);
+        return;
+      }
+      greet(channel, *channel->hello);
+    } else if (channel->connection != 0 && channel->hello->port == Port::kMain && !closing_) {
+      events_.received(channel->connection, std::move(parcel));
+    }
+    if (!channel->socket) return;
+  }
+  if (state == ReadState::kEnd) {
+    drop(*channel);
+  } else if (channel->reader.filled_room() || (epoll_events & kEnd) != 0) {
+    watch(*channel);  // for what is left
+  }
+}
+
+void RpcPortServer::greet(const std::shared_ptr<Channel> &channel, const Hello &hello) {
+  const pid_t pid = peer_process(channel->socket.get());
+  for (const auto &[source, other] : waiting_) {
+    if (other == channel || !other->hello || other->hello->token != hello.token ||
+        other->hello->port == hello.port || peer_process(other->socket.get()) != pid) {
+      continue;
+    }
+    const bool is_main = hello.port == Port::kMain;
+    const auto counterpart = other;
+    open(is_main ? channel : counterpart, is_main ? counterpart : channel, {hello.app_id, pid});
+    return;
+  }
+}
+
+void RpcPortServer::open(const std::shared_ptr<Channel> &main,
+                         const std::shared_ptr<Channel> &callback, const Peer &peer) {
+  const ConnectionId id = next_connection_++;
+  for (const auto &channel : {main, callback}) {
+    waiting_.erase(channel->source);
+    channel->patience.reset();
+    channel->connection = id;
+  }
+  connections_[id] = {main, callback};
+  const bool accepted = events_.accept(peer);
+  Parcel answer;
+  answer.write_int32(accepted ? kAccepted : kRejected);
+  send(id, Port::kMain, answer);
+  if (accepted) {
+    events_.connected(id, peer);
+  } else {
+    end(id, false);
+  }
+}
+
+void RpcPortServer::send(ConnectionId connection, Port port, const Parcel &parcel) {
+  Channel *channel = find(connection, port);
+  if (channel == nullptr) return;
+  if (!channel->queued.add_frame(parcel.bytes())) shutdown(channel->socket.get(), SHUT_RDWR);
+  flush(*channel);
+}
+
+void RpcPortServer::send_raw(ConnectionId connection, Port port, const Bytes &bytes) {
+  Channel *channel = find(connection, port);
+  if (channel == nullptr) return;
+  channel->queued.add(bytes);
+  flush(*channel);
+}
+
+void RpcPortServer::flush(Channel &channel) {
+  channel.queued.send_to(channel.socket.get());
+  if (channel.queued.size() > kMaxQueued) {
+    shutdown(channel.socket.get(), SHUT_RDWR);
+    channel.queued.clear();
+  }
+  if (channel.queued.empty() == !channel.awaits_room) return;
+  channel.awaits_room = !channel.queued.empty();
+  watch(channel);
+}
+
+void RpcPortServer::watch(const Channel &channel) {
+  loop_.change_events(channel.source, kInput | (channel.awaits_room ? kOutput : 0U));
+}
+
+void RpcPortServer::disconnect(ConnectionId connection) {
+  end(connection, true);
+}
+
+std::vector<RpcPortServer::ConnectionId> RpcPortServer::connections() const {
+  std::vector<ConnectionId> ids;
+  for (const auto &[id, connection] : connections_) ids.push_back(id);
+  return ids;
+}
+
+void RpcPortServer::drop(Channel &channel) {
+  if (channel.connection != 0) {
+    end(channel.connection, true);
+    return;
+  }
+  const MainLoop::SourceId source = channel.source;
+  loop_.remove(source);
+  channel.socket.reset();
+  waiting_.erase(source);
+}
+
+void RpcPortServer::end(ConnectionId connection, bool tell) {
+  const auto entry = connections_.find(connection);
+  if (entry == connections_.end()) return;
+  const Connection ended = std::move(entry->second);
+  connections_.erase(entry);
+  for (const auto &channel : {ended.main, ended.callback}) {
+    loop_.remove(channel->source);
+    channel->socket.reset();
+  }
+  if (tell) events_.disconnected(connection);
+  if (closing_ && tell && connections_.empty() && closed_) {
+    loop_.remove(closing_limit_);
+    closing_limit_ = loop_.add_timer({}, [this] { all_closed(); });
+  }
+}
+
+RpcPortServer::Channel *RpcPortServer::find(ConnectionId connection, Port port) {
+  const auto entry = connections_.find(connection);
+  if (entry == connections_.end()) return nullptr;
+  return port == Port::kMain ? entry->second.main.get() : entry->second.callback.get();
+}
+
+}  // namespace korvane::host

@@ -1,0 +1,40 @@
+/** Where the peers of a service come in. */
+#ifndef KORVANE_HOST_LISTENER_H_
+#define KORVANE_HOST_LISTENER_H_
+
+#include <filesystem>
+#include <functional>
+
+#include "loop/main_loop.h"
+#include "loop/scoped_timer.h"
+#include "sockets/unique_fd.h"
+
+namespace korvane::host {
+
+/**
+ * A socket at a path, for this user's processes. While there is no descriptor left for a peer, the
+ * peers wait.
+ */
+class Listener {
+ public:
+  /** Throws std::system_error. */
+  Listener(MainLoop &loop, std::filesystem::path path, std::function<void(UniqueFd)> accepted);
+  Listener(const Listener &) = delete;
+  Listener &operator=(const Listener &) = delete;
+  /** Removes the socket. */
+  ~Listener();
+
+ private:
+  void accept();
+
+  MainLoop &loop_;
+  const std::filesystem::path path_;
+  const std::function<void(UniqueFd)> accepted_;
+  UniqueFd socket_;
+  MainLoop::SourceId source_;
+  ScopedTimer pause_;
+};
+
+}  // namespace korvane::host
+
+#endif  // KORVANE_HOST_LISTENER_H_
