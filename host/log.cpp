@@ -124,12 +124,15 @@ int dlog_print(int priority, const char *tag, const char *format, ...) {
   char message[8192] = "";
   va_list values;
   va_start(values, format);
-  std::vsnprintf(message, sizeof(message), format, values);
+  const int length = std::vsnprintf(message, sizeof(message), format, values);
   va_end(values);
-  make_harmless(message, isatty(STDERR_FILENO) != 0);
+  const bool keeps_colours = isatty(STDERR_FILENO) != 0;
+  make_harmless(message, keeps_colours);
   const char letter = letter_of(priority);
+  const bool is_cut = length >= static_cast<int>(sizeof(message));
+  const char *end = is_cut && keeps_colours ? "\x1b[0m\n" : "\n";
   const iovec line[] = {part({&letter, 1}), part("/"),     part(tag),
-                        part(": "),         part(message), part("\n")};
+                        part(": "),         part(message), part(end)};
   if (is_standard_error_still()) {
     const PipeSignalHeld held;
     // One call, so that the lines of several threads and processes do not mix.

@@ -50,3 +50,9 @@ The examples, and the first program of the guide.
   connect: error -1, see korvane_svcmgr_error_e
   $ example_models_cpp 2>&1 | grep -v ^E/
   connect: the connection could not be started; the service manager does not run
+
+A log line that is cut on a terminal does not colour what follows:
+
+  $ export KORVANE_LOG=info KORVANE_DEVICE=/$(printf %09000d 0)
+  $ script -qec snippet_agent_level /dev/null </dev/null | grep -a HOST | head -n 1 | tail -c 7 | cat -v
+  0^[[0m^M
