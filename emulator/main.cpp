@@ -83,7 +83,7 @@ void check_device(const Device &device) {
                              " is no device directory; --init makes a sample one");
   }
   try {
-    device.load_package(SVCMGR_APP_ID);
+    if (device.has_package(SVCMGR_APP_ID)) device.load_package(SVCMGR_APP_ID);
   } catch (const std::system_error &) {
     throw std::runtime_error((device.packages_directory() / SVCMGR_APP_ID).string() +
                              ".json, the package of the service manager, is damaged");

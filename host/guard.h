@@ -21,7 +21,10 @@ constexpr int failure_of(int error) {
   return error == EINVAL ? -EINVAL : error == EACCES || error == EPERM ? -EACCES : -EIO;
 }
 
-/** Runs the body of a platform function; exceptions become platform error numbers. */
+/**
+ * Runs the body of a platform function; exceptions become platform error numbers. Failures of the
+ * system, a peer that is not there for one, are logged as information, all others as errors.
+ */
 template <typename Body>
 int guarded(Body body) noexcept {
   try {

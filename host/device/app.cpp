@@ -2,6 +2,8 @@
 #include "app.h"
 
 #include <cstdlib>
+#include <stdexcept>
+#include <string>
 
 #include "device/device.h"
 #include "guard.h"
@@ -14,8 +16,9 @@ namespace {
 
 std::string calling_app() {
   const char *id = std::getenv("KORVANE_APP_ID");
-  if (id == nullptr || !korvane::host::is_plain_name(id)) {
-    throw std::system_error(EIO, std::generic_category(), "KORVANE_APP_ID names no application");
+  if (id == nullptr) throw std::runtime_error("KORVANE_APP_ID is not set");
+  if (!korvane::host::is_plain_name(id)) {
+    throw std::runtime_error("KORVANE_APP_ID names no application: \"" + std::string(id) + "\"");
   }
   return id;
 }
@@ -33,9 +36,7 @@ int app_get_id(char **id) {
 int app_get_version(char **version) {
   return guarded([version] {
     if (version == nullptr) return -EINVAL;
-    const auto package = Device::current().load_package(calling_app());
-    if (!package) return -EIO;
-    *version = heap_copy(package->version);
+    *version = heap_copy(Device::current().load_package(calling_app()).version);
     return 0;
   });
 }

@@ -41,26 +41,40 @@ bool is_plain_name(const std::string &name) {
 
 Device Device::current() {
   const char *directory = std::getenv("KORVANE_DEVICE");
-  if (directory == nullptr || *directory == '\0') fail(EIO, "KORVANE_DEVICE is not set");
+  if (directory == nullptr || *directory == '\0') throw NoDevice("KORVANE_DEVICE is not set");
   return Device(directory);
 }
 
-std::shared_ptr<const Package> Device::load_package(const std::string &id) const {
+std::string Device::package_file(const std::string &id) const {
   if (!is_plain_name(id)) fail(EINVAL, "package ID");
-  return load_package_file(directory_ + "/packages/" + id + ".json", id);
+  return directory_ + "/packages/" + id + ".json";
 }
 
-std::vector<std::shared_ptr<const Package>> Device::load_packages() const {
-  std::vector<std::shared_ptr<const Package>> packages;
-  for (const std::string &name : names_in(packages_directory())) {
-    const fs::path file = packages_directory() / name;
-    if (file.extension() != ".json") continue;
+bool Device::has_package(const std::string &id) const {
+  const std::string file = package_file(id);
+  struct stat status = {};
+  if (stat(file.c_str(), &status) == 0) return true;
+  if (errno != ENOENT && errno != ENOTDIR) fail(errno, file);
+  if (!fs::is_directory(packages_directory())) {
+    throw NoDevice("KORVANE_DEVICE names no device directory: " + directory_);
+  }
+  return false;
+}
+
+Package Device::load_package(const std::string &id) const {
+  Package package = read_package_file(package_file(id));
+  if (package.id != id) fail(EIO, package_file(id) + " states another package");
+  return package;
+}
+
+std::vector<Package> Device::load_packages() const {
+  std::vector<Package> packages;
+  for (const fs::path name : names_in(packages_directory())) {
+    if (name.extension() != ".json") continue;
     try {
-      if (auto package = load_package_file(file, file.stem())) {
-        packages.push_back(std::move(package));
-      }
+      packages.push_back(load_package(name.stem()));
     } catch (const std::system_error &error) {
-      dlog_print(kLogError, "KORVANE_HOST", "%s is left out: %s", file.c_str(), error.what());
+      dlog_print(kLogError, "KORVANE_HOST", "a package is left out: %s", error.what());
     }
   }
   return packages;

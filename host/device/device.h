@@ -3,7 +3,7 @@
 #define KORVANE_HOST_DEVICE_H_
 
 #include <filesystem>
-#include <memory>
+#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
@@ -15,6 +15,11 @@ namespace korvane::host {
 /** Whether a name can stand as one component of a path. */
 bool is_plain_name(const std::string &name);
 
+/** $KORVANE_DEVICE is not set, or names no device directory. */
+struct NoDevice : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
 /**
  * A device directory.
  *
@@ -25,7 +30,7 @@ class Device {
  public:
   explicit Device(std::string directory) : directory_(std::move(directory)) {}
 
-  /** The device that $KORVANE_DEVICE names; EIO when it names none. */
+  /** The device that $KORVANE_DEVICE names. Throws NoDevice when it is not set. */
   static Device current();
 
   std::filesystem::path directory() const { return directory_; }
@@ -34,15 +39,22 @@ class Device {
     return directory() / "apps" / app_id / "res";
   }
 
-  /** As its file states it now; null when no such package is installed. */
-  std::shared_ptr<const Package> load_package(const std::string &id) const;
+  /**
+   * Whether a package is installed: whether its file is there, whatever it states. Throws NoDevice
+   * when there is no such device.
+   */
+  bool has_package(const std::string &id) const;
+  /** The package as its file states it now. */
+  Package load_package(const std::string &id) const;
   /** All packages that can be understood, by the order of their file names. */
-  std::vector<std::shared_ptr<const Package>> load_packages() const;
+  std::vector<Package> load_packages() const;
 
   /** A folder below run/, made when it is missing, and private to this user. */
   std::filesystem::path run_directory(const std::filesystem::path &below = {}) const;
 
  private:
+  std::string package_file(const std::string &id) const;
+
   std::string directory_;  ///< no path: every call of the library looks its package up
 };
 

@@ -2,10 +2,9 @@
 #ifndef KORVANE_HOST_PACKAGE_FILE_H_
 #define KORVANE_HOST_PACKAGE_FILE_H_
 
-#include <memory>
+#include <map>
+#include <optional>
 #include <string>
-#include <utility>
-#include <vector>
 
 namespace korvane::host {
 
@@ -13,16 +12,15 @@ namespace korvane::host {
 struct Package {
   std::string id;
   std::string version;
-  bool has_application = false;  ///< the file states metadata, if only an empty object
-  std::vector<std::pair<std::string, std::string>> metadata;
+  std::optional<std::map<std::string, std::string>>
+      metadata;  ///< of its application, if it has one
 };
 
 /**
- * The package of this ID as its file states it now; read again only when the file has changed. Null
- * when there is no such file. Throws std::system_error EIO when it states something else. Any
- * thread.
+ * Reads a package file. Throws std::system_error: the system's error when the file cannot be read,
+ * EIO when it is not a regular file, too large, or states no package.
  */
-std::shared_ptr<const Package> load_package_file(const std::string &file, const std::string &id);
+Package read_package_file(const std::string &file);
 
 }  // namespace korvane::host
 

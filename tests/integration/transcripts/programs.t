@@ -42,6 +42,8 @@ The examples, and the first program of the guide.
   $ example_models_cpp >/dev/null
   update: the service manager has no space left
   [1]
+  $ env -u KORVANE_APP_ID example_models_c 2>&1 | grep HOST
+  E/KORVANE_HOST: KORVANE_APP_ID is not set
   $ svcmgr-emulator ctl stop
   $ example_models_c 2>&1 | sed 's/ > .*//; s/([0-9]*)//'
   E/RPC_PORT_PROXY: SvcMgrAppProxy.cpp: Connect
@@ -50,6 +52,13 @@ The examples, and the first program of the guide.
   connect: error -1, see korvane_svcmgr_error_e
   $ example_models_cpp 2>&1 | grep -v ^E/
   connect: the connection could not be started; the service manager does not run
+
+Without a device:
+
+  $ env -u KORVANE_DEVICE snippet_agent_level 2>&1 | grep HOST
+  E/KORVANE_HOST: KORVANE_DEVICE is not set
+  $ KORVANE_DEVICE=/no/such snippet_agent_level 2>&1 | grep HOST
+  E/KORVANE_HOST: KORVANE_DEVICE names no device directory: /no/such
 
 A log line that is cut on a terminal does not colour what follows:
 
