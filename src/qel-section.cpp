@@ -1,11 +1,13 @@
 #include "qel-section.h"
 
+#include <elf.h>
 #include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <optional>
 #include <tuple>
 
@@ -18,36 +20,15 @@ constexpr char kMagic[6] = {'Q', 'E', 'L', '\0', '\0', '\0'};
 /** The highest marker of the search that this thread is running. */
 thread_local qel_section_s latest;
 
-/** Where an ELF class keeps the fields that the search needs. */
-struct ElfLayout {
-  std::size_t header_size;
-  std::size_t table_offset;  ///< in the header; its low 32 bits are used
-  std::size_t entry_count;   ///< in the header, 16 bits
-  std::size_t entry_size;
-  std::size_t section_offset;  ///< in an entry
-  std::size_t section_size;    ///< in an entry
-  std::size_t word_size;       ///< of the two fields above, in bytes
-};
-
-constexpr ElfLayout kElf32 = {52, 32, 48, 40, 16, 20, 4};
-constexpr ElfLayout kElf64 = {64, 40, 60, 64, 24, 32, 8};
-constexpr char kElfMagic[4] = {'\x7F', 'E', 'L', 'F'};
-constexpr std::size_t kElfClassOffset = 4;
-constexpr unsigned char kElfClass32 = 1;
-
 /** How much of a section table is read at a time, in bytes. */
 constexpr std::size_t kTablePiece = 16384;
-
-/** What a read came to: all bytes that were wanted, or those before the end or before a failure. */
-struct Read {
-  std::size_t size;
-  bool failed;
-};
 
 /** A file open for reading. Nothing is read but what is asked for. */
 class File {
  public:
-  explicit File(const char *path) : descriptor_(open(path, O_RDONLY | O_CLOEXEC)) {}
+  /** Never waits, should a pipe or a device have taken the file's place. */
+  explicit File(const char *path)
+      : descriptor_(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY)) {}
   File(const File &) = delete;
   File &operator=(const File &) = delete;
   ~File() {
@@ -56,41 +37,36 @@ class File {
 
   bool is_open() const { return descriptor_ >= 0; }
 
-  Read read_at(off_t offset, void *target, std::size_t size) const {
+  /** The number of bytes read: fewer than wanted at the end, or before one that is unreadable. */
+  std::size_t read_at(off_t offset, void *target, std::size_t size) const {
     std::size_t done = 0;
     while (done < size) {
       const ssize_t read = pread(descriptor_, static_cast<unsigned char *>(target) + done,
                                  size - done, offset + static_cast<off_t>(done));
-      if (read <= 0) return {done, read < 0};
+      if (read <= 0) break;
       done += static_cast<std::size_t>(read);
     }
-    return {done, false};
+    return done;
   }
+
+  off_t size() const { return lseek(descriptor_, 0, SEEK_END); }
 
  private:
   int descriptor_;
 };
 
-/** A little-endian number of the given width in bytes. */
-std::uint64_t read_number(const unsigned char *bytes, std::size_t width) {
-  std::uint64_t value = 0;
-  for (std::size_t i = 0; i < width; ++i) value |= std::uint64_t{bytes[i]} << (8 * i);
-  return value;
-}
-
 /** A section's size or offset; values that no file of the device can have count as 0. */
-off_t read_extent(const unsigned char *bytes, std::size_t width) {
-  const std::uint64_t value = read_number(bytes, width);
+off_t extent(std::uint64_t value) {
   return value <= 0x7FFFFFFF ? static_cast<off_t>(value) : 0;
 }
 
 /** The marker that a table entry leads to, if it does. */
-std::optional<qel_section_s> read_marker(const File &file, const unsigned char *entry,
-                                         const ElfLayout &layout) {
+template <typename Entry>
+std::optional<qel_section_s> read_marker(const File &file, const Entry &entry) {
   qel_section_s section = {};
-  if (read_extent(entry + layout.section_size, layout.word_size) != sizeof(section)) return {};
-  const off_t offset = read_extent(entry + layout.section_offset, layout.word_size);
-  if (file.read_at(offset, &section, sizeof(section)).size != sizeof(section)) return {};
+  if (extent(entry.sh_size) != sizeof(section)) return {};
+  if (file.read_at(extent(entry.sh_offset), &section, sizeof(section)) != sizeof(section))
+    return {};
   if (std::memcmp(section.magic, kMagic, sizeof(kMagic)) != 0) return {};
   return section;
 }
@@ -101,24 +77,20 @@ std::optional<qel_section_s> read_marker(const File &file, const unsigned char *
  * The section table is read in pieces, so that no number of entries that a
  * file claims costs memory; nearly every table fits into one.
  */
-std::optional<qel_section_s> find_marker(const File &file, const unsigned char *header,
-                                         const ElfLayout &layout) {
-  const auto table = static_cast<off_t>(read_number(header + layout.table_offset, 4));
-  const auto count = static_cast<std::size_t>(read_number(header + layout.entry_count, 2));
-  unsigned char piece[kTablePiece];
+template <typename Entry>
+std::optional<qel_section_s> find_marker(const File &file, off_t table, std::size_t count) {
+  Entry piece[kTablePiece / sizeof(Entry)];
+  const off_t room = std::max<off_t>(file.size() - table, 0);
+  count = std::min(count, static_cast<std::size_t>(room) / sizeof(Entry));
   for (std::size_t next = 0; next < count;) {
-    const std::size_t wanted = std::min(count - next, sizeof(piece) / layout.entry_size);
-    const auto position = table + static_cast<off_t>(next * layout.entry_size);
-    const Read read = file.read_at(position, piece, wanted * layout.entry_size);
-    const std::size_t complete = read.size / layout.entry_size;
-    for (std::size_t i = 0; i < complete; ++i) {
-      const auto marker = read_marker(file, piece + i * layout.entry_size, layout);
+    const std::size_t wanted = std::min(count - next, std::size(piece));
+    const auto position = table + static_cast<off_t>(next * sizeof(Entry));
+    const std::size_t read = file.read_at(position, piece, wanted * sizeof(Entry)) / sizeof(Entry);
+    for (std::size_t i = 0; i < read; ++i) {
+      const auto marker = read_marker(file, piece[i]);
       if (marker) return marker;
     }
-    next += complete;
-    if (complete == wanted) continue;
-    if (!read.failed) break;  // all further entries lie behind the end
-    ++next;                   // an entry that cannot be read is passed over
+    next += read < wanted ? read + 1 : read;  // an entry that cannot be read is passed over
   }
   return std::nullopt;
 }
@@ -140,16 +112,22 @@ std::optional<qel_section_s> read_file(const svcmgr::Site &site, const char *pat
 #pragma GCC diagnostic pop
     return {};
   }
-  unsigned char header[kElf64.header_size] = {};
-  const std::size_t header_size = file.read_at(0, header, sizeof(header)).size;
-  const bool is_elf = std::memcmp(header, kElfMagic, sizeof(kElfMagic)) == 0;
-  const ElfLayout &layout = is_elf && header[kElfClassOffset] != kElfClass32 ? kElf64 : kElf32;
-  if (header_size < layout.header_size) {
+  Elf64_Ehdr header = {};
+  Elf32_Ehdr header32 = {};
+  const std::size_t size = file.read_at(0, &header, sizeof(header));
+  const bool is_elf = std::memcmp(header.e_ident, ELFMAG, SELFMAG) == 0;
+  const bool is_64_bit = is_elf && header.e_ident[EI_CLASS] != ELFCLASS32;
+  if (size < (is_64_bit ? sizeof(header) : sizeof(header32))) {
     LOG_ERROR_AT(site, "Failed to read ELF header");
     return {};
   }
   if (!is_elf) return {};
-  return find_marker(file, header, layout);
+  if (is_64_bit) {
+    const auto table = static_cast<std::uint32_t>(header.e_shoff);  // the low half counts
+    return find_marker<Elf64_Shdr>(file, table, header.e_shnum);
+  }
+  std::memcpy(&header32, &header, sizeof(header32));
+  return find_marker<Elf32_Shdr>(file, header32.e_shoff, header32.e_shnum);
 }
 
 }  // namespace
@@ -180,7 +158,7 @@ qel_section_s *qel_section_get_latest(const char *root_path) {
 int qel_section_read_file(const char *path, const struct stat *status, int type_flag,
                           struct FTW * /*position*/) {
   if (type_flag == FTW_NS) return 0;  // the status record was not filled
-  const bool too_small = static_cast<std::uint32_t>(status->st_size) < kElf32.header_size;
+  const bool too_small = static_cast<std::uint32_t>(status->st_size) < sizeof(Elf32_Ehdr);
   if (S_ISDIR(status->st_mode) || too_small || links_to_special_file(path, *status)) return 0;
 
   const std::optional<qel_section_s> marker = read_file(HERE, path);

@@ -190,6 +190,16 @@ TEST_F(MarkerTest, TheWalkGoesOnAfterWhatIsNoMarker) {
   close(pipe);
 }
 
+TEST_F(MarkerTest, AFileThatWasReplacedByAPipeDoesNotBlock) {
+  const fs::path path = fresh() / "file";
+  write(path, elf(1, {marker(5)}));
+  struct stat status = {};
+  lstat(path.c_str(), &status);
+  fs::remove(path);
+  mkfifo(path.c_str(), 0600);
+  EXPECT_EQ(0, qel_section_read_file(path.c_str(), &status, FTW_F, nullptr));
+}
+
 TEST_F(MarkerTest, Links) {
   const fs::path root = fresh();
   write(directory() / "target", elf(2, {marker(14)}));
