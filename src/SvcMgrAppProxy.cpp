@@ -33,10 +33,6 @@ void write_value(rpc_port_parcel_h parcel, const std::string &value) {
   rpc_port_parcel_write_string(parcel, value.c_str());
 }
 
-void write_value(rpc_port_parcel_h parcel, const Text &value) {
-  rpc_port_parcel_write_string(parcel, value.c_str());
-}
-
 template <typename Element>
 void write_value(rpc_port_parcel_h parcel, const std::vector<Element> &elements);
 
@@ -61,19 +57,11 @@ bool read_value(rpc_port_parcel_h parcel, int &value) {
   return true;
 }
 
-bool read_value(rpc_port_parcel_h parcel, Text &value) {
-  svcmgr::TakenText taken = svcmgr::take_text(
-      [parcel](char **text) { return rpc_port_parcel_read_string(parcel, text); });
-  const bool read = taken.text != nullptr;
-  value = Text(std::move(taken.text));
-  return read;
-}
-
 bool read_value(rpc_port_parcel_h parcel, std::string &value) {
-  Text text;
-  const bool read = read_value(parcel, text);
-  value = text.c_str();
-  return read;
+  const HeapText text = svcmgr::take_text(
+      [parcel](char **taken) { return rpc_port_parcel_read_string(parcel, taken); });
+  value = text != nullptr ? text.get() : "";
+  return text != nullptr;
 }
 
 template <typename Element>
@@ -104,13 +92,10 @@ bool read_value(rpc_port_parcel_h parcel, std::vector<Element> &elements) {
   return true;
 }
 
-void read_result(rpc_port_parcel_h parcel, int &result) {
-  result = kUnreadable;
-  rpc_port_parcel_read_int32(parcel, &result);
-}
-
-void read_result(rpc_port_parcel_h parcel, std::string &result) {
-  read_value(parcel, result);
+std::string read_text(rpc_port_parcel_h parcel) {
+  std::string text;
+  read_value(parcel, text);
+  return text;
 }
 
 /** The next parcel of a port; null when there is none, or the platform did not hand the port out.
@@ -119,6 +104,10 @@ ParcelOwner read_parcel(rpc_port_h port) {
   rpc_port_parcel_h handle = nullptr;
   if (port == nullptr || rpc_port_parcel_create_from_port(&handle, port) != 0) return ParcelOwner();
   return ParcelOwner(handle);
+}
+
+std::string make_tag(int id, int seq) {
+  return std::to_string(id) + "::" + std::to_string(seq);
 }
 
 template <typename Body>
@@ -130,51 +119,38 @@ void run_port_callback(const char *operation, Body body) noexcept {
 
 }  // namespace
 
-rpc_port_parcel_h Write(rpc_port_parcel_h parcel, const AIModelInfo &info) {
-  write_value(parcel, info);
+template <typename Struct>
+rpc_port_parcel_h Write(rpc_port_parcel_h parcel, const Struct &value) {
+  write_value(parcel, value);
   return parcel;
 }
 
-rpc_port_parcel_h Write(rpc_port_parcel_h parcel, const AIModelList &list) {
-  write_value(parcel, list);
+template <typename Struct>
+rpc_port_parcel_h Read(rpc_port_parcel_h parcel, Struct &value) {
+  read_value(parcel, value);
   return parcel;
 }
 
-rpc_port_parcel_h Write(rpc_port_parcel_h parcel, const AIUpdateProgressInfo &progress) {
-  write_value(parcel, progress);
-  return parcel;
-}
+template rpc_port_parcel_h Write(rpc_port_parcel_h parcel, const AIModelInfo &info);
+template rpc_port_parcel_h Write(rpc_port_parcel_h parcel, const AIModelList &list);
+template rpc_port_parcel_h Write(rpc_port_parcel_h parcel, const AIUpdateProgressInfo &progress);
+template rpc_port_parcel_h Write(rpc_port_parcel_h parcel, const AgentNameList &list);
+template rpc_port_parcel_h Read(rpc_port_parcel_h parcel, AIModelInfo &info);
+template rpc_port_parcel_h Read(rpc_port_parcel_h parcel, AIModelList &list);
+template rpc_port_parcel_h Read(rpc_port_parcel_h parcel, AIUpdateProgressInfo &progress);
+template rpc_port_parcel_h Read(rpc_port_parcel_h parcel, AgentNameList &list);
 
-rpc_port_parcel_h Write(rpc_port_parcel_h parcel, const AgentNameList &list) {
-  write_value(parcel, list);
-  return parcel;
-}
-
-rpc_port_parcel_h Read(rpc_port_parcel_h parcel, AIModelInfo &info) {
-  read_value(parcel, info);
-  return parcel;
-}
-
-rpc_port_parcel_h Read(rpc_port_parcel_h parcel, AIModelList &list) {
-  read_value(parcel, list);
-  return parcel;
-}
-
-rpc_port_parcel_h Read(rpc_port_parcel_h parcel, AIUpdateProgressInfo &progress) {
-  read_value(parcel, progress);
-  return parcel;
-}
-
-rpc_port_parcel_h Read(rpc_port_parcel_h parcel, AgentNameList &list) {
-  read_value(parcel, list);
-  return parcel;
+int ReadCode(rpc_port_parcel_h parcel) {
+  int code = kUnreadable;
+  rpc_port_parcel_read_int32(parcel, &code);
+  return code;
 }
 
 SvcMgrAppPort::CallbackBase::CallbackBase(DelegateId id, bool once)
     : id_(static_cast<std::int32_t>(id)), seq_(next_seq_.fetch_add(1)), once_(once) {}
 
 std::string SvcMgrAppPort::CallbackBase::GetTag() const {
-  return std::to_string(id_) + "::" + std::to_string(seq_);
+  return make_tag(id_, seq_);
 }
 
 void SvcMgrAppPort::CallbackBase::WriteDelegate(rpc_port_parcel_h parcel,
@@ -188,84 +164,6 @@ void SvcMgrAppPort::CallbackBase::ReadDelegate(rpc_port_parcel_h parcel, Callbac
   rpc_port_parcel_read_int32(parcel, &delegate.id_);
   rpc_port_parcel_read_int32(parcel, &delegate.seq_);
   rpc_port_parcel_read_bool(parcel, &delegate.once_);
-  ++changed_identities_;
-}
-
-int SvcMgrAppPort::CallbackBase::ReadResultCode(rpc_port_parcel_h parcel) {
-  int result_code = 0;
-  read_result(parcel, result_code);
-  return result_code;
-}
-
-void SvcMgrAppPort::DelegateList::Append(Owner delegate) {
-  // At most half of the table is in use, so that what is sought lies near its own slot.
-  if (2 * (entries_.size() + 1) > slots_.size()) MakeRoom();
-  const int id = delegate->GetId();
-  const int seq = delegate->GetSeq();
-  entries_.push_back({id, seq, std::move(delegate)});
-  Enter(entries_.size());
-}
-
-/** Forgets the entries without a delegate; enlarges the table when that is not enough. */
-void SvcMgrAppPort::DelegateList::MakeRoom() {
-  constexpr std::size_t kSmallest = 16;
-  const std::size_t wanted = 4 * (entries_.size() - taken_);
-  if (wanted >= slots_.size()) slots_.resize(std::max(kSmallest, 2 * slots_.size()));
-  entries_.erase(std::remove_if(entries_.begin(), entries_.end(),
-                                [](const Entry &entry) { return entry.delegate == nullptr; }),
-                 entries_.end());
-  taken_ = 0;
-  Index();
-}
-
-/** Makes the table anew, with the identities that the delegates have now. */
-void SvcMgrAppPort::DelegateList::Index() {
-  changed_identities_ = CallbackBase::ChangedIdentities();
-  std::fill(slots_.begin(), slots_.end(), 0);
-  for (std::size_t i = 0; i < entries_.size(); ++i) {
-    Entry &entry = entries_[i];
-    if (entry.delegate == nullptr) continue;
-    entry.id = entry.delegate->GetId();
-    entry.seq = entry.delegate->GetSeq();
-    Enter(i + 1);
-  }
-}
-
-/** Of equal entries the first lies first on the way from their slot. */
-void SvcMgrAppPort::DelegateList::Enter(std::size_t number) {
-  std::size_t slot = Slot(entries_[number - 1].seq);
-  while (slots_[slot] != 0) slot = (slot + 1) & (slots_.size() - 1);
-  slots_[slot] = static_cast<std::uint32_t>(number);
-}
-
-SvcMgrAppPort::DelegateList::Owner *SvcMgrAppPort::DelegateList::Find(int id, int seq) {
-  if (taken_ == entries_.size()) return nullptr;
-  if (changed_identities_ != CallbackBase::ChangedIdentities()) Index();
-  for (std::size_t slot = Slot(seq); slots_[slot] != 0; slot = (slot + 1) & (slots_.size() - 1)) {
-    Entry &entry = entries_[slots_[slot] - 1];
-    if (entry.id == id && entry.seq == seq && entry.delegate != nullptr) return &entry.delegate;
-  }
-  return nullptr;
-}
-
-SvcMgrAppPort::DelegateList::Owner *SvcMgrAppPort::DelegateList::FindTag(const std::string &tag) {
-  for (Entry &entry : entries_) {
-    if (entry.delegate != nullptr && entry.delegate->GetTag() == tag) return &entry.delegate;
-  }
-  return nullptr;
-}
-
-SvcMgrAppPort::DelegateList::Owner SvcMgrAppPort::DelegateList::Take(Owner &found) {
-  ++taken_;
-  return std::move(found);
-}
-
-void SvcMgrAppPort::DelegateList::Clear() {
-  // A delegate may do anything while it is deleted: it finds the list empty.
-  std::vector<Entry> dropped = std::exchange(entries_, {});
-  slots_.clear();
-  taken_ = 0;
-  for (Entry &entry : dropped) entry.delegate.reset();
 }
 
 SvcMgrAppPort::SvcMgrAppPort(IEventListener *listener, std::string target_app_id)
@@ -286,6 +184,26 @@ SvcMgrAppPort::SvcMgrAppPort(IEventListener *listener, std::string target_app_id
 
 SvcMgrAppPort::~SvcMgrAppPort() {
   if (proxy_handle_ != nullptr) rpc_port_proxy_destroy(proxy_handle_);
+  DropDelegates();
+}
+
+void SvcMgrAppPort::Register(std::unique_ptr<CallbackBase> delegate) {
+  const Identity identity(delegate->GetSeq(), delegate->GetId());
+  const auto place = std::upper_bound(
+      delegates_.begin(), delegates_.end(), identity,
+      [](const Identity &wanted, const auto &entry) { return wanted < entry.first; });
+  delegates_.emplace(place, identity, std::move(delegate));
+}
+
+std::unique_ptr<SvcMgrAppPort::CallbackBase> SvcMgrAppPort::Remove(Delegates::iterator entry) {
+  auto delegate = std::move(entry->second);
+  delegates_.erase(entry);
+  return delegate;
+}
+
+/** Deletes all delegates. One may do anything while it is deleted: it finds none registered. */
+void SvcMgrAppPort::DropDelegates() {
+  const Delegates dropped = std::exchange(delegates_, {});
 }
 
 void SvcMgrAppPort::Connect(bool sync) {
@@ -322,7 +240,7 @@ void SvcMgrAppPort::OnDisconnectedCB(const char * /*endpoint*/, const char * /*p
                                      void *user_data) {
   run_port_callback("OnDisconnectedCB", [user_data] {
     auto *self = static_cast<SvcMgrAppPort *>(user_data);
-    self->delegates_.Clear();
+    self->DropDelegates();
     self->listener_->OnDisconnected();
   });
 }
@@ -346,9 +264,9 @@ void SvcMgrAppPort::Receive() {
     LOG_PROXY_ERROR("OnReceivedCB", "Failed to create parcel from port");
     return;
   }
-  int command = kUnreadable;
-  rpc_port_parcel_read_int32(parcel.get(), &command);
-  if (command == static_cast<int>(MethodId::Callback)) DispatchDelegate(parcel.get());
+  if (ReadCode(parcel.get()) == static_cast<int>(MethodId::Callback)) {
+    DispatchDelegate(parcel.get());
+  }
 }
 
 void SvcMgrAppPort::DispatchDelegate(rpc_port_parcel_h parcel) {
@@ -358,12 +276,15 @@ void SvcMgrAppPort::DispatchDelegate(rpc_port_parcel_h parcel) {
   rpc_port_parcel_read_int32(parcel, &id);
   rpc_port_parcel_read_int32(parcel, &seq);
   rpc_port_parcel_read_bool(parcel, &once);
-  DelegateList::Owner *found = delegates_.Find(id, seq);
-  if (found == nullptr) return;
-  if ((*found)->IsOnce()) {
-    delegates_.Take(*found)->ReceiveParcel(parcel);
+  const Identity identity(seq, id);
+  const auto found = std::lower_bound(
+      delegates_.begin(), delegates_.end(), identity,
+      [](const auto &entry, const Identity &wanted) { return entry.first < wanted; });
+  if (found == delegates_.end() || found->first != identity) return;
+  if (found->second->IsOnce()) {
+    Remove(found)->ReceiveParcel(parcel);
   } else {
-    (*found)->ReceiveParcel(parcel);
+    found->second->ReceiveParcel(parcel);
   }
 }
 
@@ -395,18 +316,18 @@ void SvcMgrAppPort::Send(const char *operation, ParcelOwner &request) const {
 ParcelOwner SvcMgrAppPort::WaitForResult() const {
   for (;;) {
     ParcelOwner parcel = read_parcel(main_port_);
-    if (parcel == nullptr) return parcel;
-    int command = kUnreadable;
-    rpc_port_parcel_read_int32(parcel.get(), &command);
-    if (command == static_cast<int>(MethodId::Result)) return parcel;
+    if (parcel == nullptr || ReadCode(parcel.get()) == static_cast<int>(MethodId::Result)) {
+      return parcel;
+    }
   }
 }
 
 template <typename Result, typename... Arguments>
-Result SvcMgrAppPort::Call(const char *operation, MethodId method, const Arguments &...arguments) {
+Result SvcMgrAppPort::Call(const char *operation, MethodId method,
+                           Result (*read)(rpc_port_parcel_h), const Arguments &...arguments) {
+  ParcelOwner reply;  // released after the request
   ParcelOwner request = NewRequest(operation, method);
   (write_value(request.get(), arguments), ...);
-  ParcelOwner reply;
   {
     const std::lock_guard<std::recursive_mutex> guard(lock_);
     Send(operation, request);
@@ -416,10 +337,7 @@ Result SvcMgrAppPort::Call(const char *operation, MethodId method, const Argumen
     LOG_PROXY_ERROR(operation, "Invalid protocol");
     throw InvalidProtocolException();
   }
-  Result result;
-  read_result(reply.get(), result);
-  request.reset();
-  return result;
+  return read(reply.get());
 }
 
 template <typename... Arguments>
@@ -430,24 +348,24 @@ void SvcMgrAppPort::CallLater(const char *operation, MethodId method,
   CallbackBase::WriteDelegate(request.get(), *delegate);
   (write_value(request.get(), arguments), ...);
   const std::lock_guard<std::recursive_mutex> guard(lock_);
-  delegates_.Append(std::move(delegate));
+  Register(std::move(delegate));
   Send(operation, request);
 }
 
 int SvcMgrAppPort::get_agent_api_level() {
-  return Call<int>(__func__, MethodId::get_agent_api_level);
+  return Call(__func__, MethodId::get_agent_api_level, ReadCode);
 }
 
 std::string SvcMgrAppPort::get_license() {
-  return Call<std::string>(__func__, MethodId::get_license);
+  return Call(__func__, MethodId::get_license, read_text);
 }
 
 int SvcMgrAppPort::request_update() {
-  return Call<int>(__func__, MethodId::request_update);
+  return Call(__func__, MethodId::request_update, ReadCode);
 }
 
 int SvcMgrAppPort::request_update_with_list(const AgentNameList &agents) {
-  return Call<int>(__func__, MethodId::request_update_with_list, agents);
+  return Call(__func__, MethodId::request_update_with_list, ReadCode, agents);
 }
 
 void SvcMgrAppPort::GetUsableModelList(std::unique_ptr<GetUsableModelListCallback> delegate,
@@ -480,8 +398,10 @@ void SvcMgrAppPort::RequestToUninstall(std::unique_ptr<RequestToUninstallCallbac
 }
 
 void SvcMgrAppPort::RemoveDelegateByTag(const std::string &tag) {
-  DelegateList::Owner *found = delegates_.FindTag(tag);
-  if (found != nullptr) delegates_.Take(*found);
+  const auto found = std::find_if(delegates_.begin(), delegates_.end(), [&tag](const auto &entry) {
+    return make_tag(entry.first.second, entry.first.first) == tag;
+  });
+  if (found != delegates_.end()) Remove(found);
 }
 
 }  // namespace rpc_port::SvcMgrAppProxy::proxy

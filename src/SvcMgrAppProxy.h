@@ -1,12 +1,14 @@
 /**
  * The client side of the service manager's RPC interface: the connection, the
  * structures that travel over it, and the delegates that carry asynchronous answers.
+ *
+ * The protocol fixes this interface. The library itself needs no setters of most fields, no
+ * ReadDelegate, no RemoveDelegateByTag, and neither Write nor every Read of a structure.
  */
 #ifndef KORVANE_SVCMGR_SVC_MGR_APP_PROXY_H_
 #define KORVANE_SVCMGR_SVC_MGR_APP_PROXY_H_
 
 #include <atomic>
-#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -15,7 +17,6 @@
 #include <utility>
 #include <vector>
 
-#include "heap_text.h"
 #include "platform_handles.h"
 #include "rpc_port.h"
 
@@ -34,56 +35,34 @@ class InvalidIDException : public Exception {};
 /** The platform denies the connection. */
 class PermissionDeniedException : public Exception {};
 
-/** A text on the C heap: what the platform hands over is kept, and can be moved on, as it is. */
-class Text {
- public:
-  Text() = default;
-  Text(const char *text) : text_(svcmgr::copy_text(text)) {}
-  explicit Text(svcmgr::HeapText text) : text_(std::move(text)) {}
-  Text(const Text &other) : Text(other.c_str()) {}
-  Text(Text &&other) noexcept = default;
-  Text &operator=(Text other) noexcept {
-    text_ = std::move(other.text_);
-    return *this;
-  }
-  ~Text() = default;
-
-  const char *c_str() const { return text_ ? text_.get() : ""; }
-  /** Leaves an empty text behind; null when it was one already. */
-  svcmgr::HeapText Release() { return std::move(text_); }
-
- private:
-  svcmgr::HeapText text_;  ///< null is an empty text, too
-};
-
 /** One AI model. */
 class AIModelInfo {
  public:
   AIModelInfo() = default;
-  AIModelInfo(Text id, Text version, Text title, Text description)
+  AIModelInfo(std::string id, std::string version, std::string title, std::string description)
       : id_(std::move(id)),
         version_(std::move(version)),
         title_(std::move(title)),
         description_(std::move(description)) {}
 
-  const Text &GetId() const { return id_; }
-  const Text &GetVersion() const { return version_; }
-  const Text &GetTitle() const { return title_; }
-  const Text &GetDescription() const { return description_; }
-  void SetId(Text id) { id_ = std::move(id); }
-  void SetVersion(Text version) { version_ = std::move(version); }
-  void SetTitle(Text title) { title_ = std::move(title); }
-  void SetDescription(Text description) { description_ = std::move(description); }
+  const std::string &GetId() const { return id_; }
+  const std::string &GetVersion() const { return version_; }
+  const std::string &GetTitle() const { return title_; }
+  const std::string &GetDescription() const { return description_; }
+  void SetId(std::string id) { id_ = std::move(id); }
+  void SetVersion(std::string version) { version_ = std::move(version); }
+  void SetTitle(std::string title) { title_ = std::move(title); }
+  void SetDescription(std::string description) { description_ = std::move(description); }
 
   /** The fields in the order in which they travel. */
   auto Fields() { return std::tie(id_, version_, title_, description_); }
   auto Fields() const { return std::tie(id_, version_, title_, description_); }
 
  private:
-  Text id_;
-  Text version_;
-  Text title_;
-  Text description_;
+  std::string id_;
+  std::string version_;
+  std::string title_;
+  std::string description_;
 };
 
 /** Models, and the number of them as the sender states it. */
@@ -94,8 +73,6 @@ class AIModelList {
       : models_(std::move(models)), count_(count) {}
 
   const std::vector<AIModelInfo> &GetModels() const { return models_; }
-  /** For moving the models' texts on. */
-  std::vector<AIModelInfo> &GetModels() { return models_; }
   int GetCount() const { return count_; }
   void SetModels(std::vector<AIModelInfo> models) { models_ = std::move(models); }
   void SetCount(int count) { count_ = count; }
@@ -151,20 +128,19 @@ class AgentNameList {
 };
 
 /**
- * Appending a structure to a parcel, and reading one from it.
+ * Appending one of these structures to a parcel, and reading one from it; both return the parcel.
  *
  * Reading replaces the structure's fields. A text that cannot be read is an
  * empty text; inside a list it ends the list, whatever number of elements the
- * parcel claims. Both return the parcel.
+ * parcel claims.
  */
-rpc_port_parcel_h Write(rpc_port_parcel_h parcel, const AIModelInfo &info);
-rpc_port_parcel_h Write(rpc_port_parcel_h parcel, const AIModelList &list);
-rpc_port_parcel_h Write(rpc_port_parcel_h parcel, const AIUpdateProgressInfo &progress);
-rpc_port_parcel_h Write(rpc_port_parcel_h parcel, const AgentNameList &list);
-rpc_port_parcel_h Read(rpc_port_parcel_h parcel, AIModelInfo &info);
-rpc_port_parcel_h Read(rpc_port_parcel_h parcel, AIModelList &list);
-rpc_port_parcel_h Read(rpc_port_parcel_h parcel, AIUpdateProgressInfo &progress);
-rpc_port_parcel_h Read(rpc_port_parcel_h parcel, AgentNameList &list);
+template <typename Struct>
+rpc_port_parcel_h Write(rpc_port_parcel_h parcel, const Struct &value);
+template <typename Struct>
+rpc_port_parcel_h Read(rpc_port_parcel_h parcel, Struct &value);
+
+/** The next number of a parcel as a command or a result; -1 when the parcel holds none. */
+int ReadCode(rpc_port_parcel_h parcel);
 
 /**
  * One connection to the service manager.
@@ -217,12 +193,6 @@ class SvcMgrAppPort {
 
     static void WriteDelegate(rpc_port_parcel_h parcel, const CallbackBase &delegate);
     static void ReadDelegate(rpc_port_parcel_h parcel, CallbackBase &delegate);
-    /** How many delegates of the process have been given another kind or number so far. */
-    static int ChangedIdentities() { return changed_identities_; }
-
-   protected:
-    /** The service manager's result, which stands before the payload; -1 when there is none. */
-    static int ReadResultCode(rpc_port_parcel_h parcel);
 
    private:
     std::int32_t id_;
@@ -230,7 +200,6 @@ class SvcMgrAppPort {
     bool once_;
 
     static inline std::atomic<std::int32_t> next_seq_{0};
-    static inline std::atomic<int> changed_identities_{0};
   };
 
   /** What the delegates of all kinds of request do: decode an answer, and pass it on. */
@@ -239,7 +208,7 @@ class SvcMgrAppPort {
    public:
     explicit Delegate(bool once) : CallbackBase(kId, once) {}
     void ReceiveParcel(rpc_port_parcel_h parcel) override {
-      const int result_code = ReadResultCode(parcel);
+      const int result_code = ReadCode(parcel);
       Payload value;
       Read(parcel, value);
       OnReceived(result_code, std::move(value));
@@ -329,51 +298,13 @@ class SvcMgrAppPort {
     request_update_with_list = 10,
   };
 
+  /** A delegate's number and kind when it was registered. */
+  using Identity = std::pair<int, int>;
   /**
-   * The delegates of open requests, in the order in which they were registered.
-   *
-   * They are found through a hash table of their numbers. An answer touches one place of it, one
-   * entry and the delegate: with very many open requests it is memory that costs the time.
+   * The delegates of open requests, sorted; equal ones in the order of registration. Numbers
+   * rise, so that a delegate that is registered nearly always goes to the end.
    */
-  class DelegateList {
-   public:
-    using Owner = std::unique_ptr<CallbackBase>;
-
-    DelegateList() = default;
-    DelegateList(const DelegateList &) = delete;
-    DelegateList &operator=(const DelegateList &) = delete;
-    ~DelegateList() { Clear(); }
-
-    /** Throws std::bad_alloc; the delegate is gone then. */
-    void Append(Owner delegate);
-    /** The first delegate of this kind and number; null when there is none. */
-    Owner *Find(int id, int seq);
-    /** The first delegate with this tag; null when there is none. */
-    Owner *FindTag(const std::string &tag);
-    /** Takes a delegate that was found out of the list. */
-    Owner Take(Owner &found);
-    /** Deletes all delegates, in their order. */
-    void Clear();
-
-   private:
-    struct Entry {
-      int id;
-      int seq;
-      Owner delegate;  ///< null when it was taken
-    };
-
-    std::size_t Slot(int seq) const {
-      return static_cast<std::uint32_t>(seq) & (slots_.size() - 1);
-    }
-    void MakeRoom();
-    void Index();
-    void Enter(std::size_t number);
-
-    std::vector<Entry> entries_;
-    std::size_t taken_ = 0;             ///< entries without a delegate
-    std::vector<std::uint32_t> slots_;  ///< numbers of entries, from 1; a power of two of them
-    int changed_identities_ = 0;        ///< of the process, when the table was made
-  };
+  using Delegates = std::vector<std::pair<Identity, std::unique_ptr<CallbackBase>>>;
 
   static void OnConnectedCB(const char *endpoint, const char *port_name, rpc_port_h port,
                             void *user_data);
@@ -382,13 +313,17 @@ class SvcMgrAppPort {
   static void OnReceivedCB(const char *endpoint, const char *port_name, void *user_data);
 
   void Receive();
+  void Register(std::unique_ptr<CallbackBase> delegate);
+  std::unique_ptr<CallbackBase> Remove(Delegates::iterator entry);
+  void DropDelegates();
   void DispatchDelegate(rpc_port_parcel_h parcel);
 
   svcmgr::ParcelOwner NewRequest(const char *operation, MethodId method) const;
   void Send(const char *operation, svcmgr::ParcelOwner &request) const;
   svcmgr::ParcelOwner WaitForResult() const;
   template <typename Result, typename... Arguments>
-  Result Call(const char *operation, MethodId method, const Arguments &...arguments);
+  Result Call(const char *operation, MethodId method, Result (*read)(rpc_port_parcel_h),
+              const Arguments &...arguments);
   template <typename... Arguments>
   void CallLater(const char *operation, MethodId method, std::unique_ptr<CallbackBase> delegate,
                  const Arguments &...arguments);
@@ -398,7 +333,7 @@ class SvcMgrAppPort {
   rpc_port_proxy_h proxy_handle_;
   IEventListener *listener_;
   std::recursive_mutex lock_;
-  DelegateList delegates_;
+  Delegates delegates_;
   std::string target_app_id_;
 };
 

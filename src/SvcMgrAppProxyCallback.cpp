@@ -1,7 +1,6 @@
 #include "SvcMgrAppProxyCallback.h"
 
 #include <memory>
-#include <utility>
 
 #include "handle_records.h"
 #include "log.h"
@@ -20,37 +19,40 @@ struct DestroyModelInfo {
 };
 using ModelInfoOwner = std::unique_ptr<korvane_svcmgr_ai_model_info_s, DestroyModelInfo>;
 
-/** Moves a model into the list, or leaves it out. */
+/** Adds a model to the list, or leaves it out when one of the steps is refused. */
 void append_model(const svcmgr::Site &site, korvane_svcmgr_ai_model_list_h list,
-                  AIModelInfo &model) {
-  korvane_svcmgr_ai_model_info_h handle = nullptr;
-  korvane_svcmgr_ai_model_info_create(&handle);
-  LOG_INFO_AT(site, "model [%s - %s - %s - %s]", model.GetId().c_str(), model.GetVersion().c_str(),
-              model.GetTitle().c_str(), model.GetDescription().c_str());
-  if (handle == nullptr) return;
-  const ModelInfoOwner info(handle);
-  auto [id, version, title, description] = model.Fields();
-  if (svcmgr::move_into_model_info(info.get(), {id.Release(), version.Release(), title.Release(),
-                                                description.Release()}) == SVCMGR_ERROR_NONE) {
-    svcmgr::move_into_model_list(list, info.get());
+                  const AIModelInfo &model) {
+  korvane_svcmgr_ai_model_info_h info = nullptr;
+  korvane_svcmgr_ai_model_info_create(&info);
+  const ModelInfoOwner owner(info);
+  const char *const id = model.GetId().c_str();
+  const char *const version = model.GetVersion().c_str();
+  const char *const title = model.GetTitle().c_str();
+  const char *const description = model.GetDescription().c_str();
+  LOG_INFO_AT(site, "model [%s - %s - %s - %s]", id, version, title, description);
+  if (info != nullptr && korvane_svcmgr_ai_model_info_set_id(info, id) == SVCMGR_ERROR_NONE &&
+      korvane_svcmgr_ai_model_info_set_version(info, version) == SVCMGR_ERROR_NONE &&
+      korvane_svcmgr_ai_model_info_set_title(info, title) == SVCMGR_ERROR_NONE &&
+      korvane_svcmgr_ai_model_info_set_description(info, description) == SVCMGR_ERROR_NONE) {
+    korvane_svcmgr_ai_model_list_add(list, info);
   }
 }
 
 }  // namespace
 
-void Convert(AIModelList models, korvane_svcmgr_ai_model_list_h *out) {
-  LOG_INFO("conver AIModelList to model_list_handle");
+void Convert(const AIModelList &models, korvane_svcmgr_ai_model_list_h *out) {
+  LOG_INFO("conver AIModelList to model_list_handle");  // sic
   korvane_svcmgr_ai_model_list_h list = nullptr;
   korvane_svcmgr_ai_model_list_create(&list);
   if (list != nullptr && models.GetCount() >= 1) {
-    for (AIModelInfo &model : models.GetModels()) append_model(HERE, list, model);
+    for (const AIModelInfo &model : models.GetModels()) append_model(HERE, list, model);
   }
   LOG_INFO("Successful conversion of [%d] models.", models.GetCount());
   *out = list;
 }
 
 void Convert(const AIUpdateProgressInfo &progress, korvane_svcmgr_ai_progress_h *out) {
-  LOG_INFO("conver AIUpdateProgressInfo to progress_handle");
+  LOG_INFO("conver AIUpdateProgressInfo to progress_handle");  // sic
   korvane_svcmgr_ai_progress_h handle = nullptr;
   if (korvane_svcmgr_ai_progress_create(&handle) == SVCMGR_ERROR_NONE) {
     korvane_svcmgr_ai_progress_set_index(handle, progress.GetIndex());
@@ -85,17 +87,17 @@ int convert_result(int service_result) {
 
 void GetUsableModelListCB::OnReceived(int result_code, AIModelList value) {
   LOG_INFO("GetUsableModelListCB::OnReceived error_code[%d]", result_code);
-  Deliver(result_code, std::move(value));
+  Deliver(result_code, value);
 }
 
 void GetUsableModelListWithDescCB::OnReceived(int result_code, AIModelList value) {
   LOG_INFO("GetUsableModelListWithDescCB::OnReceived error_code[%d]", result_code);
-  Deliver(result_code, std::move(value));
+  Deliver(result_code, value);
 }
 
 void GetModelVersionListCB::OnReceived(int result_code, AIModelList value) {
   LOG_DEBUG("GetModelVersionListCB::OnReceived error_code[%d]", result_code);
-  Deliver(result_code, std::move(value));
+  Deliver(result_code, value);
 }
 
 void RequestToUpdateCB::OnReceived(int result_code, AIUpdateProgressInfo value) {

@@ -2,18 +2,16 @@
 #ifndef KORVANE_SVCMGR_SVC_MGR_APP_PROXY_CALLBACK_H_
 #define KORVANE_SVCMGR_SVC_MGR_APP_PROXY_CALLBACK_H_
 
-#include <utility>
-
 #include "SvcMgrAppProxy.h"
 #include "korvane_svcmgr.h"
 
 /**
  * A public handle with the structure's contents, through out; null when it could not be made.
  *
- * The models of a list are all taken over when its count is at least 1, and
- * none otherwise; a model that memory does not suffice for is left out.
+ * The models of a list are all copied when its count is at least 1, and none
+ * otherwise; a model that cannot be copied as a whole is left out.
  */
-void Convert(rpc_port::SvcMgrAppProxy::proxy::AIModelList models,
+void Convert(const rpc_port::SvcMgrAppProxy::proxy::AIModelList &models,
              korvane_svcmgr_ai_model_list_h *out);
 void Convert(const rpc_port::SvcMgrAppProxy::proxy::AIUpdateProgressInfo &progress,
              korvane_svcmgr_ai_progress_h *out);
@@ -33,9 +31,9 @@ class ResultCallback : public Delegate {
  protected:
   /** Calls the application, which may destroy this object: nothing of it is used after. */
   template <typename Payload>
-  void Deliver(int result_code, Payload payload) {
+  void Deliver(int result_code, const Payload &payload) {
     Handle handle = nullptr;
-    Convert(std::move(payload), &handle);
+    Convert(payload, &handle);
     callback(convert_result(result_code), handle, user_data);
   }
 

@@ -74,12 +74,12 @@ int send_request(const svcmgr::Site &site, SvcMgrAppPort *port, unsigned named, 
 
 template <typename Call>
 std::string app_text(const svcmgr::Site &site, Call call, const char *failure) {
-  const svcmgr::TakenText taken = svcmgr::take_text(call);
-  if (taken.error != 0 || taken.text == nullptr || *taken.text == '\0') {
+  const svcmgr::HeapText text = svcmgr::take_text(call);
+  if (text == nullptr || *text == '\0') {
     LOG_ERROR_AT(site, "%s", failure);
     throw AppInfoException();
   }
-  return taken.text.get();
+  return text.get();
 }
 
 /** A text that a request cannot do without. */
@@ -344,23 +344,21 @@ AgentPackageInfo SvcMgrAppProxyHandler::FindAgentByCategory(const char *category
 
 bool SvcMgrAppProxyHandler::PackageInfoCallback(package_info_h package, void *user_data) {
   auto &record = *static_cast<AgentPackageInfo *>(user_data);
-  const svcmgr::TakenText id =
+  const svcmgr::HeapText id =
       svcmgr::take_text([package](char **text) { return package_info_get_package(package, text); });
-  const svcmgr::TakenText version =
+  const svcmgr::HeapText version =
       svcmgr::take_text([package](char **text) { return package_info_get_version(package, text); });
-  if ((id.error | version.error) != 0 || id.text == nullptr || version.text == nullptr) {
-    return false;
-  }
-  if (std::strstr(id.text.get(), SVCMGR_VENDOR_PREFIX) == nullptr) return true;
+  if (id == nullptr || version == nullptr) return false;
+  if (std::strstr(id.get(), SVCMGR_VENDOR_PREFIX) == nullptr) return true;
 
   app_info_h handle = nullptr;
-  if (app_info_create(id.text.get(), &handle) != 0) return false;
+  if (app_info_create(id.get(), &handle) != 0) return false;
   const svcmgr::AppInfoOwner application(handle);
   app_info_foreach_metadata(application.get(), MetadataCallback, &record);
   if (!record.found) return true;
   try {
-    record.version = version.text.get();
-    record.package_id = id.text.get();
+    record.version = version.get();
+    record.package_id = id.get();
   } catch (const std::bad_alloc &) {
     record.package_id.clear();
   }

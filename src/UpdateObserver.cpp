@@ -18,7 +18,7 @@ void UpdateObserver::RequestUpdate() {
 
 void UpdateObserver::PrepareSvcmgrUpdate() {
   update_state = SVCMGR_UPDATE_PREPARED;
-  LOG_INFO(
+  LOG_INFO(  // sic
       "The connection to the proxy will be disconnected soonas the service-manager is updated.");
 }
 

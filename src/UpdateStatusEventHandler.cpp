@@ -81,12 +81,12 @@ void UpdateStatusEventHandler::HandleEvent(const svcmgr::Site &site, const char 
 }
 
 bool UpdateStatusEventHandler::HandleOwnResult(const svcmgr::Site &site, bundle_h event_data) {
-  const svcmgr::TakenText app_id = svcmgr::take_text(app_get_id);
-  if (app_id.error != 0 || app_id.text == nullptr || *app_id.text == '\0') {
+  const svcmgr::HeapText app_id = svcmgr::take_text(app_get_id);
+  if (app_id == nullptr || *app_id == '\0') {
     LOG_ERROR_AT(site, "Failed to get app ID.");
     return false;
   }
-  const svcmgr::ByteCode result = svcmgr::find_byte_code(event_data, app_id.text.get());
+  const svcmgr::ByteCode result = svcmgr::find_byte_code(event_data, app_id.get());
   if (result.present) FinishUpdate(own_result_status(result));
   return result.present;
 }

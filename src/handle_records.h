@@ -2,7 +2,6 @@
 #ifndef KORVANE_SVCMGR_HANDLE_RECORDS_H_
 #define KORVANE_SVCMGR_HANDLE_RECORDS_H_
 
-#include <array>
 #include <memory>
 #include <vector>
 
@@ -32,21 +31,5 @@ struct korvane_svcmgr_ai_progress_s {
   int percentage;
   int state;
 };
-
-namespace svcmgr {
-
-// What an answer's models go through on their way into a list. Each function is as the public ones
-// that it names, their log lines and checks included, but takes the texts over.
-
-/**
- * korvane_svcmgr_ai_model_info_set_id, _version, _title and _description; the first failure. A null
- * text is an empty one.
- */
-int move_into_model_info(korvane_svcmgr_ai_model_info_h info, std::array<HeapText, 4> texts);
-
-/** korvane_svcmgr_ai_model_list_add. */
-int move_into_model_list(korvane_svcmgr_ai_model_list_h list, korvane_svcmgr_ai_model_info_h info);
-
-}  // namespace svcmgr
 
 #endif  // KORVANE_SVCMGR_HANDLE_RECORDS_H_

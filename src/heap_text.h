@@ -3,6 +3,7 @@
 #ifndef KORVANE_SVCMGR_HEAP_TEXT_H_
 #define KORVANE_SVCMGR_HEAP_TEXT_H_
 
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -19,32 +20,21 @@ using HeapText = std::unique_ptr<char, Free>;
 /** The longest text, without its NUL, that a model info keeps or hands out. */
 constexpr std::size_t kModelTextLimit = 2048;
 
-inline HeapText check_copied(char *copy) {
+/** A copy of the text, or of its first limit bytes; throws std::bad_alloc. */
+inline HeapText copy_text(const char *text, std::size_t limit = PTRDIFF_MAX) {
+  HeapText copy(strndup(text, limit));
   if (copy == nullptr) throw std::bad_alloc();
-  return HeapText(copy);
+  return copy;
 }
 
-/** A copy of the whole text; throws std::bad_alloc. */
-inline HeapText copy_text(const char *text) {
-  return check_copied(strdup(text));
-}
-
-/** A copy of at most limit bytes of the text; throws std::bad_alloc. */
-inline HeapText copy_text(const char *text, std::size_t limit) {
-  return check_copied(strndup(text, limit));
-}
-
-/** What a platform call that hands out a text came to. */
-struct TakenText {
-  int error;
-  HeapText text;  ///< null when the call handed out none
-};
-
+/** The text that a platform call hands out; null when it fails or hands out none. */
 template <typename Call>
-TakenText take_text(Call call) {
+HeapText take_text(Call call) {
   char *text = nullptr;
   const int error = call(&text);
-  return {error, HeapText(text)};
+  HeapText taken(text);
+  if (error != 0) taken.reset();
+  return taken;
 }
 
 }  // namespace svcmgr

@@ -1,6 +1,3 @@
-#include <cstring>
-#include <utility>
-
 #include "handle_family.h"
 #include "handle_records.h"
 #include "korvane_svcmgr.h"
@@ -27,19 +24,6 @@ int set_text(const Site &site, korvane_svcmgr_ai_model_info_h info, TextField fi
   return failure_code(site);
 }
 
-/** As set_text, but keeps the text itself unless it is too long; null is an empty text. */
-int move_text(const Site &site, korvane_svcmgr_ai_model_info_h info, TextField field,
-              HeapText text) try {
-  enter(site);
-  require(site, kInvalidParameter, info);
-  const char *begin = text ? text.get() : "";
-  const bool fits = text && strnlen(begin, kModelTextLimit + 1) <= kModelTextLimit;
-  info->*field = fits ? std::move(text) : svcmgr::copy_text(begin, kModelTextLimit);
-  return SVCMGR_ERROR_NONE;
-} catch (...) {
-  return failure_code(site);
-}
-
 int get_text(const Site &site, korvane_svcmgr_ai_model_info_h info, TextField field, char **text,
              const char *unset_message) try {
   enter(site);
@@ -55,30 +39,7 @@ int get_text(const Site &site, korvane_svcmgr_ai_model_info_h info, TextField fi
   return failure_code(site);
 }
 
-struct Setter {
-  const char *name;
-  TextField field;
-};
-
-constexpr Setter kSetters[] = {
-    {"korvane_svcmgr_ai_model_info_set_id", &korvane_svcmgr_ai_model_info_s::id},
-    {"korvane_svcmgr_ai_model_info_set_version", &korvane_svcmgr_ai_model_info_s::version},
-    {"korvane_svcmgr_ai_model_info_set_title", &korvane_svcmgr_ai_model_info_s::title},
-    {"korvane_svcmgr_ai_model_info_set_description", &korvane_svcmgr_ai_model_info_s::description},
-};
-
 }  // namespace
-
-int svcmgr::move_into_model_info(korvane_svcmgr_ai_model_info_h info,
-                                 std::array<HeapText, 4> texts) {
-  HeapText *text = texts.data();
-  for (const Setter &setter : kSetters) {
-    const Site site = {HERE.file, setter.name, HERE.line};
-    const int error = move_text(site, info, setter.field, std::move(*text++));
-    if (error != SVCMGR_ERROR_NONE) return error;
-  }
-  return SVCMGR_ERROR_NONE;
-}
 
 int korvane_svcmgr_ai_model_info_create(korvane_svcmgr_ai_model_info_h *info) {
   return svcmgr::create_handle(HERE, info, "Failed to create korvane_svcmgr_ai_model_info_h.");
@@ -93,7 +54,8 @@ int korvane_svcmgr_ai_model_info_set_id(korvane_svcmgr_ai_model_info_h info, con
 }
 
 int korvane_svcmgr_ai_model_info_get_id(korvane_svcmgr_ai_model_info_h info, char **id) {
-  return get_text(HERE, info, &korvane_svcmgr_ai_model_info_s::id, id, "handle has wrong data");
+  return get_text(HERE, info, &korvane_svcmgr_ai_model_info_s::id, id,
+                  "handle has wrong data");  // sic
 }
 
 int korvane_svcmgr_ai_model_info_set_version(korvane_svcmgr_ai_model_info_h info,

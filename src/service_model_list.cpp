@@ -1,5 +1,4 @@
 #include <memory>
-#include <utility>
 
 #include "handle_family.h"
 #include "handle_records.h"
@@ -10,7 +9,6 @@ using svcmgr::EntryLog;
 using svcmgr::failure_code;
 using svcmgr::kInvalidParameterLoud;
 using svcmgr::require;
-using svcmgr::Site;
 
 namespace {
 
@@ -28,27 +26,7 @@ std::unique_ptr<korvane_svcmgr_ai_model_info_s> deep_copy(
   return copy;
 }
 
-/** Appends what make_entry makes of info. */
-template <typename MakeEntry>
-int add_model(const Site &site, korvane_svcmgr_ai_model_list_h list,
-              korvane_svcmgr_ai_model_info_h info, MakeEntry make_entry) try {
-  enter(site);
-  require(site, kInvalidParameterLoud, list, info);
-  list->models.push_back(make_entry(*info));
-  return SVCMGR_ERROR_NONE;
-} catch (...) {
-  return failure_code(site);
-}
-
 }  // namespace
-
-int svcmgr::move_into_model_list(korvane_svcmgr_ai_model_list_h list,
-                                 korvane_svcmgr_ai_model_info_h info) {
-  const Site site = {HERE.file, "korvane_svcmgr_ai_model_list_add", HERE.line};
-  return add_model(site, list, info, [](korvane_svcmgr_ai_model_info_s &model) {
-    return std::make_unique<korvane_svcmgr_ai_model_info_s>(std::move(model));
-  });
-}
 
 int korvane_svcmgr_ai_model_list_create(korvane_svcmgr_ai_model_list_h *list) {
   return svcmgr::create_handle(HERE, list, "Failed to create korvane_svcmgr_ai_model_list_s.");
@@ -75,8 +53,13 @@ int korvane_svcmgr_ai_model_list_get_size(korvane_svcmgr_ai_model_list_h list, i
 }
 
 int korvane_svcmgr_ai_model_list_add(korvane_svcmgr_ai_model_list_h list,
-                                     korvane_svcmgr_ai_model_info_h info) {
-  return add_model(HERE, list, info, deep_copy);
+                                     korvane_svcmgr_ai_model_info_h info) try {
+  enter(HERE);
+  require(HERE, kInvalidParameterLoud, list, info);
+  list->models.push_back(deep_copy(*info));
+  return SVCMGR_ERROR_NONE;
+} catch (...) {
+  return failure_code(HERE);
 }
 
 int korvane_svcmgr_ai_model_list_get(korvane_svcmgr_ai_model_list_h list, int index,

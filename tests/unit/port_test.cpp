@@ -52,10 +52,14 @@ class PortTest : public LibraryTest, public Port::IEventListener {
   /** Records its answers and its end, under its number counted from first. */
   struct Progress : Port::RequestToUpdateCallback {
     Progress(PortTest &owner, bool once) : RequestToUpdateCallback(once), test(owner) {}
-    ~Progress() override { test.heard.push_back("gone " + name); }
+    ~Progress() override {
+      test.heard.push_back("gone " + name);
+      if (at_end) at_end();
+    }
     void OnReceived(int code, AIUpdateProgressInfo) override { hear(&test, name, {code}); }
     PortTest &test;
     const std::string name = std::to_string(GetSeq() - test.first);
+    std::function<void()> at_end;
   };
 
   void open() {
@@ -113,26 +117,7 @@ TEST_F(PortTest, DelegatesAreFoundByKindAndNumber) {
   EXPECT_HEARD("gone 3");
 }
 
-TEST_F(PortTest, ManyDelegatesComeAndGo) {
-  open();
-  constexpr int kMany = 512;  // which tables of delegates are as large as
-  Texts expected;
-  for (const int begin : {0, kMany}) {
-    for (int i = 0; i < kMany; ++i) {
-      request(i % 3 == 0);
-      answer_to(2 * kMany);  // nobody has this number
-    }
-    for (int i = kMany - 1; i >= 0; --i) {
-      const std::string name = std::to_string(begin + i);
-      for (int time = 0; time < 2; ++time) answer_to(begin + i);
-      expected.push_back(name + " 3");
-      expected.push_back(i % 3 == 0 ? "gone " + name : name + " 3");
-    }
-  }
-  EXPECT_EQ(expected, heard);
-}
-
-TEST_F(PortTest, ADelegateIsFoundByTheIdentityThatItHasNow) {
+TEST_F(PortTest, ADelegateKeepsTheIdentityThatItWasRegisteredWith) {
   open();
   request();
   Progress *const second = request();
@@ -140,12 +125,44 @@ TEST_F(PortTest, ADelegateIsFoundByTheIdentityThatItHasNow) {
   Port::CallbackBase::ReadDelegate(&identity_of_the_first, *second);
 
   answer_to(1);
-  EXPECT_HEARD() << "nobody has this number any more";
+  EXPECT_HEARD("1 3");
+  remove(4);
+  remove(4);
+  EXPECT_HEARD("gone 0");
+}
+
+TEST_F(PortTest, OfEqualDelegatesTheFirstOneCounts) {
+  open();
+  rpc_port_parcel_s identity = {{4, first, false}};
+  request();
+  auto equal = std::make_unique<Progress>(*this, false);
+  Port::CallbackBase::ReadDelegate(&identity, *equal);
+  port->RequestToUpdate(std::move(equal), {});
+
   answer_to(0);
-  EXPECT_HEARD("0 3") << "of two that are equal the one registered first";
+  EXPECT_HEARD("0 3");
   remove(4);
   answer_to(0);
   EXPECT_HEARD("gone 0", "1 3");
+}
+
+TEST_F(PortTest, ADelegateThatIsDroppedFindsNoOther) {
+  const std::function<void()> ends[] = {[] { platform.report_disconnected(); },
+                                        [this] { port.reset(); }};
+  for (const auto &end : ends) {
+    open();
+    for (Progress *delegate : {request(), request(), request()}) {
+      delegate->at_end = [this, dropping = port.get()] {
+        for (const int number : {0, 1, 2}) {
+          answer_to(number);
+          dropping->RemoveDelegateByTag("4::" + std::to_string(first + number));
+        }
+      };
+    }
+    end();
+    EXPECT_THAT(heard, ::testing::IsSupersetOf({"gone 0", "gone 1", "gone 2"}));
+    EXPECT_THAT(heard, ::testing::Not(::testing::Contains(::testing::EndsWith(" 3"))));
+  }
 }
 
 TEST_F(PortTest, Failures) {
