@@ -8,8 +8,8 @@
 
 namespace {
 
-korvane_svcmgr_update_status_e failure_status(const svcmgr::ByteCode &value) {
-  switch (value.code.value_or(0)) {
+korvane_svcmgr_update_status_e failure_status(std::int32_t code) {
+  switch (code) {
     case 1:
       return SVCMGR_UPDATE_STATUS_FAILED_CODE_1;
     case 3:
@@ -23,11 +23,6 @@ korvane_svcmgr_update_status_e failure_status(const svcmgr::ByteCode &value) {
     default:
       return SVCMGR_UPDATE_STATUS_FAILED_OTHER;
   }
-}
-
-/** As failure_status, but here code 0 is success; a value too short for a code is a failure. */
-korvane_svcmgr_update_status_e own_result_status(const svcmgr::ByteCode &value) {
-  return value.code == 0 ? SVCMGR_UPDATE_STATUS_COMPLETED : failure_status(value);
 }
 
 }  // namespace
@@ -73,10 +68,9 @@ void UpdateStatusEventHandler::HandleEvent(const svcmgr::Site &site, const char 
     FinishUpdate(SVCMGR_UPDATE_STATUS_COMPLETED);
     return;
   }
-  const svcmgr::ByteCode failure = svcmgr::find_byte_code(event_data, "Fail");
-  if (failure.present) {
+  if (const auto code = svcmgr::find_code(event_data, "Fail")) {
     LOG_DEBUG_AT(site, "update failed");
-    FinishUpdate(failure_status(failure));
+    FinishUpdate(failure_status(*code));
   }
 }
 
@@ -86,9 +80,9 @@ bool UpdateStatusEventHandler::HandleOwnResult(const svcmgr::Site &site, bundle_
     LOG_ERROR_AT(site, "Failed to get app ID.");
     return false;
   }
-  const svcmgr::ByteCode result = svcmgr::find_byte_code(event_data, app_id.get());
-  if (result.present) FinishUpdate(own_result_status(result));
-  return result.present;
+  const auto code = svcmgr::find_code(event_data, app_id.get());
+  if (code) FinishUpdate(*code == 0 ? SVCMGR_UPDATE_STATUS_COMPLETED : failure_status(*code));
+  return code.has_value();
 }
 
 /** Ends the update; the application hears of it unless none was known to be under way. */

@@ -20,23 +20,17 @@ inline bool has_string_array(bundle_h bundle, const char *key) {
   return bundle_get_str_array(bundle, key, &count) != nullptr;
 }
 
-/** The byte value under a key: whether there is one, and the code in its first four bytes. */
-struct ByteCode {
-  bool present = false;
-  std::optional<std::int32_t> code;  ///< empty when the value is shorter than a code
-};
-
-inline ByteCode find_byte_code(bundle_h bundle, const char *key) {
+/**
+ * The code in the first four bytes of the byte value under a key; -1, which is no code of the
+ * service manager, when the value is shorter.
+ */
+inline std::optional<std::int32_t> find_code(bundle_h bundle, const char *key) {
   void *bytes = nullptr;
   std::size_t size = 0;
-  ByteCode result;
-  result.present = bundle_get_byte(bundle, key, &bytes, &size) == 0;
-  std::int32_t code = 0;
-  if (result.present && bytes != nullptr && size >= sizeof(code)) {
-    std::memcpy(&code, bytes, sizeof(code));
-    result.code = code;
-  }
-  return result;
+  if (bundle_get_byte(bundle, key, &bytes, &size) != 0) return std::nullopt;
+  std::int32_t code = -1;
+  if (bytes != nullptr && size >= sizeof(code)) std::memcpy(&code, bytes, sizeof(code));
+  return code;
 }
 
 }  // namespace svcmgr
