@@ -28,44 +28,37 @@ using rpc_port::SvcMgrAppProxy::proxy::SvcMgrAppPort;
 /** The metadata key under which an agent's application states its category. */
 const std::string AGENT_CATEGORY_KEY = "ai-agent-category";
 
-/** The exceptions that a wrapper names in its log line; it reports any other as unknown. */
-enum NamedExceptions : unsigned {
-  kNone = 0,
-  kAppInfo = 1,
-  kProxy = 2,
-};
+// What the wrappers log about a failure of the proxy.
+constexpr const char *kProxyException = "PROXY EXCEPTION!!!";
+constexpr const char *kUnknownException = "Unknown Exception";
 
 /**
  * What every wrapper of a remote call is: without a port it returns
  * not_connected; an exception becomes a log line and the result failure.
  */
 template <typename Result, typename Body>
-Result call_port(const svcmgr::Site &site, SvcMgrAppPort *port, unsigned named,
+Result call_port(const svcmgr::Site &site, SvcMgrAppPort *port, const char *proxy_failure,
                  Result not_connected, Result failure, Body body) {
   if (port == nullptr) {
     LOG_ERROR_AT(site, "Not connected");
     return not_connected;
   }
   try {
-    try {
-      return body(*port);
-    } catch (const AppInfoException &exception) {
-      if ((named & kAppInfo) == 0) throw;
-      LOG_ERROR_AT(site, "%s", exception.what());
-    } catch (const rpc_port::SvcMgrAppProxy::proxy::Exception &) {
-      if ((named & kProxy) == 0) throw;
-      LOG_ERROR_AT(site, "PROXY EXCEPTION!!!");
-    }
+    return body(*port);
+  } catch (const AppInfoException &exception) {
+    LOG_ERROR_AT(site, "%s", exception.what());
+  } catch (const rpc_port::SvcMgrAppProxy::proxy::Exception &) {
+    LOG_ERROR_AT(site, "%s", proxy_failure);
   } catch (...) {
-    LOG_ERROR_AT(site, "Unknown Exception");
+    LOG_ERROR_AT(site, "%s", kUnknownException);
   }
   return failure;
 }
 
 /** A wrapper of an asynchronous call, which sends a request and returns. */
 template <typename Body>
-int send_request(const svcmgr::Site &site, SvcMgrAppPort *port, unsigned named, Body body) {
-  return call_port<int>(site, port, named, SVCMGR_ERROR_NOT_CONNECTED,
+int send_request(const svcmgr::Site &site, SvcMgrAppPort *port, Body body) {
+  return call_port<int>(site, port, kUnknownException, SVCMGR_ERROR_NOT_CONNECTED,
                         SVCMGR_ERROR_INVALID_OPERATION, [&body](SvcMgrAppPort &connected_port) {
                           body(connected_port);
                           return SVCMGR_ERROR_NONE;
@@ -111,7 +104,8 @@ std::string GetAppVersion() {
 }
 
 SvcMgrAppProxyHandler &SvcMgrAppProxyHandler::GetInstance() {
-  static SvcMgrAppProxyHandler instance;
+  // Never destroyed: at process exit a port that still exists is left alone.
+  static SvcMgrAppProxyHandler &instance = *new SvcMgrAppProxyHandler;
   return instance;
 }
 
@@ -122,8 +116,7 @@ int SvcMgrAppProxyHandler::Connect(korvane_svcmgr_connection_cb callback, void *
   if (proxy != nullptr) return SVCMGR_ERROR_NONE;
   int result = -1;
   try {
-    const std::string target = SVCMGR_APP_ID;
-    proxy = new SvcMgrAppPort(this, target);
+    proxy = std::make_unique<SvcMgrAppPort>(this, SVCMGR_APP_ID);
     proxy->Connect(false);
     return SVCMGR_ERROR_NONE;
   } catch (const InvalidIDException &) {
@@ -139,14 +132,14 @@ int SvcMgrAppProxyHandler::Connect(korvane_svcmgr_connection_cb callback, void *
     LOG_ERROR("Unexpected Exception occurred!!!");
     result = SVCMGR_ERROR_INVALID_OPERATION;
   }
-  delete std::exchange(proxy, nullptr);
+  proxy.reset();
   return result;
 }
 
 void SvcMgrAppProxyHandler::Disconnect() {
   LOG_INFO("Disconnect");
   connected = false;
-  delete std::exchange(proxy, nullptr);
+  proxy.reset();
   Watch(&AgentStatusEventHandler::DontCareConnection);
   LOG_INFO("proxy handle was destroyed");
 }
@@ -198,19 +191,19 @@ void SvcMgrAppProxyHandler::Watch(void (AgentStatusEventHandler::*step)()) noexc
 
 /** The service's answer; -1 on failure. */
 int SvcMgrAppProxyHandler::get_agent_api_level() {
-  return call_port<int>(HERE, proxy, kAppInfo | kProxy, -1, -1,
+  return call_port<int>(HERE, proxy.get(), kProxyException, -1, -1,
                         [](SvcMgrAppPort &port) { return port.get_agent_api_level(); });
 }
 
 /** The service's text; empty on failure. */
 std::string SvcMgrAppProxyHandler::get_license() {
-  return call_port<std::string>(HERE, proxy, kAppInfo | kProxy, {}, {},
+  return call_port<std::string>(HERE, proxy.get(), kProxyException, {}, {},
                                 [](SvcMgrAppPort &port) { return port.get_license(); });
 }
 
 /** The service's answer; SVCMGR_ERROR_INVALID_OPERATION on failure. */
 int SvcMgrAppProxyHandler::request_update() {
-  return call_port<int>(HERE, proxy, kAppInfo | kProxy, SVCMGR_ERROR_INVALID_OPERATION,
+  return call_port<int>(HERE, proxy.get(), kProxyException, SVCMGR_ERROR_INVALID_OPERATION,
                         SVCMGR_ERROR_INVALID_OPERATION, [](SvcMgrAppPort &port) {
                           UpdateObserver().RequestUpdate();
                           return port.request_update();
@@ -224,8 +217,8 @@ int SvcMgrAppProxyHandler::request_update_with_list(korvane_svcmgr_agent_list_h 
   LOG_DEBUG("RequestInstall");
   const svcmgr::Site site = HERE;
   return call_port<int>(
-      site, proxy, kNone, SVCMGR_ERROR_NOT_CONNECTED, SVCMGR_ERROR_INVALID_OPERATION,
-      [list, &site](SvcMgrAppPort &port) {
+      site, proxy.get(), kUnknownException, SVCMGR_ERROR_NOT_CONNECTED,
+      SVCMGR_ERROR_INVALID_OPERATION, [list, &site](SvcMgrAppPort &port) {
         UpdateObserver().RequestUpdate();
         std::vector<std::string> names;
         for (const svcmgr::HeapText &name : list->names) {
@@ -243,7 +236,7 @@ int SvcMgrAppProxyHandler::request_update_with_list(korvane_svcmgr_agent_list_h 
 int SvcMgrAppProxyHandler::GetUsableModelList(korvane_svcmgr_ai_model_list_cb callback,
                                               void *callback_data) {
   LOG_DEBUG("GetUsableModelList");
-  return send_request(HERE, proxy, kAppInfo, [=](SvcMgrAppPort &port) {
+  return send_request(HERE, proxy.get(), [=](SvcMgrAppPort &port) {
     const std::string app_id = GetAppId();
     const std::string app_version = GetAppVersion();
     port.GetUsableModelList(std::make_unique<GetUsableModelListCB>(callback, callback_data), app_id,
@@ -254,7 +247,7 @@ int SvcMgrAppProxyHandler::GetUsableModelList(korvane_svcmgr_ai_model_list_cb ca
 int SvcMgrAppProxyHandler::GetUsableModelListWithDesc(korvane_svcmgr_ai_model_list_cb callback,
                                                       void *callback_data) {
   LOG_DEBUG("GetUsableModelListWithDesc");
-  return send_request(HERE, proxy, kAppInfo, [=](SvcMgrAppPort &port) {
+  return send_request(HERE, proxy.get(), [=](SvcMgrAppPort &port) {
     const std::string app_id = GetAppId();
     const std::string app_version = GetAppVersion();
     port.GetUsableModelListWithDesc(
@@ -280,7 +273,7 @@ int SvcMgrAppProxyHandler::GetUsableModelListWithCategory(korvane_svcmgr_ai_mode
       return SVCMGR_ERROR_INVALID_PARAMETER;
     }
   };
-  return call_port<int>(site, proxy, kNone, SVCMGR_ERROR_NOT_CONNECTED,
+  return call_port<int>(site, proxy.get(), kUnknownException, SVCMGR_ERROR_NOT_CONNECTED,
                         SVCMGR_ERROR_INVALID_OPERATION, send);
 }
 
@@ -288,7 +281,7 @@ int SvcMgrAppProxyHandler::GetModelVersionList(korvane_svcmgr_ai_model_info_h mo
                                                korvane_svcmgr_ai_model_list_cb callback,
                                                void *callback_data) {
   LOG_DEBUG("GetModelVersionList");
-  return send_request(HERE, proxy, kAppInfo, [=](SvcMgrAppPort &port) {
+  return send_request(HERE, proxy.get(), [=](SvcMgrAppPort &port) {
     const std::string app_id = GetAppId();
     const std::string app_version = GetAppVersion();
     AIModelInfo wanted;
@@ -304,7 +297,7 @@ int SvcMgrAppProxyHandler::RequestToUpdate(korvane_svcmgr_ai_model_list_h models
                                            void *callback_data) {
   LOG_DEBUG("RequestToUpdate");
   const svcmgr::Site site = HERE;
-  return send_request(site, proxy, kNone, [=](SvcMgrAppPort &port) {
+  return send_request(site, proxy.get(), [=](SvcMgrAppPort &port) {
     const AIModelList wanted = to_wire(*models, [&site](const auto &model) {
       AIModelInfo info(required_text(model.id), text_or_empty(model.version), {}, {});
       LOG_DEBUG_AT(site, "[%s, %s]", info.GetId().c_str(), info.GetVersion().c_str());
@@ -319,7 +312,7 @@ int SvcMgrAppProxyHandler::RequestToUninstall(korvane_svcmgr_ai_model_list_h mod
                                               void *callback_data) {
   LOG_DEBUG("RequestToUninstall");
   const svcmgr::Site site = HERE;
-  return send_request(site, proxy, kNone, [=](SvcMgrAppPort &port) {
+  return send_request(site, proxy.get(), [=](SvcMgrAppPort &port) {
     const AIModelList wanted = to_wire(*models, [&site](const auto &model) {
       AIModelInfo info;
       info.SetId(required_text(model.id));

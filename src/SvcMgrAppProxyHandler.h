@@ -2,6 +2,7 @@
 #ifndef KORVANE_SVCMGR_SVC_MGR_APP_PROXY_HANDLER_H_
 #define KORVANE_SVCMGR_SVC_MGR_APP_PROXY_HANDLER_H_
 
+#include <memory>
 #include <string>
 
 #include "OrvelEventHandler.h"
@@ -95,7 +96,7 @@ class SvcMgrAppProxyHandler
   static bool PackageInfoCallback(package_info_h package, void *user_data);
   static bool MetadataCallback(const char *key, const char *value, void *user_data);
 
-  rpc_port::SvcMgrAppProxy::proxy::SvcMgrAppPort *proxy = nullptr;
+  std::unique_ptr<rpc_port::SvcMgrAppProxy::proxy::SvcMgrAppPort> proxy;
   bool connected = false;
   korvane_svcmgr_connection_cb connection_cb = nullptr;
   void *user_data = nullptr;
