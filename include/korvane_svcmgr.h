@@ -42,9 +42,12 @@
  * @par Processes
  * A connection belongs to the process that made it. A child made by fork()
  * leaves it alone, best by calling exec or _exit at once. On the workstation
- * platform a call of such a child that needs the connection fails, its
+ * platform no call of such a child reaches the service manager. Requests fail,
+ * but korvane_svcmgr_get_license_fulltext() succeeds without a text,
+ * korvane_svcmgr_is_being_updated() answers with what the parent knew, and
+ * korvane_svcmgr_connect() returns #SVCMGR_ERROR_ALREADY_CONNECTED. The child's
  * korvane_svcmgr_disconnect() lets go of what it inherited and leaves its
- * parent's connection as it is, and it may then connect for itself. Other
+ * parent's connection as it is; the child may then connect for itself. Other
  * platforms may end the parent's connection. At process exit a connection
  * needs no ending; once main() has returned or exit() was called, call nothing
  * but the functions that destroy handles. dlclose() leaves the library in
@@ -209,7 +212,8 @@ typedef void (*korvane_svcmgr_connection_cb)(int result, korvane_svcmgr_connecti
  * @param callback  called for every event of the connection, until the next connect; not null
  * @param user_data handed to the callback unchanged; may be null
  *
- * @retval #SVCMGR_ERROR_NONE the connection was started, or was already being made
+ * @retval #SVCMGR_ERROR_NONE the connection was started; or it is being made, was lost or was
+ *                            rejected, and only the callback was replaced
  * @retval #SVCMGR_ERROR_INVALID_PARAMETER callback is null
  * @retval #SVCMGR_ERROR_ALREADY_CONNECTED the library is connected; the callback stays as it was
  * @retval #SVCMGR_ERROR_CONNECTION_FAILED the service manager does not run, or an I/O error

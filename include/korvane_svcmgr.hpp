@@ -116,7 +116,10 @@ class ErrorCategory : public std::error_category {
   std::string message(int code) const override { return describe_error(code).meaning; }
 };
 
-/** The one object of the category, shared by all that a process loads. */
+/**
+ * The one object of the category. Libraries that were loaded with RTLD_LOCAL may have one of their
+ * own: compare the values of error codes then, and the names of their categories.
+ */
 SVCMGR_API inline const std::error_category &error_category() noexcept {
   static const ErrorCategory category;
   return category;
