@@ -81,6 +81,10 @@ Models:
   vision.segment  1.2.0    Segmentation
   $ svcmgrctl models versions vision.segment --json
   {"ok":true,"models":[{"id":"vision.segment","version":"1.2.0","title":"Segmentation","description":"Separates foreground from background."},{"id":"vision.segment","version":"1.3.0","title":"Segmentation","description":"Separates foreground from background."}]}
+  $ svcmgrctl models update vision.detect@1.0.0 vision.detect@2.0.0 | tail -n 3
+  vision.detect@2.0.0 (2/2): 100 %
+  vision.detect@1.0.0 (1/2): completed
+  vision.detect@2.0.0 (2/2): completed
   $ svcmgrctl models uninstall vision.segment
   vision.segment (1/1): started
   vision.segment (1/1): 25 %
