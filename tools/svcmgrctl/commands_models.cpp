@@ -92,6 +92,7 @@ using ListRequest = std::function<int(korvane_svcmgr_ai_model_list_cb, void *)>;
 
 svcmgr::ModelList request_models(Session &session, const ListRequest &request) {
   ListAnswer answer(session);
+  session.catch_interruptions();
   session.call([&] { return request(ListAnswer::handle, &answer); });
   return answer.wait();
 }
@@ -183,7 +184,7 @@ class ProgressFollower {
   }
 
   void wait() {
-    session_.wait_for_end([this] { return has_ended_; }, false);
+    session_.wait_for_end([this] { return has_ended_; }, Work::kModelChange);
   }
 
  private:

@@ -140,9 +140,11 @@ class Grammar {
     CLI::App *all =
         define(app_, "watch", "Tell what happens to updates, models and the connection", run_watch);
     all->footer(
-        "Of an update that was under way before, the end is not heard. What the library does not\n"
-        "report to applications, because it belongs to an announced update of the service manager,"
-        "\nis told as such.\n");
+        "The end of an update of agents that was under way before is not reported. What the "
+        "library\n"
+        "does not report to applications, because it belongs to an announced update of the "
+        "service\n"
+        "manager, is marked as such. The watch ends when the device directory is removed.\n");
     define_watch_time(all);
   }
 
