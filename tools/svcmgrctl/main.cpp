@@ -158,7 +158,7 @@ class Grammar {
                                              "Those of the agent that provides this category")
                                 ->type_name("C")
                                 ->check(kNotEmpty);
-    list->add_flag("--description", arguments.description, "Show the descriptions, too")
+    list->add_flag("--description", arguments.description, "Show their descriptions")
         ->excludes(category);
     CLI::App *versions =
         define(*models, "versions", "List the versions of a model", run_models_versions);
