@@ -220,7 +220,7 @@ int run_beside(const Arguments &arguments) {
 int run(int argc, char **argv) {
   Arguments arguments;
   Grammar grammar(arguments);
-  const auto values = [&](const CLI::App &command, const CLI::Option *option) {
+  const auto values = [&](const CLI::App &command, const CLI::Option *option, const std::string &) {
     const bool is_control = &command == grammar.ctl && option == nullptr;
     return is_control ? next_words(command.remaining()) : Words();
   };

@@ -2,7 +2,7 @@
 #include <functional>
 #include <utility>
 
-#include "command_line/words.h"
+#include "command_line/command_line.h"
 #include "commands.h"
 #include "progress_view.h"
 #include "table.h"
@@ -22,7 +22,7 @@ struct Field {
 const Field kFields[] = {
     {"id", {"ID", false}, &svcmgr::ModelInfo::id},
     {"version", {"VERSION", false}, &svcmgr::ModelInfo::version},
-    {"title", {"TITLE", false}, &svcmgr::ModelInfo::title},
+    {"title", {"TITLE", true}, &svcmgr::ModelInfo::title},
     {"description", {"DESCRIPTION", true}, &svcmgr::ModelInfo::description},
 };
 
@@ -92,6 +92,7 @@ using ListRequest = std::function<int(korvane_svcmgr_ai_model_list_cb, void *)>;
 
 svcmgr::ModelList request_models(Session &session, const ListRequest &request) {
   ListAnswer answer(session);
+  session.catch_interruptions();
   session.call([&] { return request(ListAnswer::handle, &answer); });
   return answer.wait();
 }
@@ -183,7 +184,7 @@ class ProgressFollower {
   }
 
   void wait() {
-    session_.wait_for_end([this] { return has_ended_; }, false);
+    session_.wait_for_end([this] { return has_ended_; }, Work::kModelChange);
   }
 
  private:
@@ -240,6 +241,18 @@ Words usable_model_ids(Session &session) {
     ids.push_back(model.id().value_or(""));
   }
   return ids;
+}
+
+Words model_words(Session &session, const std::string &begun) {
+  if (begun.find('@') == std::string::npos) {
+    Words words = usable_model_ids(session);
+    words.emplace_back(command_line::kNoSpace);
+    return words;
+  }
+  const std::string id = parse_model(begun).id;
+  Words words;
+  for (const std::string &version : versions_of(session, id)) words.push_back(id + '@' + version);
+  return words;
 }
 
 void run_models_list(Session &session, const Arguments &arguments) {

@@ -27,7 +27,7 @@ class AgentUpdate {
 
   /** Its events do not need the connection, and come through an update of the service manager. */
   void wait() {
-    session_.wait_for_end([this] { return has_completed_; }, true);
+    session_.wait_for_end([this] { return has_completed_; }, Work::kAgentUpdate);
   }
 
  private:
@@ -58,9 +58,10 @@ void request_update(Session &session, const std::vector<std::string> &agents) {
     });
   } catch (const std::system_error &error) {
     if (error.code() != SVCMGR_ERROR_NOT_CONNECTED) throw;
-    throw Failure(SVCMGR_ERROR_NOT_CONNECTED,
-                  "the service manager did not accept the update: it ended, or it answered with a "
-                  "result that has no code of its own");
+    throw Failure(
+        SVCMGR_ERROR_NOT_CONNECTED,
+        "the service manager did not accept the update: it answered with a result that has "
+        "no code of its own");
   }
 }
 

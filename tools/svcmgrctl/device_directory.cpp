@@ -55,6 +55,13 @@ Words DeviceDirectory::agents() const {
   return packages(true);
 }
 
+void DeviceDirectory::check_existence() const {
+  std::error_code ignored;
+  if (fs::status(directory_, ignored).type() != fs::file_type::not_found) return;
+  throw Failure(
+      {-ENOENT, "NO_DEVICE", "the device directory " + directory_.string() + " was removed"});
+}
+
 void DeviceDirectory::check_application(const std::string &id) const {
   std::error_code ignored;
   if (!fs::is_directory(directory_ / "packages", ignored)) {

@@ -23,6 +23,8 @@ class DeviceDirectory {
   /** The IDs of the installed agents; sorted. */
   Words agents() const;
 
+  /** Throws the Failure of a directory that is there no longer. */
+  void check_existence() const;
   /** Throws the Failure of a directory that is no device, or has no such application. */
   void check_application(const std::string &id) const;
   /** Throws the Failure of an agent that is not installed. */

@@ -94,8 +94,21 @@ void ProgressView::remove_bar(bool leave_line) {
   drawn_.reset();
 }
 
+void ProgressView::tell_other_ends(const Progress &last) const {
+  if (output_.is_json()) return;
+  Progress other = last;
+  const auto count = static_cast<int>(names_.size());
+  for (other.index = 0; other.index < std::min(last.index, count); ++other.index) {
+    if (completed_.count(other.index) == 0) tell(other);
+  }
+}
+
 void ProgressView::show(const Progress &progress) {
   remove_bar(drawn_ && drawn_->index != progress.index);
+  if (progress.ends_model() && !progress.failed()) {
+    if (progress.ends_request()) tell_other_ends(progress);
+    completed_.insert(progress.index);
+  }
   if (output_.is_json() || !terminal_can_redraw() || progress.ends_model()) {
     tell(progress);
     return;

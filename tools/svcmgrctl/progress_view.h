@@ -2,6 +2,7 @@
 #define KORVANE_SVCMGRCTL_PROGRESS_VIEW_H_
 
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -43,11 +44,14 @@ class ProgressView {
   std::string name(const Progress &progress) const;
   std::string label(const Progress &progress) const;
   void tell(const Progress &progress) const;
+  /** Tells people the end of those models whose end the service manager did not report. */
+  void tell_other_ends(const Progress &last) const;
   /** Takes the bar from the terminal; with a line in its place when no other bar of its follows. */
   void remove_bar(bool leave_line);
 
   const Output &output_;
   std::vector<std::string> names_;
+  std::set<int> completed_;        ///< by index
   std::optional<Progress> drawn_;  ///< what the bar on the terminal shows
 };
 

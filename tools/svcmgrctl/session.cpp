@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstring>
+#include <iostream>
 #include <utility>
 
 #include "device_directory.h"
@@ -18,9 +19,8 @@ namespace korvane::svcmgrctl {
 namespace {
 
 constexpr int kSignalStatus = 128;  ///< the exit status of a shell's command that a signal ended
-constexpr char kWorkGoesOn[] =
-    "; what was asked for goes on in the service manager, and \"svcmgrctl watch\" tells how it "
-    "ends";
+constexpr double kLongSilence = 1;
+constexpr int kDeviceCheckMs = 500;
 
 volatile sig_atomic_t g_interruption = 0;  ///< the signal
 
@@ -33,6 +33,18 @@ struct {
 CodeText time_is_up(const std::string &consequence = "") {
   return {-ETIMEDOUT, "TIMEOUT",
           "the time (see --timeout) was up before the service manager had answered" + consequence};
+}
+
+/** The reports of an agent update go to processes that saw it begin; those of models to all. */
+std::string work_goes_on(Work work) {
+  const std::string how = "; what was asked for goes on in the service manager, ";
+  return how + (work == Work::kAgentUpdate ? "but no later command can see how it ends"
+                                           : "and \"svcmgrctl watch\" shows how it ends");
+}
+
+[[noreturn]] void fail_for_interruption(const std::string &consequence) {
+  throw Failure({-EINTR, "INTERRUPTED", "interrupted" + consequence},
+                kSignalStatus + g_interruption);
 }
 
 void install_handler(int signal_number, void (*handler)(int)) {
@@ -95,6 +107,7 @@ Session::Watchdog::~Watchdog() {
 Session::Session(const Output &output, Deadline deadline) : output_(output), deadline_(deadline) {
   g_last_words = {output.failure_text(time_is_up()), output.failure_descriptor()};
   install_handler(SIGALRM, handle_alarm);
+  if (isatty(STDERR_FILENO) != 0) silence_ = Deadline(kLongSilence);
 }
 
 Session::~Session() {
@@ -123,8 +136,7 @@ void Session::connect() {
                       "; start one with \"svcmgr-emulator --device " + device + "\"");
   }
   while (!state_ && g_interruption == 0) {
-    if (deadline_.has_passed()) throw Failure(time_is_up());
-    deliver_event(deadline_.remaining());
+    await_event();
   }
   if (state_ == SVCMGR_CONNECTION_REJECTED) {
     throw Failure(SVCMGR_ERROR_PERMISSION_DENIED,
@@ -137,25 +149,28 @@ void Session::connect() {
 void Session::wait_for_answer(const Condition &has_come) {
   while (!has_come()) {
     if (!is_connected()) fail_for_lost_connection(is_state_reported_, "ask again");
-    if (deadline_.has_passed()) throw Failure(time_is_up());
-    deliver_event(deadline_.remaining());
+    if (g_interruption != 0) {
+      fail_for_interruption(" before the service manager had answered; the request is given up");
+    }
+    await_event();
   }
 }
 
-void Session::wait_for_end(const Condition &has_ended, bool survives_announced_updates) {
+void Session::wait_for_end(const Condition &has_ended, Work work) {
   catch_interruptions();
   while (!has_ended()) {
-    const bool is_loss = is_state_reported_ || !survives_announced_updates;
+    const bool is_loss = is_state_reported_ || work != Work::kAgentUpdate;
     if (!is_connected() && is_loss) {
       fail_for_lost_connection(is_state_reported_, "look at how far it came before asking again");
     }
-    if (g_interruption != 0) {
-      throw Failure({-EINTR, "INTERRUPTED", std::string("interrupted") + kWorkGoesOn},
-                    kSignalStatus + g_interruption);
-    }
-    if (deadline_.has_passed()) throw Failure(time_is_up(kWorkGoesOn));
-    deliver_event(deadline_.remaining());
+    if (g_interruption != 0) fail_for_interruption(work_goes_on(work));
+    await_event(work_goes_on(work));
   }
+}
+
+void Session::restart_time() {
+  deadline_.restart();
+  silence_ = Deadline();
 }
 
 void Session::catch_interruptions() {
@@ -167,7 +182,9 @@ void Session::catch_interruptions() {
 void Session::watch(const Deadline &end, const Condition &is_enough) {
   deadline_ = Deadline();
   while (!(is_enough && is_enough()) && g_interruption == 0 && !end.has_passed()) {
-    deliver_event(end.remaining());
+    const int remaining = end.remaining();
+    deliver_event(remaining < 0 ? kDeviceCheckMs : std::min(remaining, kDeviceCheckMs));
+    DeviceDirectory::current().check_existence();
   }
 }
 
@@ -176,19 +193,40 @@ void Session::watch(const Deadline &end, const Condition &is_enough) {
 void Session::look_at_connection() {
   if (!state_) return;
   bool updating = false;
-  const bool has_connection =
-      korvane_svcmgr_is_being_updated(&updating) != SVCMGR_ERROR_NOT_CONNECTED;
-  if (has_connection == is_connected()) return;
+  const int result = korvane_svcmgr_is_being_updated(&updating);
+  const bool has_connection = result == SVCMGR_ERROR_NONE;
+  const bool is_known = has_connection || result == SVCMGR_ERROR_NOT_CONNECTED;
+  if (!is_known || has_connection == is_connected()) return;
   set_state(has_connection ? SVCMGR_CONNECTION_CONNECTED : SVCMGR_CONNECTION_DISCONNECTED, false);
 }
 
-void Session::deliver_event(int timeout_ms) {
+/** Delivers what is due, so that a loss that a call met is seen, and throws for a loss. */
+void Session::check_connection() {
+  while (is_connected() && !deadline_.has_passed() && deliver_event(0)) {
+  }
+  if (state_ && !is_connected()) fail_for_lost_connection(is_state_reported_, "ask again");
+}
+
+void Session::await_event(const std::string &consequence) {
+  if (silence_.has_passed()) {
+    std::cerr << "svcmgrctl: waiting for the service manager…\n";
+    silence_ = Deadline();
+  }
+  if (deadline_.has_passed()) throw Failure(time_is_up(consequence));
+  const int remaining = deadline_.remaining();
+  const int silence = silence_.remaining();
+  const bool silence_is_next = silence >= 0 && (remaining < 0 || silence < remaining);
+  if (deliver_event(silence_is_next ? silence : remaining)) silence_.restart();
+}
+
+bool Session::deliver_event(int timeout_ms) {
   const int result = korvane_host_main_loop_step(timeout_ms);
   if (callback_error_) std::rethrow_exception(std::exchange(callback_error_, nullptr));
   if (result < 0 && result != -EINTR) {
     throw Failure({result, "MAIN_LOOP", std::strerror(-result)});
   }
   look_at_connection();
+  return result > 0;
 }
 
 }  // namespace korvane::svcmgrctl

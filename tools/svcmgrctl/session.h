@@ -30,6 +30,9 @@ class Deadline {
   std::optional<Clock::time_point> end_;
 };
 
+/** What the service manager does for a while, and an application follows. */
+enum class Work { kAgentUpdate, kModelChange };
+
 /**
  * The tool's one connection, and the time that the command may take. Every member function throws a
  * Failure, or the library's error, when it cannot do what it says, that time included. The
@@ -56,28 +59,36 @@ class Session {
 
   /**
    * Makes a call of the library. When the call is still blocking at the deadline, the process says
-   * so and ends with status 1.
+   * so and ends with status 1. A call that fails because the connection was lost says that.
    */
   template <typename Call>
   void call(Call library_call) {
-    const Watchdog watchdog(*this);
-    check(library_call());
+    try {
+      const Watchdog watchdog(*this);
+      check(library_call());
+    } catch (const std::system_error &) {
+      check_connection();
+      throw;
+    }
   }
 
   using Condition = std::function<bool()>;
-  /** Delivers events until the answer has come, which needs the connection. */
+  /** Delivers events until the answer has come, which needs the connection, or an interruption. */
   void wait_for_answer(const Condition &has_come);
   /**
    * Delivers events until work that the service manager does has ended. An end of the wait before
    * that, by a signal too, is told to be none of the work.
    */
-  void wait_for_end(const Condition &has_ended, bool survives_announced_updates);
-  /** Something was heard of the work: the time begins again. */
-  void restart_time() { deadline_.restart(); }
+  void wait_for_end(const Condition &has_ended, Work work);
+  /** A report of the work came: the time begins again. */
+  void restart_time();
 
   /** From now on SIGINT and SIGTERM do not kill the process but end the waits. */
   void catch_interruptions();
-  /** Delivers events until the time given, an interruption, or until it was enough. */
+  /**
+   * Delivers events until the time given, an interruption, or until it was enough. Fails when the
+   * device directory is removed.
+   */
   void watch(const Deadline &end, const Condition &is_enough = nullptr);
 
   /** For the body of a callback: what it throws comes out of the wait that delivered the event. */
@@ -104,10 +115,14 @@ class Session {
   void set_state(korvane_svcmgr_connection_state_e state, bool is_reported);
   bool is_connected() const { return state_ == SVCMGR_CONNECTION_CONNECTED; }
   void look_at_connection();
-  void deliver_event(int timeout_ms);
+  void check_connection();
+  bool deliver_event(int timeout_ms);
+  /** Delivers an event before the deadline; on a terminal, a long silence is explained once. */
+  void await_event(const std::string &consequence = "");
 
   const Output &output_;
   Deadline deadline_;
+  Deadline silence_;  ///< until it is explained
   std::optional<korvane_svcmgr_connection_state_e> state_;
   bool is_state_reported_ = false;
   ConnectionListener listener_;

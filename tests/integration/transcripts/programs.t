@@ -2,6 +2,11 @@ The examples, and the first program of the guide.
 
   $ snippet_agent_level
   result 0, agent API level 13
+  $ svcmgr-emulator ctl reply get_agent_api_level -1
+  $ snippet_agent_level
+  result -1073741825, agent API level 0
+  [1]
+  $ svcmgr-emulator ctl reply get_agent_api_level default
   $ for example in example_models_c example_models_cpp; do
   >   svcmgrctl models update vision.detect@1.0.0 | tail -n 1
   >   "$example" | grep -v language

@@ -34,7 +34,7 @@ What cannot be stored is not served:
   vision.detect (1/1): 75 %
   vision.detect (1/1): 100 %
   vision.detect (1/1): failed
-  svcmgrctl: models update: SVCMGR_ERROR_INVALID_OPERATION (-38): the operation failed in a way that has no code of its own
+  svcmgrctl: SVCMGR_ERROR_INVALID_OPERATION (-38): the operation failed in a way that has no code of its own
   [1]
   $ svcmgrctl models list | grep vision.detect
   vision.detect       1.0.0    Object detection
@@ -81,7 +81,7 @@ What no parcel holds is not sent:
   $ svcmgrctl models list | grep vision.detect
   vision.detect       1.0.0    Object detection
   $ svcmgrctl models list --description
-  svcmgrctl: models list: SVCMGR_ERROR_INVALID_OPERATION (-38): the operation failed in a way that has no code of its own
+  svcmgrctl: SVCMGR_ERROR_INVALID_OPERATION (-38): the operation failed in a way that has no code of its own
   [1]
   $ svcmgrctl license
   There is no licence text.

@@ -15,25 +15,61 @@ Who ends the wait is told that the update goes on:
   update started
   $ kill -INT "$program"
   $ finish
-  svcmgrctl: update: INTERRUPTED (-4): interrupted; what was asked for goes on in the service manager, and "svcmgrctl watch" tells how it ends
+  svcmgrctl: INTERRUPTED (-4): interrupted; what was asked for goes on in the service manager, but no later command can see how it ends
   [130]
 
 It serves all that request an update, but none that name agents:
 
   $ svcmgrctl update --timeout 0.05
-  svcmgrctl: update: TIMEOUT (-110): the time (see --timeout) was up before the service manager had answered; what was asked for goes on in the service manager, and "svcmgrctl watch" tells how it ends
+  svcmgrctl: TIMEOUT (-110): the time (see --timeout) was up before the service manager had answered; what was asked for goes on in the service manager, but no later command can see how it ends
   [1]
+  $ start svcmgrctl models update vision.detect
+  $ next
+  vision.detect (1/1): started
+  $ kill -INT "$program"
+  $ finish
+  svcmgrctl: INTERRUPTED (-4): interrupted; what was asked for goes on in the service manager, and "svcmgrctl watch" shows how it ends
+  [130]
   $ svcmgrctl update com.korvane.device.speech
-  svcmgrctl: update: SVCMGR_ERROR_UPDATE_IN_PROGRESS (-1073741831): the service manager is already updating
+  svcmgrctl: SVCMGR_ERROR_UPDATE_IN_PROGRESS (-1073741831): the service manager is already updating
   [1]
   $ svcmgr-emulator ctl status | grep events
-    "events": 2
+    "events": 3
 
 The time of an answer runs anew with every report, of which there are 32:
 
   $ serve 100
   $ svcmgrctl --timeout 3 models update $(yes vision.detect | head -n 8) | tail -n 1
   vision.detect (8/8): completed
+
+Who asks a silent service manager is told so, and what is given up:
+
+  $ ctl silent GetUsableModelList
+  $ script -qec 'svcmgrctl --timeout 1.5 models list' /dev/null </dev/null | tr -d '\r'
+  svcmgrctl: waiting for the service manager\xe2\x80\xa6 (esc)
+  svcmgrctl: TIMEOUT (-110): the time (see --timeout) was up before the service manager had answered
+  $ start svcmgrctl --timeout 0 models list
+  $ until svcmgr-emulator ctl status | grep -q '"requests": 3,'; do :; done
+  $ kill -INT "$program"
+  $ finish
+  svcmgrctl: INTERRUPTED (-4): interrupted before the service manager had answered; the request is given up
+  [130]
+
+A service manager that ends in a call is no service manager that refuses it:
+
+  $ ctl crash-before-reply
+  $ svcmgrctl agent-level
+  svcmgrctl: SVCMGR_ERROR_NOT_CONNECTED (-107): the connection was lost: the service manager ended, and its answer will not come; ask again
+  [1]
+
+A watch ends with its device:
+
+  $ env -u KORVANE_DEVICE -u KORVANE_APP_ID svcmgr-emulator run -- sh -c 'svcmgrctl watch >told 2>&1 & until grep -q connected told; do :; done'
+  $ until grep -q NO_DEVICE told; do :; done
+  $ cat told
+  connected
+  disconnected: the connection was lost
+  svcmgrctl: NO_DEVICE (-2): the device directory * was removed (glob)
 
 An update of the service manager ends a request, but no update of agents:
 
@@ -43,7 +79,7 @@ An update of the service manager ends a request, but no update of agents:
   $ until svcmgr-emulator ctl status | grep -q '"requests": 1,'; do :; done
   $ ctl update
   $ finish
-  svcmgrctl: models list: SVCMGR_ERROR_NOT_CONNECTED (-107): the service manager updated itself, and its answer will not come; ask again
+  svcmgrctl: SVCMGR_ERROR_NOT_CONNECTED (-107): the service manager updated itself, and its answer will not come; ask again
   [1]
   $ start svcmgrctl --timeout 0 update
   $ next
