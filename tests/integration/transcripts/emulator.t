@@ -68,6 +68,29 @@ A command that runs beside a service manager of its own:
   [127]
   $ svcmgr-emulator run -- sh -c 'kill $PPID; exec sleep 600'
   [143]
+  $ for signal in HUP INT QUIT USR1 USR2 ALRM PIPE XCPU; do
+  >   svcmgr-emulator run -- sh -c 'kill -$0 $PPID; exec sleep 600' "$signal" || echo "$signal $?"
+  > done
+  HUP 129
+  INT 130
+  QUIT 131
+  USR1 138
+  USR2 140
+  ALRM 142
+  PIPE 141
+  XCPU 152
+  $ env --ignore-signal=CHLD svcmgr-emulator run -- svcmgrctl agent-level
+  13
+  $ TMPDIR=temporary svcmgr-emulator run -- sh -c 'cd / && svcmgrctl agent-level'
+  13
+  $ TMPDIR= svcmgr-emulator run -- sh -c 'dirname "$KORVANE_DEVICE"'
+  /tmp
+  $ svcmgr-emulator run -- sh -c 'kill -STOP $(svcmgr-emulator ctl status | sed -n "s/.*\"pid\": \([0-9]*\).*/\1/p")'
+  $ script --quiet --command 'exec svcmgr-emulator run -- sh -c "echo >running; exec sleep 600"' /dev/null >/dev/null </dev/null &
+  $ until [ -e running ]; do :; done
+  $ disown
+  $ kill -KILL $!  # its terminal is closed
+  $ until [ -z "$(ls temporary)" ]; do :; done
   $ ls temporary
 
 Help, for people and for shells:
