@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
@@ -147,8 +148,15 @@ void begin_grammar(CLI::App &app) {
                        "Show the version and exit");
 }
 
+int finish_output(const std::string &program, int status) {
+  if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return status;
+  std::cerr << program << ": the output could not be written\n";
+  return kFailureStatus;
+}
+
 int report(const CLI::App &app, const CLI::ParseError &error) {
-  return app.exit(error) == EXIT_SUCCESS ? EXIT_SUCCESS : kUsageStatus;
+  const int status = app.exit(error) == EXIT_SUCCESS ? EXIT_SUCCESS : kUsageStatus;
+  return finish_output(app.get_name(), status);
 }
 
 bool answer_completion(CLI::App &app, int argc, char **argv, const Values &values) {

@@ -9,6 +9,7 @@
 
 namespace korvane::command_line {
 
+constexpr int kFailureStatus = 1;
 constexpr int kUsageStatus = 2;
 
 /** The help of a command shows the options of the program as a whole, too. */
@@ -23,6 +24,9 @@ class Help : public CLI::Formatter {
  * before commands are added, which inherit these.
  */
 void begin_grammar(CLI::App &app);
+
+/** The exit status: failure, with a message, when standard output could not be written. */
+int finish_output(const std::string &program, int status);
 
 /** Shows the help or version that was asked for, or what is wrong. Returns the exit status. */
 int report(const CLI::App &app, const CLI::ParseError &error);
