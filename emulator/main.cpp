@@ -2,8 +2,10 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <iostream>
@@ -11,6 +13,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <system_error>
 
 #include "command_line/command_line.h"
 #include "commands.h"
@@ -31,7 +34,6 @@ using korvane::host::MainLoop;
 using korvane::host::UniqueFd;
 
 constexpr char kControlSocket[] = "control";
-constexpr int kFailure = 1;
 
 struct Arguments {
   std::string device;
@@ -48,15 +50,27 @@ struct ControlHelp : command_line::Help {
   }
 };
 
+/**
+ * Gives a standard stream that is closed a file that fails as such a stream does. What is opened
+ * later would take its number, and receive what is printed.
+ */
+void occupy_standard_streams() {
+  for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    const int mode = stream == STDIN_FILENO ? O_WRONLY : O_RDONLY;
+    if (fcntl(stream, F_GETFD) < 0) open("/dev/null", mode);
+  }
+}
+
 /** One emulator per device: held while it runs. */
 UniqueFd lock_device(const Device &device) {
-  const auto file = device.run_directory() / "emulator.lock";
+  const std::string file = device.run_directory() / "emulator.lock";
   UniqueFd lock(open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
-  if (!lock || flock(lock.get(), LOCK_EX | LOCK_NB) != 0) {
+  if (lock && flock(lock.get(), LOCK_EX | LOCK_NB) == 0) return lock;
+  if (lock && errno == EWOULDBLOCK) {
     throw std::runtime_error("another emulator runs on " + device.directory().string() +
                              "; \"svcmgr-emulator ctl stop\" ends it");
   }
-  return lock;
+  throw std::system_error(errno, std::generic_category(), "cannot lock " + file);
 }
 
 void quit_on_signals() {
@@ -129,7 +143,7 @@ int control_emulator(const Device &device, const Words &words) {
   } else {
     std::cerr << "svcmgr-emulator ctl: " << outcome.text << '\n';
   }
-  return outcome.status;
+  return command_line::finish_output("svcmgr-emulator ctl", outcome.status);
 }
 
 void define_device(CLI::App &app, Arguments &arguments, const std::string &otherwise) {
@@ -206,7 +220,7 @@ int serve_or_tell(const Device &device, const Arguments &arguments) try {
   return serve(device, arguments);
 } catch (const std::exception &error) {
   std::cerr << "svcmgr-emulator: " << error.what() << '\n';
-  return kFailure;
+  return command_line::kFailureStatus;
 }
 
 int run_beside(const Arguments &arguments) {
@@ -231,7 +245,7 @@ int run(int argc, char **argv) {
     const Words words = grammar.ctl->remaining();
     if (const auto help = requested_help(words)) {
       std::cout << *help;
-      return EXIT_SUCCESS;
+      return command_line::finish_output("svcmgr-emulator ctl", EXIT_SUCCESS);
     }
     const Device device = chosen_device(arguments);
     if (grammar.ctl->parsed()) return control_emulator(device, words);
@@ -246,10 +260,11 @@ int run(int argc, char **argv) {
 }  // namespace
 
 int main(int argc, char **argv) {
+  occupy_standard_streams();
   try {
     return run(argc, argv);
   } catch (const std::exception &error) {
     std::cerr << "svcmgr-emulator: " << error.what() << '\n';
-    return kFailure;
+    return command_line::kFailureStatus;
   }
 }

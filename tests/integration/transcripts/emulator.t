@@ -54,6 +54,34 @@ What it does not take:
   $ svcmgr-emulator 2>&1 | sed "s|$device|DEVICE|"
   svcmgr-emulator: DEVICE/packages/com.korvane.device.svcmgr.json, the package of the service manager, is damaged
 
+  $ svcmgr-emulator --init --device other
+  $ mkdir other/run/emulator.lock
+  $ svcmgr-emulator --device other
+  svcmgr-emulator: cannot lock */other/run/emulator.lock: Is a directory (glob)
+  [1]
+  $ rmdir other/run/emulator.lock
+
+What it cannot print goes nowhere else, and is a failure where it was asked for:
+
+  $ exec 3< <(svcmgr-emulator --trace --device other 2>&-)
+  $ read -r -t 60 -u 3
+  $ ctl --device other announce Launch
+  $ ctl --device other stop
+  $ wc -c <other/run/emulator.lock
+  0
+  $ svcmgr-emulator run --device other -- svcmgr-emulator ctl status >/dev/full
+  svcmgr-emulator ctl: the output could not be written
+  [1]
+  $ svcmgr-emulator --help >/dev/full
+  svcmgr-emulator: the output could not be written
+  [1]
+  $ svcmgr-emulator ctl stop --help >/dev/full
+  svcmgr-emulator ctl: the output could not be written
+  [1]
+  $ svcmgr-emulator --version >&-
+  svcmgr-emulator: the output could not be written
+  [1]
+
 A command that runs beside a service manager of its own:
 
   $ unset KORVANE_DEVICE KORVANE_APP_ID
