@@ -54,7 +54,17 @@ What it does not take:
   $ svcmgr-emulator 2>&1 | sed "s|$device|DEVICE|"
   svcmgr-emulator: DEVICE/packages/com.korvane.device.svcmgr.json, the package of the service manager, is damaged
 
+  $ (ulimit -f 0; env --ignore-signal=XFSZ svcmgr-emulator --init --device other)
+  svcmgr-emulator: cannot write */other/* (glob)
+  [1]
+  $ sh -c 'ulimit -f 0; svcmgr-emulator --init --device other; exit $?' 2>/dev/null
+  [153]
   $ svcmgr-emulator --init --device other
+  $ ls -A other
+  apps
+  packages
+  run
+  service
   $ mkdir other/run/emulator.lock
   $ svcmgr-emulator --device other
   svcmgr-emulator: cannot lock */other/run/emulator.lock: Is a directory (glob)
