@@ -28,8 +28,9 @@ struct OfferedModel {
 
 /**
  * The service manager's state, kept in service/state.json of the device and, for
- * the agents' versions, in their package files. Every change is on disk when the
- * operation returns, or, when that fails, not made at all. Failures are std::runtime_error.
+ * the agents' versions, in their package files. Every change is in its file when the
+ * operation returns, or, when that fails, not made at all; a crash of the whole system may
+ * take it back. Failures are std::runtime_error.
  */
 class ServiceState {
  public:
@@ -38,7 +39,7 @@ class ServiceState {
 
   explicit ServiceState(host::Device device);
 
-  /** Reads the state from disk again. */
+  /** Reads the file again. */
   void load();
 
   std::int32_t agent_api_level() const { return contents_.agent_api_level; }
@@ -65,7 +66,7 @@ class ServiceState {
     std::vector<OfferedModel> models;
   };
 
-  /** Makes it the state, once it is on disk. */
+  /** Makes it the state, once it is in the file. */
   void replace(Contents contents);
 
   host::Device device_;

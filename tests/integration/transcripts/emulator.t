@@ -92,6 +92,15 @@ What it cannot print goes nowhere else, and is a failure where it was asked for:
   svcmgr-emulator: the output could not be written
   [1]
 
+No text of a client reaches the terminal as it is:
+
+  $ app=$'\e[2J\x7f\xc2\x9bm\xe2\x80\xae\xe2\x81\xa6'  # with U+009B, U+202E and U+2066
+  $ echo '{"version": "1", "metadata": {}}' >"other/packages/$app.json"
+  $ watch='svcmgrctl --app "$0" watch & until svcmgr-emulator ctl status | grep app_id; do :; done; kill $!; wait'
+  $ svcmgr-emulator run --device other --trace -- sh -c "$watch" "$app" 2>&1 | grep -ao '\(accepted\|app_id\).*"'
+  accepted "\u001b[2J\u007f\u009bm\u202e\u2066"
+  app_id": "\u001b[2J\u007f\u009bm\u202e\u2066"
+
 A command that runs beside a service manager of its own:
 
   $ unset KORVANE_DEVICE KORVANE_APP_ID
