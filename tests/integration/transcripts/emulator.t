@@ -38,12 +38,14 @@ What it does not take:
   [2]
   $ ctl reply no_method 1
   svcmgr-emulator ctl: unknown word "no_method"; choose one of get_agent_api_level, get_license, request_update, GetUsableModelList, GetUsableModelListWithDesc, GetModelVersionList, RequestToUpdate, RequestToUninstall, request_update_with_list
+  Run "svcmgr-emulator ctl --help" for more.
   [2]
   $ ctl stray 4294967297
   svcmgr-emulator ctl: "4294967297" is no 32-bit number
   [2]
   $ ctl garbage main soup
   svcmgr-emulator ctl: unknown word "soup"; choose one of half-frame, oversized, rubbish, empty
+  Run "svcmgr-emulator ctl --help" for more.
   [2]
   $ word=k=str:$(head -c 120000 /dev/zero | tr '\0' '\001')  # each letter is six in the message
   $ ctl event agent_status "$word" "$word" "$word" "$word" "$word" "$word" "$word" "$word" "$word" "$word" "$word" "$word"
@@ -147,3 +149,7 @@ Help, for people and for shells:
           answer every request of a method with this code, or result number
   $ svcmgr-emulator --complete ctl reply request_update_
   request_update_with_list
+  $ svcmgr-emulator --complete ctl reply get_license ''
+  default
+  $ svcmgr-emulator --complete ctl event a
+  agent_status
