@@ -34,6 +34,7 @@ using korvane::host::MainLoop;
 using korvane::host::UniqueFd;
 
 constexpr char kControlSocket[] = "control";
+constexpr int kFailure = 1;
 
 struct Arguments {
   std::string device;
@@ -133,7 +134,7 @@ std::optional<std::string> requested_help(const Words &words) {
 
 int control_emulator(const Device &device, const Words &words) {
   if (const auto error = usage_error(words)) {
-    std::cerr << "svcmgr-emulator ctl: " << *error
+    std::cerr << "svcmgr-emulator: " << *error
               << "\nRun \"svcmgr-emulator ctl --help\" for more.\n";
     return command_line::kUsageStatus;
   }
@@ -141,9 +142,9 @@ int control_emulator(const Device &device, const Words &words) {
   if (outcome.status == Outcome::kOk) {
     std::cout << outcome.text << (outcome.text.empty() ? "" : "\n");
   } else {
-    std::cerr << "svcmgr-emulator ctl: " << outcome.text << '\n';
+    std::cerr << "svcmgr-emulator: " << outcome.text << '\n';
   }
-  return command_line::finish_output("svcmgr-emulator ctl", outcome.status);
+  return outcome.status;
 }
 
 void define_device(CLI::App &app, Arguments &arguments, const std::string &otherwise) {
@@ -220,7 +221,7 @@ int serve_or_tell(const Device &device, const Arguments &arguments) try {
   return serve(device, arguments);
 } catch (const std::exception &error) {
   std::cerr << "svcmgr-emulator: " << error.what() << '\n';
-  return command_line::kFailureStatus;
+  return kFailure;
 }
 
 int run_beside(const Arguments &arguments) {
@@ -231,10 +232,23 @@ int run_beside(const Arguments &arguments) {
   return run_command({service, device, arguments.init, arguments.command});
 }
 
+/** What prints an answer and ends. */
+int answer(const Grammar &grammar, const Arguments &arguments) {
+  const Words words = grammar.ctl->remaining();
+  if (const auto help = requested_help(words)) {
+    std::cout << *help;
+    return EXIT_SUCCESS;
+  }
+  const Device device = chosen_device(arguments);
+  if (grammar.ctl->parsed()) return control_emulator(device, words);
+  create_sample_device(device);
+  return EXIT_SUCCESS;
+}
+
 int run(int argc, char **argv) {
   Arguments arguments;
   Grammar grammar(arguments);
-  const auto values = [&](const CLI::App &command, const CLI::Option *option) {
+  const auto values = [&](const CLI::App &command, const CLI::Option *option, const std::string &) {
     const bool is_control = &command == grammar.ctl && option == nullptr;
     return is_control ? next_words(command.remaining()) : Words();
   };
@@ -242,18 +256,11 @@ int run(int argc, char **argv) {
   try {
     grammar.app.parse(argc, argv);
     if (grammar.run->parsed()) return run_beside(arguments);
-    const Words words = grammar.ctl->remaining();
-    if (const auto help = requested_help(words)) {
-      std::cout << *help;
-      return command_line::finish_output("svcmgr-emulator ctl", EXIT_SUCCESS);
-    }
-    const Device device = chosen_device(arguments);
-    if (grammar.ctl->parsed()) return control_emulator(device, words);
-    if (!arguments.init) return serve(device, arguments);
-    create_sample_device(device);
-    return EXIT_SUCCESS;
+    const bool serves = !grammar.ctl->parsed() && !arguments.init;
+    if (serves) return serve(chosen_device(arguments), arguments);
+    return command_line::end_output(grammar.app, answer(grammar, arguments));
   } catch (const CLI::ParseError &error) {
-    return command_line::report(grammar.app, error);
+    return command_line::end_output(grammar.app, command_line::report(grammar.app, error));
   }
 }
 
@@ -265,6 +272,6 @@ int main(int argc, char **argv) {
     return run(argc, argv);
   } catch (const std::exception &error) {
     std::cerr << "svcmgr-emulator: " << error.what() << '\n';
-    return command_line::kFailureStatus;
+    return kFailure;
   }
 }

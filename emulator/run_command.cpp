@@ -165,7 +165,7 @@ int execute(const Words &command) {
   arguments.push_back(nullptr);
   execvp(arguments[0], arguments.data());
   const int status = errno == ENOENT ? kNotFound : kNotExecutable;
-  std::cerr << "svcmgr-emulator run: " << command[0] << ": " << std::strerror(errno) << '\n';
+  std::cerr << "svcmgr-emulator: " << command[0] << ": " << std::strerror(errno) << '\n';
   return status;
 }
 

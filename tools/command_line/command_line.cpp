@@ -7,11 +7,19 @@
 #include <cstring>
 #include <iostream>
 #include <memory>
+#include <set>
 #include <string_view>
 
 namespace korvane::command_line {
 
 namespace {
+
+constexpr char kHelp[] = "help";
+constexpr char kDirectory[] = "DIR";
+constexpr char kProgram[] = "COMMAND";
+constexpr char kAskForDirectories[] = "-A directory";
+constexpr char kAskForPrograms[] = "-A command";
+constexpr char kAskForFiles[] = "-A file";
 
 /** The innermost command that was given. */
 const CLI::App &given_command(const CLI::App &app) {
@@ -53,6 +61,7 @@ Words option_names(const CLI::App &command) {
 
 /** What is wrong with the first word that nothing took; empty when there is none. */
 std::string unknown_word(const CLI::App &app, const CLI::App &command) {
+  if (command.get_prefix_command()) return "";
   const Words words = app.remaining(true);
   const auto found = std::find_if(words.begin(), words.end(),
                                   [](const std::string &word) { return word != "--"; });
@@ -75,11 +84,28 @@ std::string what_is_wrong(const CLI::App &app, const CLI::App &command, const CL
                        : error.what();
 }
 
-std::string error_message(const CLI::App *app, const CLI::Error &error) {
-  const CLI::App &command = given_command(*app);
-  const std::string name = full_name(command);
-  return name + ": " + what_is_wrong(*app, command, error) + "\nRun \"" + name +
-         " --help\" for more.\n";
+std::string error_message(const CLI::App &app, const CLI::Error &error) {
+  const CLI::App &command = given_command(app);
+  return app.get_name() + ": " + what_is_wrong(app, command, error) + "\nRun \"" +
+         full_name(command) + " --help\" for more.\n";
+}
+
+/** Adds "help COMMAND...", which is the same as "COMMAND... --help". */
+void define_help(CLI::App &app) {
+  CLI::App *help = app.add_subcommand(kHelp, "Show the help of a command");
+  help->prefix_command();
+  help->callback([&app, help] {
+    Words words = help->remaining();
+    words.erase(std::remove(words.begin(), words.end(), "--"), words.end());
+    words.push_back("--help");
+    app.parse(Words(words.rbegin(), words.rend()));
+  });
+}
+
+std::string joined_names(const std::set<CLI::Option *> &options) {
+  Words names;
+  for (const CLI::Option *option : options) names.push_back(option->get_name());
+  return listed(names);
 }
 
 /** The innermost command of an unfinished line, which is seldom valid. */
@@ -101,30 +127,78 @@ const CLI::Option *waiting_option(const CLI::App &command, const std::string &wo
   return found == options.end() ? nullptr : *found;
 }
 
-/** The words that may follow the last of these. */
-Words next_words(CLI::App &app, Words words, bool options, const Values &values) {
-  if (!words.empty()) {
+/** The values of an option; those of type DIR are directories. */
+Words values_of(const CLI::App &command, const CLI::Option *option, const std::string &begun,
+                const Values &values) {
+  return option->get_type_name() == kDirectory ? Words{kAskForDirectories}
+                                               : values(command, option, begun);
+}
+
+/** What may follow in a command whose arguments are the words of another program's command line. */
+Words words_of_other_program(const CLI::Option &argument) {
+  return {argument.count() == 0 ? kAskForPrograms : kAskForFiles};
+}
+
+/** The words that may follow these, or the requests to the shell that stand for them. */
+Words next_words(CLI::App &app, Words words, const std::string &begun, const Values &values) {
+  if (!words.empty() && words.front() == kHelp) words.erase(words.begin());
+  const bool options_ended = std::find(words.begin(), words.end(), "--") != words.end();
+  if (!words.empty() && !options_ended) {
     const std::string last = words.back();
     words.pop_back();
     const CLI::App &command = command_of(app, words);
-    if (const CLI::Option *option = waiting_option(command, last)) return values(command, option);
+    if (const CLI::Option *option = waiting_option(command, last)) {
+      return values_of(command, option, begun, values);
+    }
     words.push_back(last);
   }
   const CLI::App &command = command_of(app, words);
-  if (options) return option_names(command);
+  if (!options_ended && begun.rfind("-", 0) == 0) return option_names(command);
+  if (const CLI::Option *other = command.get_option_no_throw(kProgram)) {
+    return words_of_other_program(*other);
+  }
   Words next = command_names(command);
-  for (const std::string &value : values(command, nullptr)) next.push_back(value);
+  for (const std::string &value : values(command, nullptr, begun)) next.push_back(value);
   return next;
 }
 
 /** A shell takes other letters for its own. */
 bool is_plain(const std::string &word) {
   return std::all_of(word.begin(), word.end(), [](unsigned char letter) {
-    return std::isalnum(letter) != 0 || std::strchr("._-+/", letter) != nullptr;
+    return std::isalnum(letter) != 0 || std::strchr("._-+/@", letter) != nullptr;
   });
 }
 
+bool is_request_to_shell(const std::string &word) {
+  return word == kAskForDirectories || word == kAskForPrograms || word == kAskForFiles ||
+         word == kNoSpace;
+}
+
 }  // namespace
+
+Help::Help() {
+  column_width(34);
+  label("OPTIONS", "OPTION...");
+  label("Positionals", "Arguments");
+  label("SUBCOMMAND", "COMMAND");
+}
+
+std::string Help::make_option_opts(const CLI::Option *option) const {
+  if (option->get_positional() || option->get_type_size() == 0) return "";
+  const std::string type = option->get_type_name();  // with the checks of the value behind a colon
+  return " " + type.substr(0, type.find(':'));
+}
+
+std::string Help::make_option_desc(const CLI::Option *option) const {
+  std::string text = option->get_description();
+  const std::string variable = option->get_envname();
+  const std::string standard = variable.empty() ? option->get_default_str() : "$" + variable;
+  if (!option->get_needs().empty()) text += ", only with " + joined_names(option->get_needs());
+  if (!option->get_excludes().empty()) {
+    text += ", not with " + joined_names(option->get_excludes());
+  }
+  return standard.empty() ? text : text + " (default: " + standard + ")";
+}
 
 std::string Help::make_footer(const CLI::App *app) const {
   std::string own = CLI::Formatter::make_footer(app);
@@ -143,29 +217,36 @@ std::string Help::make_footer(const CLI::App *app) const {
 
 void begin_grammar(CLI::App &app) {
   app.formatter(std::make_shared<Help>());
-  app.failure_message(error_message);
-  app.set_version_flag("--version", app.get_name() + " " + KORVANE_VERSION,
+  app.group("Commands");
+  app.require_subcommand(0, 1);
+  app.set_help_flag("-h,--help", "Show this help and exit");
+  app.set_version_flag("-V,--version", app.get_name() + " " + KORVANE_VERSION,
                        "Show the version and exit");
-}
-
-int finish_output(const std::string &program, int status) {
-  if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return status;
-  std::cerr << program << ": the output could not be written\n";
-  return kFailureStatus;
+  define_help(app);
 }
 
 int report(const CLI::App &app, const CLI::ParseError &error) {
-  const int status = app.exit(error) == EXIT_SUCCESS ? EXIT_SUCCESS : kUsageStatus;
-  return finish_output(app.get_name(), status);
+  const bool shows_help = error.get_exit_code() == EXIT_SUCCESS;
+  if (shows_help && unknown_word(app, given_command(app)).empty()) return app.exit(error);
+  std::cerr << error_message(app, error);
+  return kUsageStatus;
+}
+
+int end_output(const CLI::App &app, int status) {
+  std::cout.flush();
+  std::fflush(stdout);
+  if (std::cout.good() && std::ferror(stdout) == 0) return status;
+  std::cerr << app.get_name() << ": the output could not be written\n";
+  return EXIT_FAILURE;
 }
 
 bool answer_completion(CLI::App &app, int argc, char **argv, const Values &values) {
   if (argc < 3 || std::string_view(argv[1]) != "--complete") return false;
   const Words words(argv + 2, argv + argc - 1);
   const std::string begun = argv[argc - 1];
-  const bool options = !begun.empty() && begun.front() == '-';
-  for (const std::string &word : next_words(app, words, options, values)) {
-    if (word.rfind(begun, 0) == 0 && is_plain(word)) std::cout << word << '\n';
+  for (const std::string &word : next_words(app, words, begun, values)) {
+    const bool fits = word.rfind(begun, 0) == 0 && is_plain(word);
+    if (fits || is_request_to_shell(word)) std::cout << word << '\n';
   }
   return true;
 }

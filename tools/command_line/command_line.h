@@ -9,35 +9,51 @@
 
 namespace korvane::command_line {
 
-constexpr int kFailureStatus = 1;
 constexpr int kUsageStatus = 2;
 
-/** The help of a command shows the options of the program as a whole, too. */
+/**
+ * The help of a command shows the options of the program as a whole, too. What an option defaults
+ * to, needs and excludes stands in its description.
+ */
 class Help : public CLI::Formatter {
  public:
-  Help() { column_width(34); }
+  Help();
+  std::string make_option_opts(const CLI::Option *option) const override;
+  std::string make_option_desc(const CLI::Option *option) const override;
   std::string make_footer(const CLI::App *app) const override;
 };
 
 /**
- * Adds --version and the form of the help, and lets errors name the word that is wrong. Called
- * before commands are added, which inherit these.
+ * Adds --version, the command "help" and the form of the help, and lets errors name the word that
+ * is wrong. Called before commands are added, which inherit these.
  */
 void begin_grammar(CLI::App &app);
-
-/** The exit status: failure, with a message, when standard output could not be written. */
-int finish_output(const std::string &program, int status);
 
 /** Shows the help or version that was asked for, or what is wrong. Returns the exit status. */
 int report(const CLI::App &app, const CLI::ParseError &error);
 
-/** Values for an option of a command or, when it is null, for the command's arguments. */
-using Values = std::function<Words(const CLI::App &command, const CLI::Option *option)>;
+/**
+ * The exit status of a program that has written its output: the given one, or, with a message, that
+ * of a failure when the output could not be written.
+ */
+int end_output(const CLI::App &app, int status);
+
+/**
+ * Values for an option of a command or, when it is null, for the command's arguments; begun is the
+ * unfinished word, which values need not match.
+ */
+using Values = std::function<Words(const CLI::App &command, const CLI::Option *option,
+                                   const std::string &begun)>;
+
+/** Among the values: the shell adds no space, because a word can go on. */
+constexpr char kNoSpace[] = "-o nospace";
 
 /**
  * Answers "PROGRAM --complete WORD...", which a shell asks with the words so far, the last of them
- * unfinished or empty: prints those that could stand in its place, one a line. False when the
- * command line is no such question; the application is used up by it.
+ * unfinished or empty: prints those that could stand in its place, one a line. A line that begins
+ * with "-A" or "-o" holds options for the shell's compgen or compopt: options of type DIR take
+ * directories, and an argument called COMMAND takes a program with its own arguments. False when
+ * the command line is no such question; the application is used up by it.
  */
 bool answer_completion(CLI::App &app, int argc, char **argv, const Values &values);
 

@@ -1,5 +1,20 @@
 # Completion for svcmgrctl and svcmgr-emulator, which know best what they understand.
 _korvane_complete() {
-  mapfile -t COMPREPLY < <("$1" --complete "${COMP_WORDS[@]:1:COMP_CWORD}" 2>/dev/null)
+  # The shell divides words at some letters that belong to them, such as "@".
+  local line=${COMP_LINE:0:COMP_POINT} word words
+  read -ra words <<<"$line"
+  [[ $line == *[[:blank:]] ]] && words+=('')
+  local before=${words[-1]%"$2"}
+  COMPREPLY=()
+  while read -r word; do
+    case $word in
+      "-o "*) compopt $word ;;
+      "-A "*)
+        compopt -o filenames
+        mapfile -t COMPREPLY < <(compgen $word -- "$2")
+        ;;
+      *) COMPREPLY+=("${word#"$before"}") ;;
+    esac
+  done < <("$1" --complete "${words[@]:1}" 2>/dev/null)
 }
-complete -o default -F _korvane_complete svcmgrctl svcmgr-emulator
+complete -F _korvane_complete svcmgrctl svcmgr-emulator

@@ -37,6 +37,9 @@ void run_watch(Session &session, const Arguments &arguments);
 /** The IDs of the models that the application can use. The session is connected. */
 Words usable_model_ids(Session &session);
 
+/** What begins with an ID can become: an ID, whose version may follow, or ID@VERSION. */
+Words model_words(Session &session, const std::string &begun);
+
 void run_models_list(Session &session, const Arguments &arguments);
 void run_models_versions(Session &session, const Arguments &arguments);
 void run_models_update(Session &session, const Arguments &arguments);

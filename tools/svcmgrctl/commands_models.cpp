@@ -2,7 +2,7 @@
 #include <functional>
 #include <utility>
 
-#include "command_line/words.h"
+#include "command_line/command_line.h"
 #include "commands.h"
 #include "progress_view.h"
 #include "table.h"
@@ -240,6 +240,18 @@ Words usable_model_ids(Session &session) {
     ids.push_back(model.id().value_or(""));
   }
   return ids;
+}
+
+Words model_words(Session &session, const std::string &begun) {
+  if (begun.find('@') == std::string::npos) {
+    Words words = usable_model_ids(session);
+    words.emplace_back(command_line::kNoSpace);
+    return words;
+  }
+  const std::string id = parse_model(begun).id;
+  Words words;
+  for (const std::string &version : versions_of(session, id)) words.push_back(id + '@' + version);
+  return words;
 }
 
 void run_models_list(Session &session, const Arguments &arguments) {

@@ -85,9 +85,10 @@ class Grammar {
         ->type_name("ID")
         ->envname("KORVANE_APP_ID");
     app_.add_option("--timeout", settings_.timeout,
-                    "Longest time to wait for the service manager, 0 for any (default: 30);\n"
-                    "it begins anew with every report of an update")
+                    "Longest time to wait for the service manager, 0 for any; every report of an\n"
+                    "update starts it again")
         ->type_name("SECONDS")
+        ->default_str("30")
         ->check(kSeconds);
     app_.add_flag("--json", settings_.json, "Write JSON, one object a line");
     app_.add_flag("--verbose", settings_.verbose, "Have the library write its whole log");
@@ -111,7 +112,7 @@ class Grammar {
   }
 
   CLI::Option *define_watch_time(CLI::App *command) {
-    return define_time(command, "--for", "End the watch after this time, not by interruption");
+    return define_time(command, "--for", "End the watch after this time");
   }
 
   void define_service_commands() {
@@ -134,8 +135,8 @@ class Grammar {
     is_updating->footer(
         "An update that was under way before cannot be seen: applications hear of the "
         "beginning.\n");
-    define_time(is_updating, "--for",
-                "Listen until one begins, at most for this time (default: 0)");
+    define_time(is_updating, "--for", "Wait until one begins, at most for this time")
+        ->default_str("0");
     CLI::App *all =
         define(app_, "watch", "Tell what happens to updates, models and the connection", run_watch);
     all->footer(
@@ -177,7 +178,12 @@ class Grammar {
 /** Tells the platform on which device and as which application to call. */
 void choose_caller(const Settings &settings) {
   if (settings.device.empty()) throw CLI::RequiredError("--device DIR (or $KORVANE_DEVICE)");
-  if (settings.app.empty()) throw CLI::RequiredError("--app ID (or $KORVANE_APP_ID)");
+  if (settings.app.empty()) {
+    const auto installed = DeviceDirectory(settings.device).applications();
+    throw CLI::RequiredError("--app ID (or $KORVANE_APP_ID) is required; installed applications: " +
+                                 (installed.empty() ? "none" : command_line::listed(installed)),
+                             CLI::ExitCodes::RequiredError);
+  }
   setenv("KORVANE_DEVICE", settings.device.c_str(), 1);
   setenv("KORVANE_APP_ID", settings.app.c_str(), 1);
   setenv("KORVANE_LOG", settings.verbose ? "debug" : "none", settings.verbose ? 1 : 0);
@@ -203,8 +209,8 @@ int run_command(const Settings &settings) {
 
 /** What exists on the device; nothing when that cannot be had at once. */
 command_line::Words existing_values(const Settings &settings, const CLI::App &command,
-                                    const CLI::Option *option) try {
-  const DeviceDirectory device = DeviceDirectory::current();
+                                    const CLI::Option *option, const std::string &begun) try {
+  const DeviceDirectory device(settings.device);
   if (option != nullptr) {
     return option->check_name("--app") ? device.applications() : command_line::Words();
   }
@@ -213,10 +219,11 @@ command_line::Words existing_values(const Settings &settings, const CLI::App &co
     return command.get_name() == "update" ? device.agents() : command_line::Words();
   }
   if (command.get_name() == "list") return {};
+  choose_caller(settings);
   const Output output("--complete", settings.json);
   Session session(output, Deadline(kPatienceOfCompletion));
   session.connect();
-  return usable_model_ids(session);
+  return command.get_name() == "update" ? model_words(session, begun) : usable_model_ids(session);
 } catch (const std::exception &) {
   return {};
 }
@@ -224,21 +231,19 @@ command_line::Words existing_values(const Settings &settings, const CLI::App &co
 int run(int argc, char **argv) {
   Settings settings;
   Grammar grammar(settings);
-  const auto values = [&](const CLI::App &command, const CLI::Option *option) {
-    choose_caller(settings);
-    return existing_values(settings, command, option);
+  const auto values = [&](const CLI::App &command, const CLI::Option *option,
+                          const std::string &begun) {
+    return existing_values(settings, command, option, begun);
   };
-  if (command_line::answer_completion(grammar.app(), argc, argv, values)) return EXIT_SUCCESS;
+  CLI::App &app = grammar.app();
+  if (command_line::answer_completion(app, argc, argv, values)) return EXIT_SUCCESS;
   try {
-    grammar.app().parse(argc, argv);
+    app.parse(argc, argv);
     choose_caller(settings);
   } catch (const CLI::ParseError &error) {
-    return command_line::report(grammar.app(), error);
+    return command_line::end_output(app, command_line::report(app, error));
   }
-  const int status = run_command(settings);
-  if (std::ferror(stdout) == 0) return status;
-  std::cerr << "svcmgrctl: " << settings.command << ": the output could not be written\n";
-  return kFailureStatus;
+  return command_line::end_output(app, run_command(settings));
 }
 
 }  // namespace

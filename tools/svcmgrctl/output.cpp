@@ -63,8 +63,8 @@ void Output::fail(const CodeText &error) const {
 
 std::string Output::failure_text(const CodeText &error) const {
   if (!json_) {
-    return human_line("svcmgrctl: " + command_ + ": " + error.name + " (" +
-                      std::to_string(error.code) + "): " + error.meaning);
+    return human_line("svcmgrctl: " + error.name + " (" + std::to_string(error.code) +
+                      "): " + error.meaning);
   }
   return json_line({{"ok", false}, {"command", command_}, {"error", error.to_json()}});
 }

@@ -22,34 +22,34 @@ What it does not take:
   Run "svcmgr-emulator --help" for more.
   [2]
   $ ctl --device none status
-  svcmgr-emulator ctl: no emulator runs on */none; start one with "svcmgr-emulator --device */none" (glob)
+  svcmgr-emulator: no emulator runs on */none; start one with "svcmgr-emulator --device */none" (glob)
   [1]
   $ ctl statsu
-  svcmgr-emulator ctl: unknown word "statsu"; did you mean "status"?
+  svcmgr-emulator: unknown word "statsu"; did you mean "status"?
   Run "svcmgr-emulator ctl --help" for more.
   [2]
   $ ctl status more
-  svcmgr-emulator ctl: use status
+  svcmgr-emulator: use status
   Run "svcmgr-emulator ctl --help" for more.
   [2]
   $ ctl reply get_agent_api_level
-  svcmgr-emulator ctl: use reply METHOD CODE|default
+  svcmgr-emulator: use reply METHOD CODE|default
   Run "svcmgr-emulator ctl --help" for more.
   [2]
   $ ctl reply no_method 1
-  svcmgr-emulator ctl: unknown word "no_method"; choose one of get_agent_api_level, get_license, request_update, GetUsableModelList, GetUsableModelListWithDesc, GetModelVersionList, RequestToUpdate, RequestToUninstall, request_update_with_list
+  svcmgr-emulator: unknown word "no_method"; choose one of get_agent_api_level, get_license, request_update, GetUsableModelList, GetUsableModelListWithDesc, GetModelVersionList, RequestToUpdate, RequestToUninstall, request_update_with_list
   Run "svcmgr-emulator ctl --help" for more.
   [2]
   $ ctl stray 4294967297
-  svcmgr-emulator ctl: "4294967297" is no 32-bit number
+  svcmgr-emulator: "4294967297" is no 32-bit number
   [2]
   $ ctl garbage main soup
-  svcmgr-emulator ctl: unknown word "soup"; choose one of half-frame, oversized, rubbish, empty
+  svcmgr-emulator: unknown word "soup"; choose one of half-frame, oversized, rubbish, empty
   Run "svcmgr-emulator ctl --help" for more.
   [2]
   $ word=k=str:$(head -c 120000 /dev/zero | tr '\0' '\001')  # each letter is six in the message
   $ ctl event agent_status "$word" "$word" "$word" "$word" "$word" "$word" "$word" "$word" "$word" "$word" "$word" "$word"
-  svcmgr-emulator ctl: the command is too long
+  svcmgr-emulator: the command is too long
   [1]
   $ echo '{' >"$device/packages/com.korvane.device.svcmgr.json"
   $ ctl stop
@@ -82,13 +82,13 @@ What it cannot print goes nowhere else, and is a failure where it was asked for:
   $ wc -c <other/run/emulator.lock
   0
   $ svcmgr-emulator run --device other -- svcmgr-emulator ctl status >/dev/full
-  svcmgr-emulator ctl: the output could not be written
+  svcmgr-emulator: the output could not be written
   [1]
   $ svcmgr-emulator --help >/dev/full
   svcmgr-emulator: the output could not be written
   [1]
   $ svcmgr-emulator ctl stop --help >/dev/full
-  svcmgr-emulator ctl: the output could not be written
+  svcmgr-emulator: the output could not be written
   [1]
   $ svcmgr-emulator --version >&-
   svcmgr-emulator: the output could not be written
@@ -113,7 +113,7 @@ A command that runs beside a service manager of its own:
   update completed
   [7]
   $ svcmgr-emulator run -- no-such-command
-  svcmgr-emulator run: no-such-command: No such file or directory
+  svcmgr-emulator: no-such-command: No such file or directory
   [127]
   $ svcmgr-emulator run -- sh -c 'kill $PPID; exec sleep 600'
   [143]

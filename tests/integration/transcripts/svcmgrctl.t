@@ -43,7 +43,7 @@ Updates:
   $ svcmgrctl update com.korvane.device.speech
   update started
   update failed with failure code 7
-  svcmgrctl: update: SVCMGR_UPDATE_STATUS_FAILED_CODE_7 (4): update failed with failure code 7
+  svcmgrctl: SVCMGR_UPDATE_STATUS_FAILED_CODE_7 (4): update failed with failure code 7
   [1]
 
 Models:
@@ -84,7 +84,7 @@ Models:
   $ svcmgrctl models uninstall vision.segment
   vision.segment (1/1): started
   vision.segment (1/1): failed
-  svcmgrctl: models uninstall: SVCMGR_ERROR_INVALID_OPERATION (-38): vision.segment is not installed
+  svcmgrctl: SVCMGR_ERROR_INVALID_OPERATION (-38): vision.segment is not installed
   [1]
 
 What does not come, or is refused:
@@ -96,7 +96,7 @@ What does not come, or is refused:
   speech.dictate (1/1): completed
   $ ctl reply get_agent_api_level -1
   $ svcmgrctl agent-level
-  svcmgrctl: agent-level: SVCMGR_ERROR_INVALID_API_LEVEL (-1073741825): the agent API level could not be obtained
+  svcmgrctl: SVCMGR_ERROR_INVALID_API_LEVEL (-1073741825): the agent API level could not be obtained
   [1]
   $ svcmgrctl agent-level --json
   {"ok":false,"command":"agent-level","error":{"name":"SVCMGR_ERROR_INVALID_API_LEVEL","code":-1073741825,"meaning":"the agent API level could not be obtained"}}
@@ -104,35 +104,63 @@ What does not come, or is refused:
   $ ctl reply get_agent_api_level default
   $ ctl reply request_update -13
   $ svcmgrctl update
-  svcmgrctl: update: SVCMGR_ERROR_PERMISSION_DENIED (-13): the platform or the service manager denies it
+  svcmgrctl: SVCMGR_ERROR_PERMISSION_DENIED (-13): the platform or the service manager denies it
   [1]
   $ ctl reply request_update default
   $ ctl reply request_update_with_list -1073741831
   $ svcmgrctl update com.korvane.device.speech
-  svcmgrctl: update: SVCMGR_ERROR_UPDATE_IN_PROGRESS (-1073741831): the service manager is already updating
+  svcmgrctl: SVCMGR_ERROR_UPDATE_IN_PROGRESS (-1073741831): the service manager is already updating
   [1]
   $ ctl stray 3
   $ svcmgrctl agent-level
   13
   $ ctl license SVCMGR_ERROR_QEL_DISABLED
   $ svcmgrctl license
-  svcmgrctl: license: SVCMGR_ERROR_QEL_DISABLED (-1073741826): the QEL scheme is disabled on the device
+  svcmgrctl: SVCMGR_ERROR_QEL_DISABLED (-1073741826): the QEL scheme is disabled on the device
   [1]
   $ ctl silent GetUsableModelList
   $ svcmgrctl models list --timeout 0.05
-  svcmgrctl: models list: TIMEOUT (-110): the time (see --timeout) was up before the service manager had answered
+  svcmgrctl: TIMEOUT (-110): the time (see --timeout) was up before the service manager had answered
   [1]
   $ ctl silent off
   $ ctl reject on
   $ svcmgrctl agent-level
-  svcmgrctl: agent-level: SVCMGR_ERROR_PERMISSION_DENIED (-13): the service manager refuses the connection; an emulator accepts it after "svcmgr-emulator ctl reject off"
+  svcmgrctl: SVCMGR_ERROR_PERMISSION_DENIED (-13): the service manager refuses the connection; an emulator accepts it after "svcmgr-emulator ctl reject off"
   [1]
   $ ctl reject off
+
+Completion:
+
+  $ . "$SOURCES/tools/command_line/completion.bash"
+  $ compopt() { echo "compopt $*"; }
+  $ complete_line() { COMP_LINE=$1 COMP_POINT=${#1}; _korvane_complete "${1%% *}" "$2"; printf '%s\n' "${COMPREPLY[@]}"; }
+  $ complete_line 'svcmgrctl --json mo' mo
+  models
+  $ complete_line 'svcmgrctl models update vision.d' vision.d
+  compopt -o nospace
+  vision.detect
+  $ complete_line 'svcmgrctl models update vision.detect@' ''
+  1.0.0
+  1.1.0
+  2.0.0
+  $ complete_line 'svcmgrctl license ' ''
+  
+  $ mkdir -p folder && touch file
+  $ complete_line 'svcmgrctl --device f' f
+  compopt -o filenames
+  folder
+  $ complete_line 'svcmgr-emulator run -- svcmgr-em' svcmgr-em
+  compopt -o filenames
+  svcmgr-emulator
+  $ complete_line 'svcmgr-emulator run -- cat f' f | sort
+  compopt -o filenames
+  file
+  folder
 
 What is wrong, and what to do:
 
   $ svcmgrctl
-  svcmgrctl: no command; choose one of connect, client-level, agent-level, license, update, is-updating, watch, models
+  svcmgrctl: no command; choose one of help, connect, client-level, agent-level, license, update, is-updating, watch, models
   Run "svcmgrctl --help" for more.
   [2]
   $ svcmgrctl model list
@@ -140,50 +168,65 @@ What is wrong, and what to do:
   Run "svcmgrctl --help" for more.
   [2]
   $ svcmgrctl agent-level --jsn=1
-  svcmgrctl agent-level: unknown option "--jsn"; did you mean "--json"?
+  svcmgrctl: unknown option "--jsn"; did you mean "--json"?
   Run "svcmgrctl agent-level --help" for more.
   [2]
   $ svcmgrctl agent-level --timeout soon
-  svcmgrctl agent-level: --timeout: "soon" is no number of seconds from 0 to 1000000
+  svcmgrctl: --timeout: "soon" is no number of seconds from 0 to 1000000
   Run "svcmgrctl agent-level --help" for more.
   [2]
   $ svcmgrctl update nosuch
-  svcmgrctl: update: NO_AGENT (-2): no agent "nosuch" is installed on *; installed: com.korvane.device.language, com.korvane.device.speech, com.korvane.device.vision (glob)
+  svcmgrctl: NO_AGENT (-2): no agent "nosuch" is installed on *; installed: com.korvane.device.language, com.korvane.device.speech, com.korvane.device.vision (glob)
   [1]
   $ svcmgrctl models update vision.detct
   vision.detct (1/1): started
   vision.detct (1/1): failed
-  svcmgrctl: models update: SVCMGR_ERROR_INVALID_OPERATION (-38): the service manager knows no model "vision.detct"; did you mean "vision.detect"?
+  svcmgrctl: SVCMGR_ERROR_INVALID_OPERATION (-38): the service manager knows no model "vision.detct"; did you mean "vision.detect"?
   [1]
   $ svcmgrctl models update vision.detect@9
   vision.detect@9 (1/1): started
   vision.detect@9 (1/1): failed
-  svcmgrctl: models update: SVCMGR_ERROR_INVALID_OPERATION (-38): vision.detect has no version "9"; there are 1.0.0, 1.1.0, 2.0.0
+  svcmgrctl: SVCMGR_ERROR_INVALID_OPERATION (-38): vision.detect has no version "9"; there are 1.0.0, 1.1.0, 2.0.0
   [1]
   $ svcmgrctl models versions $'\377\033'
-  svcmgrctl: models versions: SVCMGR_ERROR_INVALID_OPERATION (-38): the service manager knows no model "\xef\xbf\xbd\xef\xbf\xbd"; "svcmgrctl models list" shows those that can be used (esc)
+  svcmgrctl: SVCMGR_ERROR_INVALID_OPERATION (-38): the service manager knows no model "\xef\xbf\xbd\xef\xbf\xbd"; "svcmgrctl models list" shows those that can be used (esc)
   [1]
   $ svcmgrctl models versions $'\377\033' --json
   {"ok":false,"command":"models versions","error":{"name":"SVCMGR_ERROR_INVALID_OPERATION","code":-38,"meaning":"the service manager knows no model \"\ufffd\u001b\"; \"svcmgrctl models list\" shows those that can be used"}}
   [1]
   $ svcmgrctl agent-level --app com.example.viewr
-  svcmgrctl: agent-level: NO_APPLICATION (-2): no application "com.example.viewr" is installed on *; did you mean "com.example.viewer"? (glob)
+  svcmgrctl: NO_APPLICATION (-2): no application "com.example.viewr" is installed on *; did you mean "com.example.viewer"? (glob)
   [1]
   $ svcmgrctl agent-level --device none
-  svcmgrctl: agent-level: NO_DEVICE (-2): none is no device directory; "svcmgr-emulator --device none --init" makes a sample one
+  svcmgrctl: NO_DEVICE (-2): none is no device directory; "svcmgr-emulator --device none --init" makes a sample one
   [1]
   $ ctl stop
   $ svcmgrctl agent-level
-  svcmgrctl: agent-level: SVCMGR_ERROR_CONNECTION_FAILED (-1): no service manager runs on *; start one with "svcmgr-emulator --device *" (glob)
+  svcmgrctl: SVCMGR_ERROR_CONNECTION_FAILED (-1): no service manager runs on *; start one with "svcmgr-emulator --device *" (glob)
   [1]
   $ env -u KORVANE_APP_ID svcmgrctl agent-level
-  svcmgrctl agent-level: --app ID (or $KORVANE_APP_ID) is required
+  svcmgrctl: --app ID (or $KORVANE_APP_ID) is required; installed applications: com.example.viewer
   Run "svcmgrctl agent-level --help" for more.
   [2]
 
 Shells and scripts:
 
-  $ svcmgrctl --complete --app com.example.viewer mo
-  models
-  $ svcmgrctl --version
+  $ svcmgrctl -V
   svcmgrctl *.*.* (glob)
+  $ svcmgrctl help models update | sed -n '2,5p; /--app/p'
+  Usage: svcmgrctl models update [OPTION...] ID[@VERSION]...
+  
+  Arguments:
+    ID[@VERSION]                    The models, the newest where no version
+    --app ID                        Application to call as (default: $KORVANE_APP_ID)
+  $ svcmgrctl help model
+  svcmgrctl: unknown command "model"; did you mean "models"?
+  Run "svcmgrctl --help" for more.
+  [2]
+  $ for request in --help -V help; do svcmgrctl $request >/dev/full || echo $?; done
+  svcmgrctl: the output could not be written
+  1
+  svcmgrctl: the output could not be written
+  1
+  svcmgrctl: the output could not be written
+  1

@@ -15,16 +15,16 @@ Who ends the wait is told that the update goes on:
   update started
   $ kill -INT "$program"
   $ finish
-  svcmgrctl: update: INTERRUPTED (-4): interrupted; what was asked for goes on in the service manager, and "svcmgrctl watch" tells how it ends
+  svcmgrctl: INTERRUPTED (-4): interrupted; what was asked for goes on in the service manager, and "svcmgrctl watch" tells how it ends
   [130]
 
 It serves all that request an update, but none that name agents:
 
   $ svcmgrctl update --timeout 0.05
-  svcmgrctl: update: TIMEOUT (-110): the time (see --timeout) was up before the service manager had answered; what was asked for goes on in the service manager, and "svcmgrctl watch" tells how it ends
+  svcmgrctl: TIMEOUT (-110): the time (see --timeout) was up before the service manager had answered; what was asked for goes on in the service manager, and "svcmgrctl watch" tells how it ends
   [1]
   $ svcmgrctl update com.korvane.device.speech
-  svcmgrctl: update: SVCMGR_ERROR_UPDATE_IN_PROGRESS (-1073741831): the service manager is already updating
+  svcmgrctl: SVCMGR_ERROR_UPDATE_IN_PROGRESS (-1073741831): the service manager is already updating
   [1]
   $ svcmgr-emulator ctl status | grep events
     "events": 2
@@ -43,7 +43,7 @@ An update of the service manager ends a request, but no update of agents:
   $ until svcmgr-emulator ctl status | grep -q '"requests": 1,'; do :; done
   $ ctl update
   $ finish
-  svcmgrctl: models list: SVCMGR_ERROR_NOT_CONNECTED (-107): the service manager updated itself, and its answer will not come; ask again
+  svcmgrctl: SVCMGR_ERROR_NOT_CONNECTED (-107): the service manager updated itself, and its answer will not come; ask again
   [1]
   $ start svcmgrctl --timeout 0 update
   $ next
@@ -90,7 +90,7 @@ A service manager that cannot come back yet does so as soon as it can:
   $ start svcmgr-emulator ctl restart
   $ until grep -q 'it cannot come back yet' log; do :; done
   $ svcmgr-emulator ctl restart
-  svcmgr-emulator ctl: the service manager is restarting already
+  svcmgr-emulator: the service manager is restarting already
   [1]
   $ chmod go-rwx "$KORVANE_DEVICE/run/rpc"
   $ finish
