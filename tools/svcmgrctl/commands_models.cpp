@@ -22,7 +22,7 @@ struct Field {
 const Field kFields[] = {
     {"id", {"ID", false}, &svcmgr::ModelInfo::id},
     {"version", {"VERSION", false}, &svcmgr::ModelInfo::version},
-    {"title", {"TITLE", false}, &svcmgr::ModelInfo::title},
+    {"title", {"TITLE", true}, &svcmgr::ModelInfo::title},
     {"description", {"DESCRIPTION", true}, &svcmgr::ModelInfo::description},
 };
 

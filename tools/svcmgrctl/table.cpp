@@ -1,55 +1,109 @@
 #include "table.h"
 
-#include <libsmartcols/libsmartcols.h>
+#include <algorithm>
+#include <sstream>
 
-#include <cstdlib>
-#include <memory>
-#include <new>
+#include "terminal.h"
 
 namespace korvane::svcmgrctl {
 
 namespace {
 
-struct TableReleaser {
-  void operator()(libscols_table *table) const { scols_unref_table(table); }
-};
-struct TextReleaser {
-  void operator()(char *text) const { std::free(text); }
-};
+constexpr std::size_t kGap = 2;
+constexpr std::size_t kNarrowest = 10;  ///< a column that would be narrower does not wrap
 
-/** The calls below fail for want of memory only. */
-void check(int result) {
-  if (result != 0) throw std::bad_alloc();
+using Lines = std::vector<std::string>;
+
+Lines wrap(const std::string &text, std::size_t width) {
+  Lines lines(1);
+  std::size_t taken = 0;
+  std::istringstream words(text);
+  for (std::string word; words >> word;) {
+    const std::size_t length = display_width(word);
+    if (taken > 0 && taken + 1 + length > width) {
+      lines.emplace_back();
+      taken = 0;
+    }
+    if (taken > 0) lines.back() += ' ';
+    lines.back() += word;
+    taken += length + (taken > 0 ? 1 : 0);
+  }
+  return lines;
 }
 
-template <typename Made>
-Made *check(Made *made) {
-  if (made == nullptr) throw std::bad_alloc();
-  return made;
+/** One column of the table, its title first. */
+struct Column {
+  std::vector<Lines> cells;
+  std::size_t width = 0;
+
+  void measure() {
+    width = 0;
+    for (const Lines &cell : cells) {
+      for (const std::string &line : cell) width = std::max(width, display_width(line));
+    }
+  }
+
+  void fit(std::size_t room) {
+    if (width <= room || room < kNarrowest) return;
+    for (Lines &cell : cells) cell = wrap(cell.front(), room);
+    measure();
+  }
+};
+
+std::vector<Column> columns_of(const std::vector<TableColumn> &titles,
+                               const std::vector<TableRow> &rows) {
+  std::vector<Column> columns(titles.size());
+  for (std::size_t i = 0; i < columns.size(); ++i) {
+    columns[i].cells.push_back({titles[i].title});
+    for (const TableRow &row : rows) columns[i].cells.push_back({printable_line(row[i])});
+    columns[i].measure();
+  }
+  return columns;
+}
+
+/** Wraps the columns that may do so, each to its share of what the others leave. */
+void fit(std::vector<Column> &columns, const std::vector<TableColumn> &titles, std::size_t width) {
+  std::size_t taken = kGap * (columns.size() - 1);
+  std::size_t wrapping = 0;
+  for (std::size_t i = 0; i < columns.size(); ++i) {
+    if (titles[i].wraps) {
+      ++wrapping;
+    } else {
+      taken += columns[i].width;
+    }
+  }
+  for (std::size_t i = 0; i < columns.size(); ++i) {
+    if (!titles[i].wraps) continue;
+    columns[i].fit((width - std::min(width, taken)) / wrapping);
+    taken += columns[i].width;
+    --wrapping;
+  }
+}
+
+void append_row(std::string &text, const std::vector<Column> &columns, std::size_t row) {
+  std::size_t height = 1;
+  for (const Column &column : columns) height = std::max(height, column.cells[row].size());
+  for (std::size_t i = 0; i < height; ++i) {
+    std::size_t blanks = 0;
+    for (const Column &column : columns) {
+      const Lines &cell = column.cells[row];
+      const std::string &line = i < cell.size() ? cell[i] : std::string();
+      if (!line.empty()) text += std::string(blanks, ' ') + line;
+      blanks = (line.empty() ? blanks : 0) + column.width - display_width(line) + kGap;
+    }
+    text += '\n';
+  }
 }
 
 }  // namespace
 
-std::string format_table(const std::vector<TableColumn> &columns, const std::vector<TableRow> &rows,
+std::string format_table(const std::vector<TableColumn> &titles, const std::vector<TableRow> &rows,
                          std::optional<std::size_t> width) {
-  const std::unique_ptr<libscols_table, TableReleaser> owner(check(scols_new_table()));
-  libscols_table *table = owner.get();
-  check(scols_table_set_column_separator(table, "  "));
-  check(scols_table_set_termforce(table, width ? SCOLS_TERMFORCE_ALWAYS : SCOLS_TERMFORCE_NEVER));
-  check(scols_table_set_termwidth(table, width.value_or(0)));
-  for (const TableColumn &column : columns) {
-    const int flags = column.wraps ? SCOLS_FL_WRAP : 0;
-    check(scols_table_new_column(table, column.title.c_str(), 0, flags));
-  }
-  for (const TableRow &row : rows) {
-    libscols_line *line = check(scols_table_new_line(table, nullptr));
-    for (std::size_t i = 0; i < row.size(); ++i) {
-      check(scols_line_set_data(line, i, row[i].c_str()));
-    }
-  }
-  char *text = nullptr;
-  check(scols_print_table_to_string(table, &text));
-  return std::unique_ptr<char, TextReleaser>(text).get();
+  std::vector<Column> columns = columns_of(titles, rows);
+  if (width) fit(columns, titles, *width);
+  std::string text;
+  for (std::size_t row = 0; row <= rows.size(); ++row) append_row(text, columns, row);
+  return text;
 }
 
 }  // namespace korvane::svcmgrctl

@@ -10,16 +10,16 @@ namespace korvane::svcmgrctl {
 
 struct TableColumn {
   std::string title;
-  bool wraps;  ///< its texts may be spread over several lines
+  bool wraps;  ///< its texts may be spread over several lines, between words
 };
 
 using TableRow = std::vector<std::string>;
 
 /**
  * Lays rows out under their titles, in aligned columns. Where that is wider than width, the columns
- * that may do so wrap; nothing is ever cut.
+ * that may do so wrap; nothing is ever cut. Texts of any origin are printable in it.
  */
-std::string format_table(const std::vector<TableColumn> &columns, const std::vector<TableRow> &rows,
+std::string format_table(const std::vector<TableColumn> &titles, const std::vector<TableRow> &rows,
                          std::optional<std::size_t> width);
 
 }  // namespace korvane::svcmgrctl

@@ -75,6 +75,10 @@ std::string printable(std::string_view text) {
   return encoded(harmless_letters(text, L"\n\t"));
 }
 
+std::string printable_line(std::string_view text) {
+  return encoded(letters_of_line(text));
+}
+
 std::size_t display_width(std::string_view text) {
   return width_of(letters_of_line(text));
 }

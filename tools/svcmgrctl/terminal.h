@@ -20,6 +20,9 @@ bool terminal_can_redraw();
  */
 std::string printable(std::string_view text);
 
+/** The same on one line: line feeds and tabs are replaced, too. */
+std::string printable_line(std::string_view text);
+
 /** Number of columns that a text takes on one line. */
 std::size_t display_width(std::string_view text);
 

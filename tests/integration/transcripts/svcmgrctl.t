@@ -59,6 +59,13 @@ Models:
   {"ok":true,"models":[{"id":"vision.detect","version":"1.0.0","title":"Object detection","description":""},{"id":"vision.segment","version":"1.2.0","title":"Segmentation","description":""}]}
   $ svcmgrctl models list --description | grep -c 'Finds people'
   1
+  $ on_terminal() { script -qec "stty cols 80; $1" /dev/null </dev/null | tr -d '\r'; }
+  $ on_terminal 'svcmgrctl models list --description' | head -n 5
+  ID                  VERSION  TITLE             DESCRIPTION
+  vision.detect       1.0.0    Object detection  Finds people, animals and things
+                                                 in a picture.
+  vision.segment      1.2.0    Segmentation      Separates foreground from
+                                                 background.
   $ svcmgrctl models update vision.detect@2.0.0 --json
   {"event":"progress","model":"vision.detect@2.0.0","result":0,"state":17,"index":0,"count":1,"percentage":0}
   {"event":"progress","model":"vision.detect@2.0.0","result":0,"state":17,"index":0,"count":1,"percentage":25}
