@@ -167,7 +167,9 @@ struct Grammar {
   explicit Grammar(Arguments &arguments) {
     command_line::begin_grammar(app);
     define_device(app, arguments, "$KORVANE_DEVICE");
-    app.add_flag("--init", arguments.init, "Make a sample device in the directory, and end");
+    app.add_flag("--init", arguments.init,
+                 "Make a sample device in the directory, print how a shell\n"
+                 "chooses it, and end");
     define_service(app, arguments);
     app.footer(
         "Prints one line when it is ready, and ends on SIGTERM or SIGINT.\n"
@@ -232,6 +234,20 @@ int run_beside(const Arguments &arguments) {
   return run_command({service, device, arguments.init, arguments.command});
 }
 
+/** A word that a shell takes as it is. */
+std::string shell_word(const std::string &text) {
+  std::string word;
+  for (const char letter : text) word += letter == '\'' ? "'\\''" : std::string(1, letter);
+  return "'" + word + "'";
+}
+
+int init(const Device &device) {
+  create_sample_device(device);
+  std::cout << "export KORVANE_DEVICE=" << shell_word(device.directory()) << '\n'
+            << "export KORVANE_APP_ID=" << shell_word(kSampleApplication) << '\n';
+  return EXIT_SUCCESS;
+}
+
 /** What prints an answer and ends. */
 int answer(const Grammar &grammar, const Arguments &arguments) {
   const Words words = grammar.ctl->remaining();
@@ -240,9 +256,7 @@ int answer(const Grammar &grammar, const Arguments &arguments) {
     return EXIT_SUCCESS;
   }
   const Device device = chosen_device(arguments);
-  if (grammar.ctl->parsed()) return control_emulator(device, words);
-  create_sample_device(device);
-  return EXIT_SUCCESS;
+  return grammar.ctl->parsed() ? control_emulator(device, words) : init(device);
 }
 
 int run(int argc, char **argv) {

@@ -61,7 +61,7 @@ What it does not take:
   [1]
   $ sh -c 'ulimit -f 0; svcmgr-emulator --init --device other; exit $?' 2>/dev/null
   [153]
-  $ svcmgr-emulator --init --device other
+  $ svcmgr-emulator --init --device other >/dev/null
   $ ls -A other
   apps
   packages
@@ -72,6 +72,15 @@ What it does not take:
   svcmgr-emulator: cannot lock */other/run/emulator.lock: Is a directory (glob)
   [1]
   $ rmdir other/run/emulator.lock
+
+A shell takes what --init prints:
+
+  $ svcmgr-emulator --init --device "it's new" >lines
+  $ cat lines
+  export KORVANE_DEVICE='*/it'\''s new' (glob)
+  export KORVANE_APP_ID='com.example.viewer'
+  $ (. ./lines && ls "$KORVANE_DEVICE/apps")
+  com.example.viewer
 
 What it cannot print goes nowhere else, and is a failure where it was asked for:
 
