@@ -14,6 +14,7 @@
 #include <stdexcept>
 #include <string>
 #include <system_error>
+#include <utility>
 
 #include "command_line/command_line.h"
 #include "commands.h"
@@ -35,6 +36,7 @@ using korvane::host::UniqueFd;
 
 constexpr char kControlSocket[] = "control";
 constexpr int kFailure = 1;
+constexpr int kLongestTickMs = 60000;
 
 struct Arguments {
   std::string device;
@@ -44,11 +46,25 @@ struct Arguments {
   Words command;
 };
 
-/** Shows the words that the parser leaves to the running emulator, too. */
-struct ControlHelp : command_line::Help {
+const CLI::Validator kMilliseconds(
+    [](std::string &text) -> std::string {
+      int milliseconds = 0;
+      const bool is_number = CLI::detail::lexical_cast(text, milliseconds);
+      if (is_number && milliseconds >= 0 && milliseconds <= kLongestTickMs) return "";
+      return "\"" + text + "\" is no number of milliseconds from 0 to 60000";
+    },
+    "");
+
+/** Shows words that the parser does not know. */
+class HelpWithUsage : public command_line::Help {
+ public:
+  explicit HelpWithUsage(std::string usage) : usage_(std::move(usage)) {}
   std::string make_usage(const CLI::App *, std::string) const override {
-    return "Usage: svcmgr-emulator ctl [--device DIR] COMMAND [ARGUMENT...]\n";
+    return "Usage: " + usage_ + "\n";
   }
+
+ private:
+  const std::string usage_;
 };
 
 /**
@@ -132,21 +148,6 @@ std::optional<std::string> requested_help(const Words &words) {
   return is_request ? command_help(words[0]) : std::nullopt;
 }
 
-int control_emulator(const Device &device, const Words &words) {
-  if (const auto error = usage_error(words)) {
-    std::cerr << "svcmgr-emulator: " << *error
-              << "\nRun \"svcmgr-emulator ctl --help\" for more.\n";
-    return command_line::kUsageStatus;
-  }
-  const Outcome outcome = send_command(device.directory() / "run" / kControlSocket, words);
-  if (outcome.status == Outcome::kOk) {
-    std::cout << outcome.text << (outcome.text.empty() ? "" : "\n");
-  } else {
-    std::cerr << "svcmgr-emulator: " << outcome.text << '\n';
-  }
-  return outcome.status;
-}
-
 void define_device(CLI::App &app, Arguments &arguments, const std::string &otherwise) {
   app.add_option("--device", arguments.device, "Device directory (default: " + otherwise + ")")
       ->type_name("DIR");
@@ -154,10 +155,10 @@ void define_device(CLI::App &app, Arguments &arguments, const std::string &other
 
 void define_service(CLI::App &app, Arguments &arguments) {
   app.add_option("--tick", arguments.tick_ms,
-                 "Milliseconds between two steps of anything that takes time")
+                 "Milliseconds between two steps of anything that takes time,\n0 to 60000")
       ->type_name("MS")
       ->capture_default_str()
-      ->check(CLI::Range(0, 60000));
+      ->check(kMilliseconds);
   app.add_flag("--trace", arguments.trace,
                "Tell every parcel and event on standard error, decoded, one line each");
 }
@@ -181,7 +182,8 @@ struct Grammar {
 
   void define_ctl(Arguments &arguments) {
     ctl = app.add_subcommand("ctl", "Tell the emulator that runs on a device what to do");
-    ctl->formatter(std::make_shared<ControlHelp>());
+    ctl->formatter(std::make_shared<HelpWithUsage>(
+        "svcmgr-emulator ctl [--device DIR] COMMAND [ARGUMENT...]"));
     define_device(*ctl, arguments, "$KORVANE_DEVICE");
     ctl->prefix_command();
     ctl->footer(commands_help() +
@@ -190,17 +192,23 @@ struct Grammar {
 
   void define_run(Arguments &arguments) {
     run = app.add_subcommand("run", "Run a command beside a service manager, which ends with it");
-    define_device(*run, arguments, "a sample device, which goes with the command");
+    run->formatter(
+        std::make_shared<HelpWithUsage>("svcmgr-emulator run [OPTION...] -- COMMAND..."));
+    define_device(*run, arguments, "a sample device of its own");
     run->add_flag("--init", arguments.init, "Make a sample device in the directory first");
     define_service(*run, arguments);
-    run->add_option("COMMAND", arguments.command, "The command and its arguments, after --")
-        ->required();
+    run->add_option("COMMAND", arguments.command, "The command and its arguments")->required();
     run->footer(
         "The command finds the device in $KORVANE_DEVICE and, where the device is a new sample "
         "one,\n"
         "its application in $KORVANE_APP_ID unless that is set. Signals are passed on to it.\n"
         "Exit status: that of the command, 128 and the signal that ended it, 127 no such command,\n"
         "126 it cannot be run, 1 no service manager, 2 bad usage.");
+  }
+
+  /** Whether options of the command of "run" were taken for its own. */
+  bool lacks_separator() const {
+    return run->get_option("COMMAND")->count() > 0 && run->remaining_size() > 0;
   }
 
   CLI::App app{"Stands in for the service manager on a device directory.", "svcmgr-emulator"};
@@ -213,10 +221,26 @@ Device chosen_device(const Arguments &arguments) {
   const char *current = std::getenv("KORVANE_DEVICE");
   const std::string name =
       arguments.device.empty() && current != nullptr ? current : arguments.device;
-  if (name.empty()) throw CLI::RequiredError("--device (or $KORVANE_DEVICE)");
+  if (name.empty()) throw CLI::RequiredError("--device DIR (or $KORVANE_DEVICE)");
   const std::string directory = std::filesystem::absolute(name).string();
   setenv("KORVANE_DEVICE", directory.c_str(), 1);
   return Device(directory);
+}
+
+int control_emulator(const Arguments &arguments, const Words &words) {
+  if (const auto error = usage_error(words)) {
+    std::cerr << "svcmgr-emulator: " << *error
+              << "\nRun \"svcmgr-emulator ctl --help\" for more.\n";
+    return command_line::kUsageStatus;
+  }
+  const Device device = chosen_device(arguments);
+  const Outcome outcome = send_command(device.directory() / "run" / kControlSocket, words);
+  if (outcome.status == Outcome::kOk) {
+    std::cout << outcome.text << (outcome.text.empty() ? "" : "\n");
+  } else {
+    std::cerr << "svcmgr-emulator: " << outcome.text << '\n';
+  }
+  return outcome.status;
 }
 
 int serve_or_tell(const Device &device, const Arguments &arguments) try {
@@ -229,7 +253,7 @@ int serve_or_tell(const Device &device, const Arguments &arguments) try {
 int run_beside(const Arguments &arguments) {
   std::optional<Device> device;
   if (!arguments.device.empty()) device = chosen_device(arguments);
-  if (arguments.init && !device) throw CLI::RequiredError("--device, with --init,");
+  if (arguments.init && !device) throw CLI::RequiredError("--device DIR, with --init,");
   const auto service = [&](const Device &on) { return serve_or_tell(on, arguments); };
   return run_command({service, device, arguments.init, arguments.command});
 }
@@ -255,8 +279,8 @@ int answer(const Grammar &grammar, const Arguments &arguments) {
     std::cout << *help;
     return EXIT_SUCCESS;
   }
-  const Device device = chosen_device(arguments);
-  return grammar.ctl->parsed() ? control_emulator(device, words) : init(device);
+  return grammar.ctl->parsed() ? control_emulator(arguments, words)
+                               : init(chosen_device(arguments));
 }
 
 int run(int argc, char **argv) {
@@ -274,7 +298,11 @@ int run(int argc, char **argv) {
     if (serves) return serve(chosen_device(arguments), arguments);
     return command_line::end_output(grammar.app, answer(grammar, arguments));
   } catch (const CLI::ParseError &error) {
-    return command_line::end_output(grammar.app, command_line::report(grammar.app, error));
+    const int status = command_line::report(grammar.app, error);
+    if (grammar.lacks_separator()) {
+      std::cerr << "A command that has options follows \"--\": svcmgr-emulator run -- COMMAND...\n";
+    }
+    return command_line::end_output(grammar.app, status);
   }
 }
 

@@ -18,8 +18,21 @@ What it does not take:
   svcmgr-emulator: */none is no device directory; --init makes a sample one (glob)
   [1]
   $ svcmgr-emulator --tick never
-  svcmgr-emulator: --tick: Value never not in range 0 to 60000
+  svcmgr-emulator: --tick: "never" is no number of milliseconds from 0 to 60000
   Run "svcmgr-emulator --help" for more.
+  [2]
+  $ env -u KORVANE_DEVICE svcmgr-emulator ctl restart
+  svcmgr-emulator: --device DIR (or $KORVANE_DEVICE) is required
+  Run "svcmgr-emulator ctl --help" for more.
+  [2]
+  $ env -u KORVANE_DEVICE svcmgr-emulator ctl restrat --help
+  svcmgr-emulator: unknown word "restrat"; did you mean "restart"?
+  Run "svcmgr-emulator ctl --help" for more.
+  [2]
+  $ svcmgr-emulator run bash -c 'exit 3'
+  svcmgr-emulator: unknown option "-c"
+  Run "svcmgr-emulator run --help" for more.
+  A command that has options follows "--": svcmgr-emulator run -- COMMAND...
   [2]
   $ ctl --device none status
   svcmgr-emulator: no emulator runs on */none; start one with "svcmgr-emulator --device */none" (glob)
@@ -153,6 +166,13 @@ A command that runs beside a service manager of its own:
 
 Help, for people and for shells:
 
+  $ svcmgr-emulator -V
+  svcmgr-emulator *.*.* (glob)
+  $ svcmgr-emulator help run | sed -n 2p
+  Usage: svcmgr-emulator run [OPTION...] -- COMMAND...
+  $ svcmgr-emulator help ctl stop
+    stop
+          end; done when it has ended
   $ ctl reply --help | head -n 2
     reply METHOD CODE|default
           answer every request of a method with this code, or result number
