@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -45,6 +46,8 @@ class ServiceState {
   std::int32_t agent_api_level() const { return contents_.agent_api_level; }
   const std::string &license() const { return contents_.license; }
   void set_license(const std::string &text);
+  /** Takes back what set_license() has changed. */
+  void reset_license();
 
   /** Those of the names that are agents; without names, every agent. */
   std::vector<std::string> agents(const std::vector<std::string> *names = nullptr) const;
@@ -71,6 +74,7 @@ class ServiceState {
 
   host::Device device_;
   Contents contents_;
+  std::optional<std::string> first_license_;             ///< before set_license() was called
   std::unordered_map<std::string, std::size_t> places_;  ///< of models, by their IDs
 };
 

@@ -164,6 +164,19 @@ A command that runs beside a service manager of its own:
   $ until [ -z "$(ls temporary)" ]; do :; done
   $ ls temporary
 
+What it was made to do is taken back at once:
+
+  $ svcmgr-emulator run -- bash <<'END'
+  > svcmgrctl license >first
+  > svcmgr-emulator ctl license one
+  > svcmgr-emulator ctl license two
+  > svcmgr-emulator ctl reply get_agent_api_level 5
+  > svcmgr-emulator ctl reset
+  > svcmgrctl license | cmp - first
+  > svcmgrctl agent-level
+  > END
+  13
+
 Help, for people and for shells:
 
   $ svcmgr-emulator -V
