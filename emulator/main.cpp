@@ -160,7 +160,7 @@ void define_service(CLI::App &app, Arguments &arguments) {
       ->capture_default_str()
       ->check(kMilliseconds);
   app.add_flag("--trace", arguments.trace,
-               "Tell every parcel and event on standard error, decoded, one line each");
+               "Write every parcel and event to standard error, decoded, one a line");
 }
 
 /** The command line's grammar: fills the arguments while it is parsed. */
@@ -174,14 +174,14 @@ struct Grammar {
     define_service(app, arguments);
     app.footer(
         "Prints one line when it is ready, and ends on SIGTERM or SIGINT.\n"
-        "\"svcmgr-emulator ctl --help\" lists what a running one can be told.\n"
-        "Exit status: 0 ended when it was told to, 1 failed, 2 bad usage.");
+        "\"svcmgr-emulator ctl --help\" lists the commands for a running one.\n"
+        "Exit status: 0 ended on request, 1 failed, 2 bad usage.");
     define_ctl(arguments);
     define_run(arguments);
   }
 
   void define_ctl(Arguments &arguments) {
-    ctl = app.add_subcommand("ctl", "Tell the emulator that runs on a device what to do");
+    ctl = app.add_subcommand("ctl", "Control the emulator that runs on a device");
     ctl->formatter(std::make_shared<HelpWithUsage>(
         "svcmgr-emulator ctl [--device DIR] COMMAND [ARGUMENT...]"));
     define_device(*ctl, arguments, "$KORVANE_DEVICE");
