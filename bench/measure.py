@@ -107,7 +107,7 @@ def emulator(build, folder, models=None):
     environment = {"KORVANE_DEVICE": str(device), "KORVANE_APP_ID": "com.example.viewer"}
     environment["KORVANE_LOG"] = "none"
     os.environ.update(environment)
-    subprocess.run([build.emulator, "--init"], check=True)
+    subprocess.run([build.emulator, "--init"], check=True, stdout=subprocess.DEVNULL)
     if models is not None:
         state_file = device / "service" / "state.json"
         state = json.loads(state_file.read_text())

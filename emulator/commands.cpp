@@ -4,7 +4,6 @@
 #include <cctype>
 #include <functional>
 #include <limits>
-#include <sstream>
 #include <stdexcept>
 #include <utility>
 
@@ -21,9 +20,15 @@ struct UsageError : std::invalid_argument {
 
 using Run = std::function<void(Service &, const Words &, const Respond &)>;
 
+struct Argument {
+  std::string shown;     ///< as the help shows it, in brackets when it may be left out
+  Words choices = {};    ///< what it can be; empty when that is no list of words
+  bool is_open = false;  ///< whether other words can be right, too
+};
+
 struct Command {
-  const char *name;
-  const char *arguments;
+  std::string name;
+  std::vector<Argument> arguments;
   const char *help;
   std::size_t least;  ///< number of arguments
   std::size_t most;
@@ -71,39 +76,38 @@ int parse_count(const std::string &text) {
   return count;
 }
 
+void check_choice(const std::string &word, const Words &choices) {
+  if (std::find(choices.begin(), choices.end(), word) != choices.end()) return;
+  throw UsageError(
+      "unknown word \"" + word + "\"" +
+      command_line::suggestion(word, choices, "; choose one of " + command_line::listed(choices)));
+}
+
+template <typename Row>
+Words names_of(const std::vector<Row> &rows) {
+  Words names;
+  for (const Row &row : rows) names.emplace_back(row.name);
+  return names;
+}
+
 /** The row of a table that has this name. */
 template <typename Row>
-const Row &parse_choice(const std::vector<Row> &rows, const std::string &name) {
-  Words choices;
-  for (const Row &row : rows) {
-    if (row.name == name) return row;
-    choices.emplace_back(row.name);
-  }
-  throw UsageError(
-      "unknown word \"" + name + "\"" +
-      command_line::suggestion(name, choices, "; choose one of " + command_line::listed(choices)));
+const Row &row_of(const std::vector<Row> &rows, const std::string &name) {
+  check_choice(name, names_of(rows));
+  return *std::find_if(rows.begin(), rows.end(), [&](const Row &row) { return row.name == name; });
 }
 
-struct Switch {
-  std::string name;
-  bool on;
-};
-
-struct PortName {
-  std::string name;
-  host::Port port;
-};
-
-struct Announcement {
-  std::string name;
-};
-
-bool parse_switch(const std::string &text) {
-  return parse_choice<Switch>({{"on", true}, {"off", false}}, text).on;
+Argument one_of(const Words &choices) {
+  std::string shown;
+  for (const std::string &choice : choices) shown += (shown.empty() ? "" : "|") + choice;
+  return {shown, choices};
 }
 
-const MethodInfo &parse_method(const std::string &name) {
-  return parse_choice(methods(), name);
+/** The name of a method, or one of these words. */
+Argument method_or(const std::string &shown, const Words &others = {}) {
+  Words choices = names_of(methods());
+  choices.insert(choices.end(), others.begin(), others.end());
+  return {shown, choices};
 }
 
 host::EventBundle::Bytes parse_hex(const std::string &text) {
@@ -145,21 +149,19 @@ EventPayload::value_type parse_entry(const std::string &text) {
   const std::size_t colon = text.find(':', std::min(equals, text.size()));
   if (colon == std::string::npos) throw UsageError("\"" + text + "\" is no KEY=TYPE:VALUE");
   const std::string type = text.substr(equals + 1, colon - equals - 1);
-  return {text.substr(0, equals), parse_choice(types, type).parse(text.substr(colon + 1))};
+  return {text.substr(0, equals), row_of(types, type).parse(text.substr(colon + 1))};
 }
 
 void publish_event(Service &service, const Words &words) {
-  const std::vector<Announcement> events = {{kUpdateStatus}, {kModelStatus}, {kAgentStatus}};
-  const std::string &status = parse_choice(events, words[0]).name;
   EventPayload payload;
   for (auto word = words.begin() + 1; word != words.end(); ++word) {
     payload.push_back(parse_entry(*word));
   }
-  service.events().publish(status, payload);
+  service.events().publish(words[0], payload);
 }
 
 void set_reply(Service &service, const Words &words) {
-  const MethodInfo &info = parse_method(words[0]);
+  const MethodInfo &info = row_of(methods(), words[0]);
   if (info.method == Method::kGetLicense) {
     throw UsageError("get_license answers with a text: use license TEXT");
   }
@@ -175,7 +177,7 @@ void set_crash(Service &service, const Words &words) {
   if (words.empty()) {
     faults.crash_at_any = true;
   } else {
-    faults.crash_at.insert(parse_method(words[0]).method);
+    faults.crash_at.insert(row_of(methods(), words[0]).method);
   }
 }
 
@@ -183,15 +185,13 @@ void set_silence(Service &service, const Words &words) {
   if (words[0] == "off") {
     service.faults().silent.clear();
   } else {
-    service.faults().silent.insert(parse_method(words[0]).method);
+    service.faults().silent.insert(row_of(methods(), words[0]).method);
   }
 }
 
 void send_garbage(Service &service, const Words &words) {
-  const std::vector<PortName> ports = {{"main", host::Port::kMain},
-                                       {"callback", host::Port::kCallback}};
-  service.port().send_garbage(parse_choice(ports, words[0]).port,
-                              parse_choice(garbage_kinds(), words[1]).bytes);
+  const host::Port port = words[0] == "main" ? host::Port::kMain : host::Port::kCallback;
+  service.port().send_garbage(port, row_of(garbage_kinds(), words[1]).bytes);
 }
 
 /** Tells, once the service manager is back, what was wrong then, if anything. */
@@ -226,59 +226,69 @@ Run once(std::optional<std::int32_t> Faults::*code) {
   });
 }
 
+Command define(const char *name, std::vector<Argument> arguments, const char *help,
+               std::size_t least, std::size_t most, Run run) {
+  return {name, std::move(arguments), help, least, most, std::move(run)};
+}
+
 std::vector<Command> make_commands() {
   return {
-      {"status", "", "what it is doing, as JSON", 0, 0,
-       at_once([](Service &service, const Words &) { return to_text(service.status(), 2); })},
-      {"stop", "", "end; done when it has ended", 0, 0, stop},
-      {"update", "[--count N]",
-       "update itself: announce \"Update\", drop all connections, come back, announce \"Launch\"",
-       0, 2, update_itself},
-      {"restart", "", "drop all connections without a word, come back, announce \"Launch\"", 0, 0,
-       restart},
-      {"announce", "Update|Launch", "publish this agent status, and nothing else", 1, 1,
-       silently([](Service &service, const Words &words) {
-         const std::vector<Announcement> keys = {{"Update"}, {"Launch"}};
-         service.announce(parse_choice(keys, words[0]).name);
-       })},
-      {"event", "STATUS [KEY=TYPE:VALUE...]",
-       "publish any event; STATUS is update_status, model_status or agent_status, TYPE is str, "
-       "array (comma-separated), int32 or bytes (hexadecimal)",
-       1, kAnyNumber, silently(publish_event)},
-      {"drop", "", "drop all connections", 0, 0,
-       silently([](Service &service, const Words &) { service.port().drop_connections(); })},
-      {"reject", "on|off", "refuse new connections", 1, 1,
-       silently([](Service &service, const Words &words) {
-         service.faults().reject = parse_switch(words[0]);
-       })},
-      {"license", "TEXT", "change the licence text", 1, 1,
-       silently(
-           [](Service &service, const Words &words) { service.state().set_license(words[0]); })},
-      {"reply", "METHOD CODE|default",
-       "answer every request of a method with this code, or result number", 2, 2,
-       silently(set_reply)},
-      {"silent", "METHOD|off", "never answer a method; off: answer every one again", 1, 1,
-       silently(set_silence)},
-      {"crash-before-reply", "[METHOD]", "crash at the next request, of this method if given", 0, 1,
-       silently(set_crash)},
-      {"stray", "COUNT", "send parcels that are no result before the next synchronous reply", 1, 1,
-       silently([](Service &service, const Words &words) {
-         service.faults().stray_parcels = parse_count(words[0]);
-       })},
-      {"garbage", "main|callback half-frame|oversized|rubbish|empty",
-       "send bytes that are no parcel on this port of every connection", 2, 2,
-       silently(send_garbage)},
-      {"delegate-fault", "wrong-seq|wrong-id|twice|truncated|huge-count",
-       "spoil the next asynchronous answer", 1, 1,
-       silently([](Service &service, const Words &words) {
-         service.faults().delegate_fault = &parse_choice(delegate_faults(), words[0]);
-       })},
-      {"fail-update", "CODE", "the next update of agents fails with this code", 1, 1,
-       once(&Faults::update_failure)},
-      {"own", "CODE", "the next update of agents tells its requester this result", 1, 1,
-       once(&Faults::own_result)},
-      {"fail-models", "CODE", "the next update or uninstallation of models fails with this number",
-       1, 1, once(&Faults::model_failure)},
+      define("status", {}, "what it is doing, as JSON", 0, 0,
+             at_once([](Service &service, const Words &) { return to_text(service.status(), 2); })),
+      define("stop", {}, "end; done when it has ended", 0, 0, stop),
+      define("update", {{"[--count", {"--count"}}, {"N]"}},
+             "update itself: announce \"Update\", drop all connections, come back, announce "
+             "\"Launch\"",
+             0, 2, update_itself),
+      define("restart", {},
+             "drop all connections without an announcement, come back, announce \"Launch\"", 0, 0,
+             restart),
+      define("announce", {one_of({"Update", "Launch"})},
+             "publish this agent status, and nothing else", 1, 1,
+             silently([](Service &service, const Words &words) { service.announce(words[0]); })),
+      define(
+          "event", {one_of({kUpdateStatus, kModelStatus, kAgentStatus}), {"[KEY=TYPE:VALUE...]"}},
+          "publish any event; TYPE is str, array (comma-separated), int32 or bytes (hexadecimal)",
+          1, kAnyNumber, silently(publish_event)),
+      define("reset", {}, "take back every fault and the change of the licence text", 0, 0,
+             silently([](Service &service, const Words &) { service.reset(); })),
+      define("drop", {}, "drop all connections", 0, 0,
+             silently([](Service &service, const Words &) { service.port().drop_connections(); })),
+      define("reject", {one_of({"on", "off"})}, "refuse new connections", 1, 1,
+             silently([](Service &service, const Words &words) {
+               service.faults().reject = words[0] == "on";
+             })),
+      define("license", {{"TEXT"}}, "change the licence text", 1, 1,
+             silently([](Service &service, const Words &words) {
+               service.state().set_license(words[0]);
+             })),
+      define("reply", {method_or("METHOD"), {"CODE|default", {"default"}, true}},
+             "answer every request of a method with this code, or result number", 2, 2,
+             silently(set_reply)),
+      define("silent", {method_or("METHOD|off", {"off"})},
+             "never answer a method; off: answer every one again", 1, 1, silently(set_silence)),
+      define("crash-before-reply", {method_or("[METHOD]")},
+             "crash at the next request, of this method if given", 0, 1, silently(set_crash)),
+      define("stray", {{"COUNT"}},
+             "send parcels that are no result before the next synchronous reply", 1, 1,
+             silently([](Service &service, const Words &words) {
+               service.faults().stray_parcels = parse_count(words[0]);
+             })),
+      define("garbage", {one_of({"main", "callback"}), one_of(names_of(garbage_kinds()))},
+             "send bytes that are no parcel on this port of every connection", 2, 2,
+             silently(send_garbage)),
+      define("delegate-fault", {one_of(names_of(delegate_faults()))},
+             "spoil the next asynchronous answer", 1, 1,
+             silently([](Service &service, const Words &words) {
+               service.faults().delegate_fault = &row_of(delegate_faults(), words[0]);
+             })),
+      define("fail-update", {{"CODE"}}, "the next update of agents fails with this code", 1, 1,
+             once(&Faults::update_failure)),
+      define("own", {{"CODE"}}, "the next update of agents reports this result to its requester", 1,
+             1, once(&Faults::own_result)),
+      define("fail-models", {{"CODE"}},
+             "the next update or uninstallation of models fails with this number", 1, 1,
+             once(&Faults::model_failure)),
   };
 }
 
@@ -288,39 +298,13 @@ const std::vector<Command> &commands() {
 }
 
 std::string synopsis(const Command &command) {
-  return std::string(command.name) + (*command.arguments == '\0' ? "" : " ") + command.arguments;
+  std::string text = command.name;
+  for (const Argument &argument : command.arguments) text += " " + argument.shown;
+  return text;
 }
 
 std::string help(const Command &command) {
   return "  " + synopsis(command) + "\n        " + command.help + "\n";
-}
-
-Words method_names() {
-  Words names;
-  for (const MethodInfo &info : methods()) names.emplace_back(info.name);
-  return names;
-}
-
-/** What an argument can be, as far as its place in the synopsis tells. */
-Words choices_of_argument(const Command &command, std::size_t index) {
-  std::istringstream synopsis(command.arguments);
-  std::string argument;
-  for (std::size_t i = 0; i <= index; ++i) {
-    if (!(synopsis >> argument)) return {};
-  }
-  std::replace_if(
-      argument.begin(), argument.end(),
-      [](char letter) { return letter == '[' || letter == ']' || letter == '|'; }, ' ');
-  Words choices;
-  std::istringstream alternatives(argument);
-  for (std::string word; alternatives >> word;) {
-    if (word == "METHOD") {
-      choices = method_names();
-    } else if (std::isupper(static_cast<unsigned char>(word.back())) == 0) {
-      choices.push_back(word);
-    }
-  }
-  return choices;
 }
 
 /** Throws UsageError. */
@@ -328,10 +312,16 @@ const Command &parse_command(const Words &words) {
   if (words.empty()) {
     throw UsageError("no command; choose one of " + command_line::listed(next_words({})));
   }
-  const Command &command = parse_choice(commands(), words[0]);
+  const Command &command = row_of(commands(), words[0]);
   const std::size_t count = words.size() - 1;
   if (count < command.least || count > command.most) {
     throw UsageError("use " + synopsis(command));
+  }
+  for (std::size_t i = 0; i < std::min(count, command.arguments.size()); ++i) {
+    const Argument &argument = command.arguments[i];
+    if (!argument.choices.empty() && !argument.is_open) {
+      check_choice(words[i + 1], argument.choices);
+    }
   }
   return command;
 }
@@ -342,7 +332,7 @@ std::string commands_help() {
   std::string text = "Commands:\n";
   for (const Command &command : commands()) text += help(command);
   text += "\nMethods:\n ";
-  for (const std::string &name : method_names()) text += " " + name;
+  for (const std::string &name : names_of(methods())) text += " " + name;
   return text + "\n";
 }
 
@@ -354,15 +344,13 @@ std::optional<std::string> command_help(const std::string &name) {
 }
 
 Words next_words(const Words &words) {
-  Words next;
+  if (words.empty()) return names_of(commands());
   for (const Command &command : commands()) {
-    if (words.empty()) {
-      next.emplace_back(command.name);
-    } else if (words[0] == command.name) {
-      next = choices_of_argument(command, words.size() - 1);
-    }
+    if (words[0] != command.name) continue;
+    const std::size_t index = words.size() - 1;
+    return index < command.arguments.size() ? command.arguments[index].choices : Words();
   }
-  return next;
+  return {};
 }
 
 std::optional<std::string> usage_error(const Words &words) {

@@ -48,7 +48,7 @@ bool write_all(int descriptor, const std::string &text) {
 }  // namespace
 
 std::string to_text(const Json &document, int indent) {
-  return document.dump(indent, ' ', false, Json::error_handler_t::replace);
+  return document.dump(indent, ' ', true, Json::error_handler_t::replace);
 }
 
 Json parse_json(const std::string &text) {
@@ -80,7 +80,7 @@ Json read_json(const fs::path &file) {
 }
 
 void write_json(const fs::path &file, const Json &document) {
-  const std::string text = to_text(document, 2) + "\n";
+  const std::string text = document.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
   fs::path fresh;
   const host::UniqueFd descriptor = create_beside(file, fresh);
   if (write_all(descriptor.get(), text) && rename(fresh.c_str(), file.c_str()) == 0) return;

@@ -11,7 +11,10 @@ namespace korvane::emulator {
 /** Keeps the order of keys, so that files stay as people wrote them. */
 using Json = nlohmann::ordered_json;
 
-/** One line, or indented; texts that are no UTF-8 are made so. */
+/**
+ * One line, or indented. ASCII alone, so that no text of a client can drive a terminal; what is not
+ * UTF-8 is replaced.
+ */
 std::string to_text(const Json &document, int indent = -1);
 
 /** Throws std::runtime_error, also when the document is nested too deeply to be handled. */

@@ -2,8 +2,10 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <iostream>
@@ -11,6 +13,8 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <system_error>
+#include <utility>
 
 #include "command_line/command_line.h"
 #include "commands.h"
@@ -32,6 +36,7 @@ using korvane::host::UniqueFd;
 
 constexpr char kControlSocket[] = "control";
 constexpr int kFailure = 1;
+constexpr int kLongestTickMs = 60000;
 
 struct Arguments {
   std::string device;
@@ -41,22 +46,48 @@ struct Arguments {
   Words command;
 };
 
-/** Shows the words that the parser leaves to the running emulator, too. */
-struct ControlHelp : command_line::Help {
+const CLI::Validator kMilliseconds(
+    [](std::string &text) -> std::string {
+      int milliseconds = 0;
+      const bool is_number = CLI::detail::lexical_cast(text, milliseconds);
+      if (is_number && milliseconds >= 0 && milliseconds <= kLongestTickMs) return "";
+      return "\"" + text + "\" is no number of milliseconds from 0 to 60000";
+    },
+    "");
+
+/** Shows words that the parser does not know. */
+class HelpWithUsage : public command_line::Help {
+ public:
+  explicit HelpWithUsage(std::string usage) : usage_(std::move(usage)) {}
   std::string make_usage(const CLI::App *, std::string) const override {
-    return "Usage: svcmgr-emulator ctl [--device DIR] COMMAND [ARGUMENT...]\n";
+    return "Usage: " + usage_ + "\n";
   }
+
+ private:
+  const std::string usage_;
 };
+
+/**
+ * Gives a standard stream that is closed a file that fails as such a stream does. What is opened
+ * later would take its number, and receive what is printed.
+ */
+void occupy_standard_streams() {
+  for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    const int mode = stream == STDIN_FILENO ? O_WRONLY : O_RDONLY;
+    if (fcntl(stream, F_GETFD) < 0) open("/dev/null", mode);
+  }
+}
 
 /** One emulator per device: held while it runs. */
 UniqueFd lock_device(const Device &device) {
-  const auto file = device.run_directory() / "emulator.lock";
+  const std::string file = device.run_directory() / "emulator.lock";
   UniqueFd lock(open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
-  if (!lock || flock(lock.get(), LOCK_EX | LOCK_NB) != 0) {
+  if (lock && flock(lock.get(), LOCK_EX | LOCK_NB) == 0) return lock;
+  if (lock && errno == EWOULDBLOCK) {
     throw std::runtime_error("another emulator runs on " + device.directory().string() +
                              "; \"svcmgr-emulator ctl stop\" ends it");
   }
-  return lock;
+  throw std::system_error(errno, std::generic_category(), "cannot lock " + file);
 }
 
 void quit_on_signals() {
@@ -117,21 +148,6 @@ std::optional<std::string> requested_help(const Words &words) {
   return is_request ? command_help(words[0]) : std::nullopt;
 }
 
-int control_emulator(const Device &device, const Words &words) {
-  if (const auto error = usage_error(words)) {
-    std::cerr << "svcmgr-emulator ctl: " << *error
-              << "\nRun \"svcmgr-emulator ctl --help\" for more.\n";
-    return command_line::kUsageStatus;
-  }
-  const Outcome outcome = send_command(device.directory() / "run" / kControlSocket, words);
-  if (outcome.status == Outcome::kOk) {
-    std::cout << outcome.text << (outcome.text.empty() ? "" : "\n");
-  } else {
-    std::cerr << "svcmgr-emulator ctl: " << outcome.text << '\n';
-  }
-  return outcome.status;
-}
-
 void define_device(CLI::App &app, Arguments &arguments, const std::string &otherwise) {
   app.add_option("--device", arguments.device, "Device directory (default: " + otherwise + ")")
       ->type_name("DIR");
@@ -139,12 +155,12 @@ void define_device(CLI::App &app, Arguments &arguments, const std::string &other
 
 void define_service(CLI::App &app, Arguments &arguments) {
   app.add_option("--tick", arguments.tick_ms,
-                 "Milliseconds between two steps of anything that takes time")
+                 "Milliseconds between two steps of anything that takes time,\n0 to 60000")
       ->type_name("MS")
       ->capture_default_str()
-      ->check(CLI::Range(0, 60000));
+      ->check(kMilliseconds);
   app.add_flag("--trace", arguments.trace,
-               "Tell every parcel and event on standard error, decoded, one line each");
+               "Write every parcel and event to standard error, decoded, one a line");
 }
 
 /** The command line's grammar: fills the arguments while it is parsed. */
@@ -152,19 +168,22 @@ struct Grammar {
   explicit Grammar(Arguments &arguments) {
     command_line::begin_grammar(app);
     define_device(app, arguments, "$KORVANE_DEVICE");
-    app.add_flag("--init", arguments.init, "Make a sample device in the directory, and end");
+    app.add_flag("--init", arguments.init,
+                 "Make a sample device in the directory, print how a shell\n"
+                 "chooses it, and end");
     define_service(app, arguments);
     app.footer(
         "Prints one line when it is ready, and ends on SIGTERM or SIGINT.\n"
-        "\"svcmgr-emulator ctl --help\" lists what a running one can be told.\n"
-        "Exit status: 0 ended when it was told to, 1 failed, 2 bad usage.");
+        "\"svcmgr-emulator ctl --help\" lists the commands for a running one.\n"
+        "Exit status: 0 ended on request, 1 failed, 2 bad usage.");
     define_ctl(arguments);
     define_run(arguments);
   }
 
   void define_ctl(Arguments &arguments) {
-    ctl = app.add_subcommand("ctl", "Tell the emulator that runs on a device what to do");
-    ctl->formatter(std::make_shared<ControlHelp>());
+    ctl = app.add_subcommand("ctl", "Control the emulator that runs on a device");
+    ctl->formatter(std::make_shared<HelpWithUsage>(
+        "svcmgr-emulator ctl [--device DIR] COMMAND [ARGUMENT...]"));
     define_device(*ctl, arguments, "$KORVANE_DEVICE");
     ctl->prefix_command();
     ctl->footer(commands_help() +
@@ -173,17 +192,23 @@ struct Grammar {
 
   void define_run(Arguments &arguments) {
     run = app.add_subcommand("run", "Run a command beside a service manager, which ends with it");
-    define_device(*run, arguments, "a sample device, which goes with the command");
+    run->formatter(
+        std::make_shared<HelpWithUsage>("svcmgr-emulator run [OPTION...] -- COMMAND..."));
+    define_device(*run, arguments, "a sample device of its own");
     run->add_flag("--init", arguments.init, "Make a sample device in the directory first");
     define_service(*run, arguments);
-    run->add_option("COMMAND", arguments.command, "The command and its arguments, after --")
-        ->required();
+    run->add_option("COMMAND", arguments.command, "The command and its arguments")->required();
     run->footer(
         "The command finds the device in $KORVANE_DEVICE and, where the device is a new sample "
         "one,\n"
         "its application in $KORVANE_APP_ID unless that is set. Signals are passed on to it.\n"
         "Exit status: that of the command, 128 and the signal that ended it, 127 no such command,\n"
         "126 it cannot be run, 1 no service manager, 2 bad usage.");
+  }
+
+  /** Whether options of the command of "run" were taken for its own. */
+  bool lacks_separator() const {
+    return run->get_option("COMMAND")->count() > 0 && run->remaining_size() > 0;
   }
 
   CLI::App app{"Stands in for the service manager on a device directory.", "svcmgr-emulator"};
@@ -196,10 +221,26 @@ Device chosen_device(const Arguments &arguments) {
   const char *current = std::getenv("KORVANE_DEVICE");
   const std::string name =
       arguments.device.empty() && current != nullptr ? current : arguments.device;
-  if (name.empty()) throw CLI::RequiredError("--device (or $KORVANE_DEVICE)");
+  if (name.empty()) throw CLI::RequiredError("--device DIR (or $KORVANE_DEVICE)");
   const std::string directory = std::filesystem::absolute(name).string();
   setenv("KORVANE_DEVICE", directory.c_str(), 1);
   return Device(directory);
+}
+
+int control_emulator(const Arguments &arguments, const Words &words) {
+  if (const auto error = usage_error(words)) {
+    std::cerr << "svcmgr-emulator: " << *error
+              << "\nRun \"svcmgr-emulator ctl --help\" for more.\n";
+    return command_line::kUsageStatus;
+  }
+  const Device device = chosen_device(arguments);
+  const Outcome outcome = send_command(device.directory() / "run" / kControlSocket, words);
+  if (outcome.status == Outcome::kOk) {
+    std::cout << outcome.text << (outcome.text.empty() ? "" : "\n");
+  } else {
+    std::cerr << "svcmgr-emulator: " << outcome.text << '\n';
+  }
+  return outcome.status;
 }
 
 int serve_or_tell(const Device &device, const Arguments &arguments) try {
@@ -212,9 +253,34 @@ int serve_or_tell(const Device &device, const Arguments &arguments) try {
 int run_beside(const Arguments &arguments) {
   std::optional<Device> device;
   if (!arguments.device.empty()) device = chosen_device(arguments);
-  if (arguments.init && !device) throw CLI::RequiredError("--device, with --init,");
+  if (arguments.init && !device) throw CLI::RequiredError("--device DIR, with --init,");
   const auto service = [&](const Device &on) { return serve_or_tell(on, arguments); };
   return run_command({service, device, arguments.init, arguments.command});
+}
+
+/** A word that a shell takes as it is. */
+std::string shell_word(const std::string &text) {
+  std::string word;
+  for (const char letter : text) word += letter == '\'' ? "'\\''" : std::string(1, letter);
+  return "'" + word + "'";
+}
+
+int init(const Device &device) {
+  create_sample_device(device);
+  std::cout << "export KORVANE_DEVICE=" << shell_word(device.directory()) << '\n'
+            << "export KORVANE_APP_ID=" << shell_word(kSampleApplication) << '\n';
+  return EXIT_SUCCESS;
+}
+
+/** What prints an answer and ends. */
+int answer(const Grammar &grammar, const Arguments &arguments) {
+  const Words words = grammar.ctl->remaining();
+  if (const auto help = requested_help(words)) {
+    std::cout << *help;
+    return EXIT_SUCCESS;
+  }
+  return grammar.ctl->parsed() ? control_emulator(arguments, words)
+                               : init(chosen_device(arguments));
 }
 
 int run(int argc, char **argv) {
@@ -228,24 +294,22 @@ int run(int argc, char **argv) {
   try {
     grammar.app.parse(argc, argv);
     if (grammar.run->parsed()) return run_beside(arguments);
-    const Words words = grammar.ctl->remaining();
-    if (const auto help = requested_help(words)) {
-      std::cout << *help;
-      return EXIT_SUCCESS;
-    }
-    const Device device = chosen_device(arguments);
-    if (grammar.ctl->parsed()) return control_emulator(device, words);
-    if (!arguments.init) return serve(device, arguments);
-    create_sample_device(device);
-    return EXIT_SUCCESS;
+    const bool serves = !grammar.ctl->parsed() && !arguments.init;
+    if (serves) return serve(chosen_device(arguments), arguments);
+    return command_line::end_output(grammar.app, answer(grammar, arguments));
   } catch (const CLI::ParseError &error) {
-    return command_line::report(grammar.app, error);
+    const int status = command_line::report(grammar.app, error);
+    if (grammar.lacks_separator()) {
+      std::cerr << "A command that has options follows \"--\": svcmgr-emulator run -- COMMAND...\n";
+    }
+    return command_line::end_output(grammar.app, status);
   }
 }
 
 }  // namespace
 
 int main(int argc, char **argv) {
+  occupy_standard_streams();
   try {
     return run(argc, argv);
   } catch (const std::exception &error) {

@@ -1,16 +1,20 @@
 #include "run_command.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
 #include <sys/prctl.h>
+#include <sys/signalfd.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <iostream>
+#include <iterator>
 #include <system_error>
 
 #include "sample_device.h"
@@ -25,15 +29,24 @@ namespace fs = std::filesystem;
 constexpr int kNotExecutable = 126;
 constexpr int kNotFound = 127;
 constexpr int kSignalStatus = 128;
+constexpr int kNoLimit = -1;
+/** How long the service may take to end. */
+constexpr std::chrono::seconds kPatience(2);
 
 [[noreturn]] void fail(const char *what) {
   throw std::system_error(errno, std::generic_category(), what);
 }
 
-/** A new folder that goes with the object. */
+/** Absolute, because the command may change its folder. */
+fs::path folder_of_temporary_files() {
+  const char *chosen = std::getenv("TMPDIR");
+  return fs::absolute(chosen == nullptr || *chosen == '\0' ? "/tmp" : chosen);
+}
+
+/** A new folder that is removed with the object. */
 class TemporaryFolder {
  public:
-  TemporaryFolder() : path_((fs::temp_directory_path() / "svcmgr-emulator-XXXXXX").string()) {
+  TemporaryFolder() : path_((folder_of_temporary_files() / "svcmgr-emulator-XXXXXX").string()) {
     if (mkdtemp(path_.data()) == nullptr) fail(path_.c_str());
   }
   TemporaryFolder(const TemporaryFolder &) = delete;
@@ -49,27 +62,48 @@ class TemporaryFolder {
   std::string path_;
 };
 
-/** From now on signals only wait to be taken: none ends this process before it has cleared up. */
+/**
+ * Blocks every signal that could end this process before it has cleaned up; they are taken one by
+ * one. Faults of the process itself and the stops of a terminal keep their effect.
+ */
 class HeldSignals {
  public:
   HeldSignals() {
-    sigemptyset(&held_);
-    for (const int signal : {SIGCHLD, SIGINT, SIGTERM, SIGHUP}) sigaddset(&held_, signal);
-    sigprocmask(SIG_BLOCK, &held_, &before_);
+    sigset_t held;
+    sigfillset(&held);
+    for (const int signal : {SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGTRAP, SIGABRT, SIGSYS, SIGTSTP,
+                             SIGTTIN, SIGTTOU, SIGCONT, SIGWINCH, SIGURG}) {
+      sigdelset(&held, signal);
+    }
+    sigprocmask(SIG_BLOCK, &held, &mask_before_);
+    // A caller may ignore it, and then no child can be waited for.
+    struct sigaction usual = {};
+    usual.sa_handler = SIG_DFL;
+    sigaction(SIGCHLD, &usual, &child_action_before_);
+    descriptor_ = host::UniqueFd(signalfd(-1, &held, SFD_CLOEXEC));
+    if (!descriptor_) fail("signalfd");
   }
 
-  siginfo_t take() const {
-    siginfo_t info = {};
-    while (sigwaitinfo(&held_, &info) < 0) {
-    }
-    return info;
+  /** The next one; none when the time is up, or the other descriptor is readable first. */
+  std::optional<signalfd_siginfo> take(int timeout_ms, int other = -1) const {
+    pollfd entries[] = {{descriptor_.get(), POLLIN, 0}, {other, POLLIN, 0}};
+    poll(entries, std::size(entries), timeout_ms);
+    signalfd_siginfo info = {};
+    const bool has_come = (entries[0].revents & POLLIN) != 0 &&
+                          read(descriptor_.get(), &info, sizeof(info)) == sizeof(info);
+    return has_come ? std::optional(info) : std::nullopt;
   }
-  /** For a child, which has ways of its own. */
-  void let_go() const { sigprocmask(SIG_SETMASK, &before_, nullptr); }
+
+  /** For a child: signals are as the caller of this program left them. */
+  void let_go() const {
+    sigaction(SIGCHLD, &child_action_before_, nullptr);
+    sigprocmask(SIG_SETMASK, &mask_before_, nullptr);
+  }
 
  private:
-  sigset_t held_;
-  sigset_t before_;
+  sigset_t mask_before_;
+  struct sigaction child_action_before_ = {};
+  host::UniqueFd descriptor_;
 };
 
 /** A process that is ended with the object, and with this process at the latest. */
@@ -77,21 +111,27 @@ class Child {
  public:
   /** The result of the body, which throws nothing, is the exit status. */
   template <typename Body>
-  explicit Child(Body body) : pid_(fork()) {
+  Child(const HeldSignals &signals, Body body) : signals_(signals), pid_(fork()) {
     if (pid_ < 0) fail("fork");
     if (pid_ > 0) return;
     prctl(PR_SET_PDEATHSIG, SIGTERM);
+    signals_.let_go();
     _exit(body());
   }
   Child(const Child &) = delete;
   Child &operator=(const Child &) = delete;
   ~Child() {
-    if (has_ended_) return;
+    if (has_ended()) return;
     send(SIGTERM);
+    if (ends_within(kPatience)) return;
+    send(SIGKILL);
     waitpid(pid_, nullptr, 0);
   }
 
-  void send(int signal) const { kill(pid_, signal); }
+  /** Nothing happens once it has ended: its number may belong to another process then. */
+  void send(int signal) const {
+    if (!has_ended_) kill(pid_, signal);
+  }
   bool has_ended() {
     if (!has_ended_) has_ended_ = waitpid(pid_, &status_, WNOHANG) == pid_;
     return has_ended_;
@@ -101,6 +141,18 @@ class Child {
   }
 
  private:
+  bool ends_within(std::chrono::milliseconds limit) {
+    using Clock = std::chrono::steady_clock;
+    const auto deadline = Clock::now() + limit;
+    while (!has_ended()) {
+      const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
+      if (left.count() <= 0) return false;
+      signals_.take(static_cast<int>(left.count()));
+    }
+    return true;
+  }
+
+  const HeldSignals &signals_;
   const pid_t pid_;
   bool has_ended_ = false;
   int status_ = 0;
@@ -113,7 +165,7 @@ int execute(const Words &command) {
   arguments.push_back(nullptr);
   execvp(arguments[0], arguments.data());
   const int status = errno == ENOENT ? kNotFound : kNotExecutable;
-  std::cerr << "svcmgr-emulator run: " << command[0] << ": " << std::strerror(errno) << '\n';
+  std::cerr << "svcmgr-emulator: " << command[0] << ": " << std::strerror(errno) << '\n';
   return status;
 }
 
@@ -124,31 +176,37 @@ int serve_quietly(const CommandRun &run, const host::Device &device, int ready) 
   return run.serve(device);
 }
 
+/** What a terminal sends on a key has reached the command already. */
+bool is_from_keyboard(const signalfd_siginfo &info) {
+  const bool has_key = info.ssi_signo == SIGINT || info.ssi_signo == SIGQUIT;
+  return has_key && info.ssi_code == SI_KERNEL;
+}
+
+/** Runs the command to its end. */
+int execute_beside(const HeldSignals &signals, const Words &words) {
+  Child command(signals, [&] { return execute(words); });
+  while (!command.has_ended()) {
+    const auto info = signals.take(kNoLimit);
+    if (!info || info->ssi_signo == SIGCHLD || is_from_keyboard(*info)) continue;
+    command.send(static_cast<int>(info->ssi_signo));
+  }
+  return command.exit_status();
+}
+
 int run_beside_service(const CommandRun &run, const host::Device &device,
                        const HeldSignals &signals) {
   int ends[2];
   if (pipe2(ends, O_CLOEXEC) != 0) fail("pipe");
-  host::UniqueFd readable(ends[0]);
+  const host::UniqueFd readable(ends[0]);
   host::UniqueFd writable(ends[1]);
-  const Child service([&] {
-    readable.reset();
-    signals.let_go();
-    return serve_quietly(run, device, writable.get());
-  });
+  const Child service(signals, [&] { return serve_quietly(run, device, writable.get()); });
   writable.reset();
-  char letter = '\0';
-  if (read(readable.get(), &letter, 1) != 1) return EXIT_FAILURE;  // it has told why
-  Child command([&] {
-    signals.let_go();
-    return execute(run.command);
-  });
-  while (!command.has_ended()) {
-    const siginfo_t info = signals.take();
-    // What comes from a terminal has reached the command, too.
-    const bool is_sent = info.si_signo != SIGCHLD && info.si_code != SI_KERNEL;
-    if (is_sent) command.send(info.si_signo);
+  while (const auto info = signals.take(kNoLimit, readable.get())) {
+    if (info->ssi_signo != SIGCHLD) return kSignalStatus + static_cast<int>(info->ssi_signo);
   }
-  return command.exit_status();
+  char letter = '\0';
+  if (read(readable.get(), &letter, 1) != 1) return EXIT_FAILURE;  // it has reported why
+  return execute_beside(signals, run.command);
 }
 
 }  // namespace

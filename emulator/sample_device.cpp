@@ -2,10 +2,12 @@
 
 #include <elf.h>
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 #include <fstream>
 #include <stdexcept>
+#include <system_error>
 
 #include "json_file.h"
 
@@ -151,22 +153,62 @@ Json initial_state() {
           {"models", models}};
 }
 
-}  // namespace
-
-void create_sample_device(const host::Device &device) {
-  if (fs::exists(device.packages_directory())) {
-    throw std::runtime_error(device.directory().string() + " is a device already");
-  }
-  if (fs::is_directory(device.directory()) && !fs::is_empty(device.directory())) {
-    throw std::runtime_error(device.directory().string() +
-                             " holds other things; choose a new or empty folder");
-  }
+void fill(const host::Device &device) {
   fs::create_directories(device.packages_directory());
   fs::create_directories(device.directory() / "service");
   device.run_directory();
   install_packages(device);
   install_application(device);
   write_json(device.directory() / "service" / "state.json", initial_state());
+}
+
+/** A folder in which a device is made before it takes its place; removed with the object. */
+class Draft {
+ public:
+  explicit Draft(const fs::path &place) : place_(place), is_new_(!fs::exists(place)) {
+    fs::remove_all(folder());
+    fs::create_directories(folder());
+  }
+  Draft(const Draft &) = delete;
+  Draft &operator=(const Draft &) = delete;
+  ~Draft() {
+    std::error_code ignored;
+    fs::remove_all(folder(), ignored);
+    if (is_new_) fs::remove(place_, ignored);  // which fails when the device is there
+  }
+
+  fs::path folder() const { return place_ / kName; }
+  /** Whether a folder holds anything but a draft that was interrupted. */
+  static bool is_alone_in(const fs::path &place) {
+    const auto is_draft = [](const fs::path &entry) { return entry.filename() == kName; };
+    return std::all_of(fs::directory_iterator(place), fs::directory_iterator(), is_draft);
+  }
+  /** With the packages, which come last, it is a device. */
+  void take_place() const {
+    for (const char *name : {"apps", "run", "service", "packages"}) {
+      fs::rename(folder() / name, place_ / name);
+    }
+  }
+
+ private:
+  static constexpr char kName[] = ".draft";
+  const fs::path place_;
+  const bool is_new_;
+};
+
+}  // namespace
+
+void create_sample_device(const host::Device &device) {
+  if (fs::exists(device.packages_directory())) {
+    throw std::runtime_error(device.directory().string() + " is a device already");
+  }
+  if (fs::is_directory(device.directory()) && !Draft::is_alone_in(device.directory())) {
+    throw std::runtime_error(device.directory().string() +
+                             " holds other things; choose a new or empty folder");
+  }
+  const Draft draft(device.directory());
+  fill(host::Device(draft.folder()));
+  draft.take_place();
 }
 
 }  // namespace korvane::emulator

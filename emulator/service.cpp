@@ -43,6 +43,11 @@ void Service::restart(Back back) {
   be_away({false, 1, std::move(back)});
 }
 
+void Service::reset() {
+  faults_ = {};
+  state_.reset_license();
+}
+
 void Service::be_away(Absence absence) {
   if (absence_) throw std::runtime_error("the service manager is restarting already");
   absence_ = std::move(absence);

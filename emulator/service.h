@@ -52,6 +52,8 @@ class Service {
   /** Goes away without a word, comes back and announces "Launch". */
   void restart(Back back);
   void stop() { loop_.quit(); }
+  /** Takes back what control commands have set: faults, and the licence text. */
+  void reset();
 
   Json status() const;
   Faults &faults() { return faults_; }

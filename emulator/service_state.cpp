@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <limits>
 #include <stdexcept>
+#include <utility>
 
 #include "json_file.h"
 
@@ -94,8 +95,15 @@ void ServiceState::replace(Contents contents) {
 
 void ServiceState::set_license(const std::string &text) {
   Contents contents = contents_;
-  contents.license = text;
+  const std::string before = std::exchange(contents.license, text);
   replace(std::move(contents));
+  if (!first_license_) first_license_ = before;
+}
+
+void ServiceState::reset_license() {
+  if (!first_license_) return;
+  set_license(*first_license_);
+  first_license_.reset();
 }
 
 std::vector<std::string> ServiceState::agents(const std::vector<std::string> *names) const {

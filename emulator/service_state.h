@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -28,8 +29,9 @@ struct OfferedModel {
 
 /**
  * The service manager's state, kept in service/state.json of the device and, for
- * the agents' versions, in their package files. Every change is on disk when the
- * operation returns, or, when that fails, not made at all. Failures are std::runtime_error.
+ * the agents' versions, in their package files. Every change is in its file when the
+ * operation returns, or, when that fails, not made at all; a crash of the whole system may
+ * take it back. Failures are std::runtime_error.
  */
 class ServiceState {
  public:
@@ -38,12 +40,14 @@ class ServiceState {
 
   explicit ServiceState(host::Device device);
 
-  /** Reads the state from disk again. */
+  /** Reads the file again. */
   void load();
 
   std::int32_t agent_api_level() const { return contents_.agent_api_level; }
   const std::string &license() const { return contents_.license; }
   void set_license(const std::string &text);
+  /** Takes back what set_license() has changed. */
+  void reset_license();
 
   /** Those of the names that are agents; without names, every agent. */
   std::vector<std::string> agents(const std::vector<std::string> *names = nullptr) const;
@@ -65,11 +69,12 @@ class ServiceState {
     std::vector<OfferedModel> models;
   };
 
-  /** Makes it the state, once it is on disk. */
+  /** Makes it the state, once it is in the file. */
   void replace(Contents contents);
 
   host::Device device_;
   Contents contents_;
+  std::optional<std::string> first_license_;             ///< before set_license() was called
   std::unordered_map<std::string, std::size_t> places_;  ///< of models, by their IDs
 };
 

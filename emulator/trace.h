@@ -26,7 +26,7 @@ class Trace {
   bool on_;
 };
 
-/** A text in quotes, on one line. */
+/** A text in quotes, on one line, in ASCII. */
 std::string quoted(const std::string &text);
 
 }  // namespace korvane::emulator

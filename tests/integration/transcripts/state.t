@@ -23,7 +23,7 @@ What cannot be stored is not served:
   $ mv "$state" kept
   $ mkdir "$state"
   $ ctl license other
-  svcmgr-emulator ctl: cannot write */service/state.json: Is a directory (glob)
+  svcmgr-emulator: cannot write */service/state.json: Is a directory (glob)
   [1]
   $ svcmgrctl license
   new
@@ -39,7 +39,7 @@ What cannot be stored is not served:
   $ svcmgrctl models list | grep vision.detect
   vision.detect       1.0.0    Object detection
   $ ctl restart
-  svcmgr-emulator ctl: cannot read */service/state.json (glob)
+  svcmgr-emulator: cannot read */service/state.json (glob)
   [1]
   $ svcmgrctl license
   new
@@ -51,24 +51,24 @@ A state that makes no sense is not served either:
 
   $ restart_with() { sed -z "$1" sound >"$state"; ctl restart; }
   $ restart_with 's/13/4294967309/'
-  svcmgr-emulator ctl: */service/state.json: 4294967309 is no 32-bit number (glob)
+  svcmgr-emulator: */service/state.json: 4294967309 is no 32-bit number (glob)
   [1]
   $ restart_with 's|com.korvane.device.speech|../speech|'
-  svcmgr-emulator ctl: */service/state.json: "../speech" is no agent (glob)
+  svcmgr-emulator: */service/state.json: "../speech" is no agent (glob)
   [1]
   $ restart_with 's/"1.0.0",\s*"1.1.0",\s*"2.0.0"//'
-  svcmgr-emulator ctl: */service/state.json: model vision.detect has no version (glob)
+  svcmgr-emulator: */service/state.json: model vision.detect has no version (glob)
   [1]
   $ restart_with 's/$/]/'
-  svcmgr-emulator ctl: */service/state.json: * (glob)
+  svcmgr-emulator: */service/state.json: * (glob)
   [1]
   $ rm "$state"
   $ ctl restart
-  svcmgr-emulator ctl: cannot read */service/state.json (glob)
+  svcmgr-emulator: cannot read */service/state.json (glob)
   [1]
   $ mkfifo "$state"
   $ ctl restart
-  svcmgr-emulator ctl: cannot read */service/state.json (glob)
+  svcmgr-emulator: cannot read */service/state.json (glob)
   [1]
   $ rm "$state"
 

@@ -126,7 +126,7 @@ A service manager that cannot come back yet does so as soon as it can:
   $ start svcmgr-emulator ctl restart
   $ until grep -q 'it cannot come back yet' log; do :; done
   $ svcmgr-emulator ctl restart
-  svcmgr-emulator ctl: the service manager is restarting already
+  svcmgr-emulator: the service manager is restarting already
   [1]
   $ chmod go-rwx "$KORVANE_DEVICE/run/rpc"
   $ finish
