@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "loop/main_loop.h"
-#include "loop/scoped_timer.h"
+#include "loop/scoped_source.h"
 #include "sockets/frame.h"
 #include "sockets/listener.h"
 #include "sockets/send_queue.h"

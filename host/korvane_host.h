@@ -12,17 +12,27 @@
 extern "C" {
 #endif
 
-/** Delivers events until korvane_host_main_loop_quit(). @return 0, or a negated errno value */
+/**
+ * Delivers events until korvane_host_main_loop_quit(). Signals do not end it.
+ *
+ * @return 0, or a negated errno value
+ */
 int korvane_host_main_loop_run(void);
 
-/** Makes the running loop return, or the next one at once. Any thread; signal handlers too. */
+/**
+ * Makes the running korvane_host_main_loop_run() return, or the next one at once. Ends the wait of
+ * a korvane_host_main_loop_step() too, which returns 1. May be called from any thread and from
+ * signal handlers. A quit in a process does not concern the children that it forks.
+ */
 void korvane_host_main_loop_quit(void);
 
 /**
- * Waits for one event and delivers it.
+ * Waits for one event and delivers it. Signals do not end the wait.
  *
  * @param timeout_ms the longest wait in milliseconds; -1 for no limit
- * @return 1 when something was delivered, 0 when the time was up, or a negated errno value
+ * @return 1 when the wait ended before its time: something was served that may have called a
+ *         callback, or korvane_host_main_loop_quit() was called, before the step or during it;
+ *         0 when the time was up; or a negated errno value
  */
 int korvane_host_main_loop_step(int timeout_ms);
 

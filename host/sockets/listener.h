@@ -6,7 +6,7 @@
 #include <functional>
 
 #include "loop/main_loop.h"
-#include "loop/scoped_timer.h"
+#include "loop/scoped_source.h"
 #include "sockets/unique_fd.h"
 
 namespace korvane::host {

@@ -159,7 +159,6 @@ void Session::wait_for_end(const Condition &has_ended, bool survives_announced_u
 }
 
 void Session::catch_interruptions() {
-  korvane_host_main_loop_fd();  // makes the loop, which a signal handler could not
   install_handler(SIGINT, handle_interruption);
   install_handler(SIGTERM, handle_interruption);
 }
@@ -185,7 +184,7 @@ void Session::look_at_connection() {
 void Session::deliver_event(int timeout_ms) {
   const int result = korvane_host_main_loop_step(timeout_ms);
   if (callback_error_) std::rethrow_exception(std::exchange(callback_error_, nullptr));
-  if (result < 0 && result != -EINTR) {
+  if (result < 0) {
     throw Failure({result, "MAIN_LOOP", std::strerror(-result)});
   }
   look_at_connection();
