@@ -63,7 +63,6 @@ class Subscription : public std::enable_shared_from_this<Subscription> {
 
   /** In a child made by fork the subscription goes on being its parent's. */
   void stop() {
-    if (!std::exchange(active_, false)) return;
     if (mark_.is_ours()) path_.remove();
     source_.reset();
     senders_.clear();
@@ -82,12 +81,10 @@ class Subscription : public std::enable_shared_from_this<Subscription> {
 
   template <typename Handle>
   ScopedSource watch(const UniqueFd &socket, Handle handle) {
-    MainLoop &loop = MainLoop::instance();
-    return ScopedSource(loop, loop.add_descriptor(socket.get(), EPOLLIN,
-                                                  [weak = weak_from_this(), handle](std::uint32_t) {
-                                                    if (const auto self = weak.lock())
-                                                      handle(*self);
-                                                  }));
+    return ScopedSource(MainLoop::instance(), socket.get(), EPOLLIN,
+                        [weak = weak_from_this(), handle](std::uint32_t) {
+                          if (const auto self = weak.lock()) handle(*self);
+                        });
   }
 
   /**
@@ -181,7 +178,6 @@ class Subscription : public std::enable_shared_from_this<Subscription> {
   const event_cb callback_;
   void *const user_data_;
   const korvane::host::ProcessMark mark_;
-  bool active_ = true;
   korvane::host::ListenerPath path_;
   UniqueFd listener_;
   ScopedSource source_;

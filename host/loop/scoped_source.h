@@ -14,7 +14,9 @@ namespace korvane::host {
 class ScopedSource {
  public:
   ScopedSource() = default;
-  ScopedSource(MainLoop &loop, MainLoop::SourceId id) : loop_(&loop), id_(id) {}
+  ScopedSource(MainLoop &loop, int descriptor, std::uint32_t epoll_events,
+               std::function<void(std::uint32_t)> handler)
+      : ScopedSource(loop, loop.add_descriptor(descriptor, epoll_events, std::move(handler))) {}
   ScopedSource(ScopedSource &&other) noexcept
       : loop_(std::exchange(other.loop_, nullptr)), id_(other.id_) {}
   ScopedSource &operator=(ScopedSource &&other) noexcept {
@@ -31,6 +33,9 @@ class ScopedSource {
   void reset() {
     if (loop_ != nullptr) std::exchange(loop_, nullptr)->remove(id_);
   }
+
+ protected:
+  ScopedSource(MainLoop &loop, MainLoop::SourceId id) : loop_(&loop), id_(id) {}
 
  private:
   MainLoop *loop_ = nullptr;

@@ -151,12 +151,10 @@ class RpcPortProxy : public std::enable_shared_from_this<RpcPortProxy> {
 
   ScopedSource watch(const rpc_port_s &port, std::uint32_t epoll_events,
                      void (RpcPortProxy::*handle)()) {
-    MainLoop &loop = MainLoop::instance();
-    return ScopedSource(loop, loop.add_descriptor(port.socket.get(), epoll_events,
-                                                  [weak = weak_from_this(), handle](std::uint32_t) {
-                                                    if (const auto self = weak.lock())
-                                                      self->serve(handle);
-                                                  }));
+    return ScopedSource(MainLoop::instance(), port.socket.get(), epoll_events,
+                        [weak = weak_from_this(), handle](std::uint32_t) {
+                          if (const auto self = weak.lock()) self->serve(handle);
+                        });
   }
 
   void stop_watching() {

@@ -83,10 +83,10 @@ void RpcPortServer::accept(UniqueFd socket) {
   channel->patience = ScopedTimer(loop_, std::chrono::milliseconds(limits.greeting), [this, weak] {
     if (const auto self = weak.lock()) drop(self);
   });
-  const auto ready = [this, weak](std::uint32_t epoll_events) {
-    if (const auto self = weak.lock()) serve(self, epoll_events);
-  };
-  channel->source = ScopedSource(loop_, loop_.add_descriptor(channel->socket.get(), kInput, ready));
+  channel->source =
+      ScopedSource(loop_, channel->socket.get(), kInput, [this, weak](std::uint32_t epoll_events) {
+        if (const auto self = weak.lock()) serve(self, epoll_events);
+      });
   waiting_.insert(channel);
 }
 

@@ -20,12 +20,12 @@ bool append_frame(Bytes &stream, const Bytes &payload) {
   return true;
 }
 
-void FrameReader::feed(const std::uint8_t *bytes, std::size_t size) {
-  if (begin_ > this->size()) {
+void FrameReader::feed(const std::uint8_t *bytes, std::size_t count) {
+  if (begin_ > size()) {
     buffer_.erase(buffer_.begin(), buffer_.begin() + static_cast<std::ptrdiff_t>(begin_));
     begin_ = 0;
   }
-  buffer_.insert(buffer_.end(), bytes, bytes + size);
+  buffer_.insert(buffer_.end(), bytes, bytes + count);
 }
 
 std::optional<Bytes> FrameReader::next() {
@@ -33,7 +33,7 @@ std::optional<Bytes> FrameReader::next() {
   const auto payload = buffer_.begin() + static_cast<std::ptrdiff_t>(begin_ + kFrameHeaderSize);
   Bytes frame(payload, payload + static_cast<std::ptrdiff_t>(length()));
   begin_ += kFrameHeaderSize + frame.size();
-  if (this->size() == 0) {
+  if (size() == 0) {
     buffer_.clear();
     begin_ = 0;
     if (buffer_.capacity() > kKeptCapacity) buffer_.shrink_to_fit();
@@ -42,7 +42,7 @@ std::optional<Bytes> FrameReader::next() {
 }
 
 bool FrameReader::has_frame() const {
-  return has_header() && !broken() && this->size() - kFrameHeaderSize >= length();
+  return has_header() && !broken() && size() - kFrameHeaderSize >= length();
 }
 
 bool FrameReader::broken() const {

@@ -25,7 +25,7 @@ bool append_frame(Bytes &stream, const Bytes &payload);
 class FrameReader {
  public:
   /** Takes in bytes of the stream. */
-  void feed(const std::uint8_t *bytes, std::size_t size);
+  void feed(const std::uint8_t *bytes, std::size_t count);
   /** The payload of the next frame, if it is whole. */
   std::optional<Bytes> next();
   bool has_frame() const;

@@ -31,7 +31,7 @@ class Listener {
   const std::filesystem::path path_;
   const std::function<void(UniqueFd)> accepted_;
   UniqueFd socket_;
-  MainLoop::SourceId source_;
+  ScopedSource source_;
   ScopedTimer pause_;
 };
 
