@@ -24,8 +24,8 @@ struct ProcessLoop {
 };
 
 std::atomic<ProcessLoop *> current{nullptr};
-/** One more than the generation of the process in which quit came before there was a loop. */
-std::atomic<unsigned> early_quit{0};
+/** The process in which quit came before there was a loop, or 0. */
+std::atomic<pid_t> early_quit{0};
 
 UniqueFd checked(int descriptor, const char *what) {
   UniqueFd result(beyond_standard_streams(descriptor));
@@ -52,12 +52,12 @@ MainLoop &MainLoop::instance() {
   auto fresh = std::make_unique<ProcessLoop>();
   fresh->inherited = found;
   if (current.compare_exchange_strong(found, fresh.get())) found = fresh.release();
-  if (early_quit.exchange(0) == process_generation() + 1) found->loop.quit();
+  if (early_quit.exchange(0) == getpid()) found->loop.quit();
   return found->loop;
 }
 
 void MainLoop::quit_instance() noexcept {
-  early_quit = process_generation() + 1;
+  early_quit = getpid();
   ProcessLoop *const found = current;
   if (found == nullptr || !found->loop.is_ours()) return;
   if (early_quit.exchange(0) != 0) found->loop.quit();

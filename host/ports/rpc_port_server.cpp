@@ -6,7 +6,6 @@
 #include "events/event_publisher.h"
 #include "guard.h"
 #include "sockets/local_socket.h"
-#include "sockets/send_queue.h"
 #include "sockets/wait_limits.h"
 
 namespace korvane::host {
@@ -28,7 +27,7 @@ struct RpcPortServer::Channel {
   UniqueFd socket;
   ScopedSource source;
   FrameReader reader;
-  SendQueue queued;
+  Bytes queued;
   bool awaits_room = false;  ///< the loop reports when more of the queue can be sent
   ScopedTimer patience;      ///< while waiting
   std::optional<Hello> hello;
@@ -156,7 +155,7 @@ void RpcPortServer::send(ConnectionId connection, Port port, const Parcel &parce
   Channel *channel = find(connection, port);
   if (channel == nullptr) return;
   const int error =
-      guarded([&] { return channel->queued.add_frame(parcel.bytes()) ? 0 : -EMSGSIZE; });
+      guarded([&] { return append_frame(channel->queued, parcel.bytes()) ? 0 : -EMSGSIZE; });
   if (error != 0) shutdown(channel->socket.get(), SHUT_RDWR);
   flush(*channel);
 }
@@ -164,12 +163,12 @@ void RpcPortServer::send(ConnectionId connection, Port port, const Parcel &parce
 void RpcPortServer::send_raw(ConnectionId connection, Port port, const Bytes &bytes) {
   Channel *channel = find(connection, port);
   if (channel == nullptr) return;
-  channel->queued.add(bytes);
+  channel->queued.insert(channel->queued.end(), bytes.begin(), bytes.end());
   flush(*channel);
 }
 
 void RpcPortServer::flush(Channel &channel) {
-  channel.queued.send_to(channel.socket.get());
+  send_available(channel.socket.get(), channel.queued);
   if (channel.queued.size() > kMaxQueued) {
     shutdown(channel.socket.get(), SHUT_RDWR);
     channel.queued.clear();

@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <sys/un.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <iterator>
@@ -74,12 +75,16 @@ bool wait_ready(int socket, short events, const Deadline &deadline, int companio
   return count > 0 && entries[0].revents != 0;
 }
 
+/** Sends what the peer takes at once of the bytes from a position on; as send. */
+ssize_t send_some(int socket, const Bytes &bytes, std::size_t from) {
+  return send(socket, bytes.data() + from, bytes.size() - from, MSG_NOSIGNAL | MSG_DONTWAIT);
+}
+
 /** Sends all, waiting for the peer until the end of each wait; 0 or an errno value. */
 template <typename NextWait>
 int send_all(int socket, const Bytes &bytes, NextWait next_wait) {
   for (std::size_t sent = 0; sent < bytes.size();) {
-    const ssize_t size =
-        send(socket, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL | MSG_DONTWAIT);
+    const ssize_t size = send_some(socket, bytes, sent);
     if (size >= 0) {
       sent += static_cast<std::size_t>(size);
     } else if (errno == EAGAIN || errno == EWOULDBLOCK) {
@@ -178,8 +183,7 @@ bool await_frame(int socket, FrameReader &reader, int begin_timeout_ms, int comp
     // What came just before the companion ended is taken all the same.
     const ReadState state = read_available(socket, reader);
     const bool lost = state == ReadState::kEnd || (state == ReadState::kNothing && !ready);
-    const bool is_late = has_begun && deadline.left_ms() == 0;
-    if ((lost || is_late) && !reader.has_frame()) return false;
+    if (lost && !reader.has_frame()) return false;
   }
   return true;
 }
@@ -187,6 +191,17 @@ bool await_frame(int socket, FrameReader &reader, int begin_timeout_ms, int comp
 std::optional<Bytes> read_frame(int socket, FrameReader &reader, int begin_timeout_ms) {
   if (!await_frame(socket, reader, begin_timeout_ms)) return std::nullopt;
   return reader.next();
+}
+
+void send_available(int socket, Bytes &bytes) {
+  std::size_t sent = 0;
+  while (sent < bytes.size()) {
+    const ssize_t size = send_some(socket, bytes, sent);
+    if (size < 0 && errno != EINTR) break;
+    sent += static_cast<std::size_t>(std::max<ssize_t>(size, 0));
+  }
+  bytes.erase(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(sent));
+  if (bytes.empty()) bytes = Bytes();  // one long answer does not cost memory for ever
 }
 
 int write_all(int socket, const Bytes &bytes, int stall_timeout_ms) {

@@ -69,6 +69,12 @@ bool await_frame(int socket, FrameReader &reader, int begin_timeout_ms, int comp
 /** Waits for the next frame in the same way; empty when the connection is lost. */
 std::optional<Bytes> read_frame(int socket, FrameReader &reader, int begin_timeout_ms);
 
+/**
+ * Sends what the peer takes at once, and removes it from the bytes. A lost connection is for the
+ * loop to report.
+ */
+void send_available(int socket, Bytes &bytes);
+
 /** Writes everything; 0 or an errno value. Waits for a peer that takes nothing up to a limit. */
 int write_all(int socket, const Bytes &bytes, int stall_timeout_ms);
 /** Writes what the peer takes until the deadline. */
