@@ -122,9 +122,9 @@ void ControlServer::respond(std::uint64_t id, const Outcome &outcome) {
     return bytes_of(
         {{"status", answer.status}, {"text", answer.text}, {"is_last", answer.is_last}});
   };
-  host::SendQueue &answer = entry->second.answer;
-  if (!answer.add_frame(encode(outcome))) {
-    answer.add_frame(encode({Outcome::kRefused, "the answer is too long"}));
+  host::Bytes &answer = entry->second.answer;
+  if (!host::append_frame(answer, encode(outcome))) {
+    host::append_frame(answer, encode({Outcome::kRefused, "the answer is too long"}));
   }
   be_patient(id);
   send_answer(id);
@@ -132,7 +132,7 @@ void ControlServer::respond(std::uint64_t id, const Outcome &outcome) {
 
 void ControlServer::send_answer(std::uint64_t id) {
   Caller &caller = callers_.at(id);
-  caller.answer.send_to(caller.socket.get());
+  host::send_available(caller.socket.get(), caller.answer);
   if (caller.answer.empty()) {
     forget(id);
   } else {

@@ -10,10 +10,9 @@
 #include <vector>
 
 #include "loop/main_loop.h"
-#include "loop/scoped_timer.h"
+#include "loop/scoped_source.h"
 #include "sockets/frame.h"
 #include "sockets/listener.h"
-#include "sockets/send_queue.h"
 #include "sockets/unique_fd.h"
 
 namespace korvane::emulator {
@@ -51,7 +50,7 @@ class ControlServer {
     host::MainLoop::SourceId source = 0;
     host::FrameReader reader;
     bool has_asked = false;
-    host::SendQueue answer;
+    host::Bytes answer;          ///< not taken yet
     host::ScopedTimer patience;  ///< while it is to ask, or to take its answer
   };
 

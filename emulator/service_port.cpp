@@ -18,8 +18,8 @@ void ServicePort::open() {
   };
   events.connected = [this](ConnectionId id, const Peer &peer) { peers_[id] = peer; };
   events.disconnected = [this](ConnectionId id) {
-    trace_.note("-- " + std::to_string(id) + " has gone");
     peers_.erase(id);
+    trace_.note("-- " + std::to_string(id) + " has gone");
   };
   events.received = [this](ConnectionId id, Parcel parcel) {
     trace_.request(id, parcel);
@@ -47,8 +47,7 @@ void ServicePort::close(std::function<void()> done) {
 }
 
 void ServicePort::drop_connections() {
-  if (server_ == nullptr) return;
-  for (const ConnectionId id : server_->connections()) server_->disconnect(id);
+  if (server_ != nullptr) server_->disconnect_all();
 }
 
 bool ServicePort::is_current(const Address &address) const {

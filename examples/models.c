@@ -2,7 +2,6 @@
  * Lists the AI models that the application can use, updates the first one to its newest version,
  * and lists them again.
  */
-#include <errno.h>
 #include <korvane_host.h>
 #include <korvane_svcmgr.h>
 #include <stdbool.h>
@@ -118,7 +117,7 @@ static void run_main_loop(Job *job) {
     if (delivered == 0) {
       fputs("no answer; an update that was begun goes on in the service manager\n", stderr);
       finish(job, EXIT_FAILURE);
-    } else if (delivered < 0 && delivered != -EINTR) {
+    } else if (delivered < 0) {
       fprintf(stderr, "main loop: %s\n", strerror(-delivered));
       finish(job, EXIT_FAILURE);
     }

@@ -3,7 +3,6 @@
 #include <korvane_host.h>
 #include <korvane_svcmgr.hpp>
 
-#include <cerrno>
 #include <cstdlib>
 #include <exception>
 #include <iostream>
@@ -39,7 +38,7 @@ class Updater {
         throw std::runtime_error(
             "no answer; an update that was begun goes on in the service manager");
       }
-      if (delivered < 0 && delivered != -EINTR) {
+      if (delivered < 0) {
         throw std::system_error(-delivered, std::generic_category(), "main loop");
       }
     }

@@ -2,21 +2,20 @@
 #ifndef KORVANE_HOST_PROCESS_H_
 #define KORVANE_HOST_PROCESS_H_
 
+#include <unistd.h>
+
 namespace korvane::host {
 
 /**
- * A number that is another in a child made by fork. What a child has inherited is its parent's
- * still: connections, subscriptions and their sockets are ended by the process that made them.
+ * Made along with something that belongs to the process. In a child made by fork it is still the
+ * parent's: connections, subscriptions and their sockets are ended by the process that made them.
  */
-unsigned process_generation();
-
-/** Made along with something that belongs to the process. */
 class ProcessMark {
  public:
-  bool is_ours() const { return generation_ == process_generation(); }
+  bool is_ours() const { return process_ == getpid(); }
 
  private:
-  unsigned generation_ = process_generation();
+  pid_t process_ = getpid();
 };
 
 }  // namespace korvane::host

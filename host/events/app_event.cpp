@@ -3,7 +3,10 @@
 #include "app_event.h"
 
 #include <sys/epoll.h>
+#include <sys/socket.h>
 
+#include <algorithm>
+#include <array>
 #include <atomic>
 #include <cstring>
 #include <filesystem>
@@ -13,21 +16,28 @@
 
 #include "device/device.h"
 #include "events/bundle_handle.h"
+#include "events/event_publisher.h"
 #include "guard.h"
 #include "loop/main_loop.h"
+#include "loop/scoped_source.h"
 #include "process.h"
 #include "sockets/local_socket.h"
+#include "sockets/wait_limits.h"
 
 using korvane::host::EventBundle;
+using korvane::host::EventRun;
 using korvane::host::FrameReader;
 using korvane::host::guarded;
 using korvane::host::MainLoop;
 using korvane::host::Parcel;
+using korvane::host::ReadState;
+using korvane::host::ScopedSource;
+using korvane::host::ScopedTimer;
 using korvane::host::UniqueFd;
 
 namespace {
 
-/** One subscription. Whoever calls it from the loop keeps it alive meanwhile. */
+/** One subscription. Calls from the loop keep it alive. */
 class Subscription : public std::enable_shared_from_this<Subscription> {
  public:
   Subscription(const char *event_name, event_cb callback, void *user_data)
@@ -37,8 +47,8 @@ class Subscription : public std::enable_shared_from_this<Subscription> {
   ~Subscription() { stop(); }
 
   /**
-   * Publishers see the socket once it is watched: what they send before, their dropping a
-   * connection would overtake.
+   * Publishes the socket once it is watched; otherwise an event could be delivered after a later
+   * end of a connection.
    */
   void start() {
     static std::atomic<unsigned> next_number{0};
@@ -47,24 +57,16 @@ class Subscription : public std::enable_shared_from_this<Subscription> {
     path_ = korvane::host::ListenerPath(
         folder / (std::to_string(getpid()) + "." + std::to_string(next_number++)));
     listener_ = path_.listen();
-    source_ = MainLoop::instance().add_descriptor(listener_.get(), EPOLLIN,
-                                                  [weak = weak_from_this()](std::uint32_t) {
-                                                    if (const auto self = weak.lock())
-                                                      self->accept_senders();
-                                                  });
+    source_ = watch(listener_, [](Subscription &self) { self.accept_senders(); });
     path_.enlist();
   }
 
   /** In a child made by fork the subscription goes on being its parent's. */
   void stop() {
-    if (!std::exchange(active_, false)) return;
-    if (mark_.is_ours()) {
-      for (const MainLoop::SourceId source : {source_, turn_}) forget(source);
-      for (const Sender &sender : senders_) forget(sender.source);
-      path_.remove();
-    }
+    if (mark_.is_ours()) path_.remove();
+    source_.reset();
     senders_.clear();
-    waiting_.clear();
+    due_.clear();
     listener_.reset();
   }
 
@@ -72,123 +74,115 @@ class Subscription : public std::enable_shared_from_this<Subscription> {
   struct Sender {
     UniqueFd socket;
     FrameReader reader;
-    MainLoop::SourceId source = 0;  ///< 0 while it waits for its turn
+    ScopedSource source;
+    ScopedTimer patience;
   };
   using Senders = std::list<Sender>;
 
-  static void forget(MainLoop::SourceId source) {
-    if (source != 0) MainLoop::instance().remove(source);
+  template <typename Handle>
+  ScopedSource watch(const UniqueFd &socket, Handle handle) {
+    return ScopedSource(MainLoop::instance(), socket.get(), EPOLLIN,
+                        [weak = weak_from_this(), handle](std::uint32_t) {
+                          if (const auto self = weak.lock()) handle(*self);
+                        });
   }
 
   /**
-   * The socket is watched again before anything is delivered: whoever connects from then on has
-   * a place in the order of what happens, and the others are here.
+   * Delivers the events of the first run. The senders of a later run are served on their own:
+   * behind the end of the connections that came between the two runs.
    */
   void accept_senders() {
-    accept_waiting();
-    MainLoop::instance().change_events(source_, EPOLLIN);
-    accept_waiting();
-    if (turn_ == 0) serve_waiting();
-  }
-
-  void accept_waiting() {
-    for (;;) {
-      Senders next(1);  // first, so that nobody who was accepted is lost for want of memory
-      next.front().socket = korvane::host::accept_peer(listener_.get());
-      if (!next.front().socket) return;
-      waiting_.splice(waiting_.end(), next);
+    // Watched again while no sender waits, the socket has a place in the order of what follows.
+    while (accept_waiting()) source_.change_events(EPOLLIN);
+    std::optional<EventRun> first;
+    for (auto next = senders_.begin(); next != senders_.end();) {
+      const auto sender = next++;
+      const auto run = run_of(*sender);
+      if (!first) first = run;
+      if (run && run == first) read(sender);
     }
+    deliver();
   }
 
-  /**
-   * Serves the senders of one process: what it sent before it dropped a connection is not left for
-   * a turn behind the drop. What the next process sent, once that one had gone, waits its turn.
-   */
-  void serve_waiting() {
-    turn_ = 0;
-    if (waiting_.empty()) return;
-    const auto first_process = [this] {
-      return korvane::host::peer_process(waiting_.front().socket.get());
-    };
-    const pid_t process = first_process();
-    while (!waiting_.empty() && first_process() == process) take_first();
-    if (waiting_.empty()) return;
-    turn_ = MainLoop::instance().post([weak = weak_from_this()] {
-      if (const auto self = weak.lock()) self->serve_waiting();
+  bool accept_waiting() {
+    bool some = false;
+    while (UniqueFd socket = korvane::host::accept_peer(listener_.get())) {
+      some = true;
+      guarded([&] {
+        add_sender(std::move(socket));
+        return 0;
+      });
+    }
+    return some;
+  }
+
+  /** Watches a sender before anything of it is read, which gives it its place in the loop. */
+  void add_sender(UniqueFd socket) {
+    Senders added(1);
+    const auto sender = added.begin();
+    sender->socket = std::move(socket);
+    sender->patience =
+        ScopedTimer(MainLoop::instance(), std::chrono::milliseconds(korvane::host::limits.greeting),
+                    [weak = weak_from_this(), sender] {
+                      if (const auto self = weak.lock()) self->senders_.erase(sender);
+                    });
+    sender->source = watch(sender->socket, [sender](Subscription &self) {
+      self.read(sender);
+      self.deliver();
     });
+    senders_.splice(senders_.end(), added);
   }
 
-  /**
-   * Watches the first sender, then reads what it sent: read before, what comes in between would be
-   * ranked behind all that happens until it is watched. Failing, the sender is the first still.
-   */
-  void take_first() {
-    const auto sender = waiting_.begin();
-    sender->source = MainLoop::instance().add_descriptor(
-        sender->socket.get(), EPOLLIN, [weak = weak_from_this(), sender](std::uint32_t) {
-          if (const auto self = weak.lock()) self->deliver(self->finish(sender));
-        });
-    senders_.splice(senders_.end(), waiting_, sender);
-    std::optional<bundle_s> event;
-    try {
-      event = finish(sender);
-    } catch (...) {
-      forget(std::exchange(sender->source, 0));
-      waiting_.splice(waiting_.begin(), senders_, sender);
-      throw;
+  /** The run of an event of which nothing was read yet, if it has come. */
+  static std::optional<EventRun> run_of(const Sender &sender) {
+    std::array<std::uint8_t, korvane::host::kFrameHeaderSize + sizeof(EventRun)> bytes;
+    if (!sender.reader.empty() || recv(sender.socket.get(), bytes.data(), bytes.size(),
+                                       MSG_PEEK | MSG_DONTWAIT) != ssize_t{bytes.size()}) {
+      return std::nullopt;
     }
-    deliver(std::move(event));
+    EventRun run;
+    std::copy_n(bytes.begin() + korvane::host::kFrameHeaderSize, run.size(), run.begin());
+    return run;
   }
 
-  /**
-   * Reads what is there. The sender is done with once its event, which is returned, is whole, or it
-   * has gone.
-   */
-  std::optional<bundle_s> finish(Senders::iterator sender) {
-    if (!ends(*sender)) return std::nullopt;
-    auto event = event_of(sender->reader);
-    forget(sender->source);
-    senders_.erase(sender);
-    return event;
-  }
-
-  void deliver(std::optional<bundle_s> event) {
-    if (!event) return;
-    callback_(name_.c_str(), &*event, user_data_);
-  }
-
-  static bool ends(Sender &sender) {
-    for (;;) {
-      switch (korvane::host::read_available(sender.socket.get(), sender.reader)) {
-        case korvane::host::ReadState::kData:
-          if (sender.reader.has_frame()) return true;
-          break;
-        case korvane::host::ReadState::kNothing:
-          return false;
-        case korvane::host::ReadState::kEnd:
-          return true;
+  /** Reads what has come. Ends the sender when its event is whole, which is then due, or lost. */
+  void read(Senders::iterator sender) {
+    bool ends = true;
+    guarded([&] {
+      ReadState state = ReadState::kData;
+      while (state == ReadState::kData && !sender->reader.has_frame()) {
+        state = korvane::host::read_available(sender->socket.get(), sender->reader);
       }
-    }
+      ends = state != ReadState::kNothing;
+      if (const auto frame = sender->reader.next()) add_event(*frame);
+      return 0;
+    });
+    if (ends) senders_.erase(sender);
   }
 
-  static std::optional<bundle_s> event_of(const FrameReader &reader) {
-    if (!reader.has_frame()) return std::nullopt;
-    auto values = EventBundle::decode(Parcel(reader.front()));
-    if (!values) return std::nullopt;
-    return bundle_s(std::move(*values));
+  void add_event(const korvane::host::Bytes &frame) {
+    if (frame.size() < sizeof(EventRun)) return;
+    auto values = EventBundle::decode(Parcel({frame.begin() + sizeof(EventRun), frame.end()}));
+    if (values) due_.emplace_back(std::move(*values));
+  }
+
+  void deliver() {
+    while (!due_.empty()) {
+      std::list<bundle_s> event;
+      event.splice(event.begin(), due_, due_.begin());
+      callback_(name_.c_str(), &event.front(), user_data_);
+    }
   }
 
   const std::string name_;
   const event_cb callback_;
   void *const user_data_;
   const korvane::host::ProcessMark mark_;
-  bool active_ = true;
   korvane::host::ListenerPath path_;
   UniqueFd listener_;
-  MainLoop::SourceId source_ = 0;
-  Senders waiting_;              ///< accepted, not read from yet
-  MainLoop::SourceId turn_ = 0;  ///< set while some wait for their turn
-  Senders senders_;              ///< watched
+  ScopedSource source_;
+  Senders senders_;
+  std::list<bundle_s> due_;  ///< read, not delivered yet
 };
 
 }  // namespace

@@ -1,5 +1,8 @@
 #include "events/event_publisher.h"
 
+#include <atomic>
+#include <cstring>
+#include <random>
 #include <system_error>
 
 #include "device/device.h"
@@ -11,13 +14,25 @@ namespace korvane::host {
 
 namespace {
 
+/** For all subscribers that take nothing, together. */
 constexpr int kStallMs = 200;
 
+/** Random, so that a service that was started again has another one. */
+std::uint64_t random_number() {
+  std::random_device device;
+  return std::uint64_t{device()} << 32U | device();
+}
+
+std::atomic<std::uint64_t> &current_run() {
+  static std::atomic<std::uint64_t> run{random_number()};
+  return run;
+}
+
 void send_event(const std::filesystem::path &subscriber, const Bytes &frame,
-                PublishResult &result) {
+                const Deadline &deadline, PublishResult &result) {
   try {
     const UniqueFd socket = connect_to(subscriber);
-    ++(write_all(socket.get(), frame, kStallMs) == 0 ? result.reached : result.dropped);
+    ++(write_all(socket.get(), frame, deadline) == 0 ? result.reached : result.dropped);
   } catch (const std::system_error &error) {
     if (error.code() == std::errc::no_such_file_or_directory) return;  // unsubscribed meanwhile
     if (error.code() != std::errc::connection_refused) {
@@ -32,6 +47,10 @@ void send_event(const std::filesystem::path &subscriber, const Bytes &frame,
 
 }  // namespace
 
+void begin_event_run() {
+  ++current_run();
+}
+
 std::vector<std::filesystem::path> event_subscribers(const std::string &event_name) {
   if (!is_plain_name(event_name)) {
     throw std::system_error(EINVAL, std::generic_category(), "event name");
@@ -45,14 +64,26 @@ std::vector<std::filesystem::path> event_subscribers(const std::string &event_na
   return subscribers;
 }
 
-PublishResult publish_event(const std::string &event_name, const EventBundle &payload) {
-  const auto subscribers = event_subscribers(event_name);
+Bytes event_frame(const EventBundle &payload) {
+  const std::uint64_t run = current_run();
+  EventRun run_bytes;
+  std::memcpy(run_bytes.data(), &run, sizeof(run));
+  Bytes contents(run_bytes.begin(), run_bytes.end());
+  const Parcel values = payload.encode();
+  contents.insert(contents.end(), values.bytes().begin(), values.bytes().end());
   Bytes frame;
-  if (!append_frame(frame, payload.encode().bytes())) {
+  if (!append_frame(frame, contents)) {
     throw std::system_error(EMSGSIZE, std::generic_category(), "event payload");
   }
+  return frame;
+}
+
+PublishResult publish_event(const std::string &event_name, const EventBundle &payload) {
+  const auto subscribers = event_subscribers(event_name);
+  const Bytes frame = event_frame(payload);
+  const Deadline deadline(kStallMs);
   PublishResult result;
-  for (const auto &subscriber : subscribers) send_event(subscriber, frame, result);
+  for (const auto &subscriber : subscribers) send_event(subscriber, frame, deadline, result);
   return result;
 }
 

@@ -6,25 +6,26 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <new>
 #include <system_error>
-#include <thread>
 
+#include "deadline.h"
 #include "guard.h"
 #include "korvane_host.h"
-#include "process.h"
 
 namespace korvane::host {
 
 namespace {
 
-// The identities of the loop's own descriptors.
-constexpr MainLoop::SourceId kWakeUp = 0;
-constexpr MainLoop::SourceId kClock = 1;
-constexpr MainLoop::SourceId kFirstSource = 2;
+// Never destroyed: handles of the application may still refer to a loop at process exit. That of
+// the process that forked this one stays behind it.
+struct ProcessLoop {
+  MainLoop loop;
+  ProcessLoop *inherited = nullptr;
+};
 
-constexpr std::uint32_t kEdgeTriggered = EPOLLET;
-constexpr std::uint32_t kOneTurn = EPOLLONESHOT;
+std::atomic<ProcessLoop *> current{nullptr};
+/** The process in which quit came before there was a loop, or 0. */
+std::atomic<pid_t> early_quit{0};
 
 UniqueFd checked(int descriptor, const char *what) {
   UniqueFd result(beyond_standard_streams(descriptor));
@@ -32,65 +33,54 @@ UniqueFd checked(int descriptor, const char *what) {
   return result;
 }
 
-/** Calls a handler; false when it ran out of memory. */
-template <typename Call>
-bool completes(Call call) {
+template <typename Handler, typename... Arguments>
+void call(const Handler &handler, Arguments... arguments) {
   try {
-    call();
-  } catch (const std::bad_alloc &) {
-    return false;
+    handler(arguments...);
   } catch (const std::exception &exception) {
     dlog_print(6, "KORVANE_HOST", "an event was not handled: %s", exception.what());
+  } catch (...) {
+    dlog_print(6, "KORVANE_HOST", "an event was not handled");
   }
-  return true;
 }
-
-/** The loop of this process, and that of the one that forked it, if any, which is left alone. */
-struct ProcessLoop {
-  MainLoop loop;
-  ProcessMark mark;
-  ProcessLoop *inherited = nullptr;
-};
 
 }  // namespace
 
 MainLoop &MainLoop::instance() {
-  // Never destroyed: handles of the application may still refer to it at process exit.
-  static std::atomic<ProcessLoop *> current{nullptr};
   ProcessLoop *found = current;
-  if (found == nullptr || !found->mark.is_ours()) {
-    auto fresh = std::make_unique<ProcessLoop>();
-    fresh->inherited = found;
-    if (current.compare_exchange_strong(found, fresh.get())) found = fresh.release();
-  }
+  if (found != nullptr && found->loop.is_ours()) return found->loop;
+  auto fresh = std::make_unique<ProcessLoop>();
+  fresh->inherited = found;
+  if (current.compare_exchange_strong(found, fresh.get())) found = fresh.release();
+  if (early_quit.exchange(0) == getpid()) found->loop.quit();
   return found->loop;
+}
+
+void MainLoop::quit_instance() noexcept {
+  early_quit = getpid();
+  ProcessLoop *const found = current;
+  if (found == nullptr || !found->loop.is_ours()) return;
+  if (early_quit.exchange(0) != 0) found->loop.quit();
 }
 
 MainLoop::MainLoop()
     : epoll_(checked(epoll_create1(EPOLL_CLOEXEC), "epoll_create1")),
       wake_up_(checked(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK), "eventfd")),
       clock_(
-          checked(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK), "timerfd_create")),
-      next_id_(kFirstSource) {
-  arm(EPOLL_CTL_ADD, kWakeUp, wake_up_.get(), EPOLLIN);
-  arm(EPOLL_CTL_ADD, kClock, clock_.get(), EPOLLIN);
+          checked(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK), "timerfd_create")) {
+  add_descriptor(wake_up_.get(), EPOLLIN, [this](std::uint32_t) { clear_wake_up(); });
+  clock_source_ = add_descriptor(clock_.get(), EPOLLIN, [this](std::uint32_t) { serve_timer(); });
 }
 
 MainLoop::~MainLoop() = default;
 
 MainLoop::SourceId MainLoop::add_descriptor(int descriptor, std::uint32_t epoll_events,
                                             std::function<void(std::uint32_t)> handler) {
-  return add(descriptor, epoll_events, UniqueFd(), std::move(handler));
-}
-
-MainLoop::SourceId MainLoop::add(int descriptor, std::uint32_t epoll_events, UniqueFd due,
-                                 std::function<void(std::uint32_t)> handler) {
-  auto source = std::make_shared<Source>(
-      Source{descriptor, epoll_events, std::move(due), std::move(handler)});
+  auto source = std::make_shared<Source>(Source{descriptor, epoll_events, std::move(handler)});
   const std::lock_guard<std::mutex> guard(mutex_);
   const SourceId id = next_id_++;
   const auto entry = sources_.emplace(id, std::move(source)).first;
-  if (arm(EPOLL_CTL_ADD, id, descriptor, epoll_events) != 0) {
+  if (arm(EPOLL_CTL_ADD, id, *entry->second) != 0) {
     const int error = errno;
     sources_.erase(entry);
     throw std::system_error(error, std::generic_category(), "epoll_ctl");
@@ -98,38 +88,32 @@ MainLoop::SourceId MainLoop::add(int descriptor, std::uint32_t epoll_events, Uni
   return id;
 }
 
+// Taken out of epoll's queue and added again: only so a place in it from before is given up.
 void MainLoop::change_events(SourceId id, std::uint32_t epoll_events) {
-  const std::lock_guard<std::mutex> guard(mutex_);
-  const auto source = sources_.find(id);
-  if (source == sources_.end()) return;
-  source->second->epoll_events = epoll_events;
-  arm(EPOLL_CTL_MOD, id, source->second->descriptor, epoll_events);
-}
-
-bool MainLoop::Source::is_armed_for_good() const {
-  return (epoll_events & kEdgeTriggered) != 0;
-}
-
-/**
- * Arms a source for one turn, unless epoll drops it from its queue by itself. Left there while it
- * is served it would keep its place, and what it gets next would overtake what other sources got
- * before that.
- */
-int MainLoop::arm(int operation, SourceId id, int descriptor, std::uint32_t epoll_events) const {
-  epoll_event event = {};
-  event.events = epoll_events | ((epoll_events & kEdgeTriggered) != 0 ? 0U : kOneTurn);
-  event.data.u64 = id;
-  return epoll_ctl(epoll_.get(), operation, descriptor, &event);
-}
-
-void MainLoop::arm_again(SourceId id) {
   const std::lock_guard<std::mutex> guard(mutex_);
   const auto entry = sources_.find(id);
   if (entry == sources_.end()) return;
   Source &source = *entry->second;
-  source.is_served = false;
-  if (source.is_armed_for_good() && !std::exchange(source.is_missed, false)) return;
-  arm(EPOLL_CTL_MOD, id, source.descriptor, source.epoll_events);
+  source.epoll_events = epoll_events;
+  arm(EPOLL_CTL_DEL, id, source);
+  arm(EPOLL_CTL_ADD, id, source);
+}
+
+/**
+ * Arms a source for one turn. Left in epoll's queue while it is served it would keep its place,
+ * and what it gets next would overtake what other sources got before that.
+ */
+int MainLoop::arm(int operation, SourceId id, const Source &source) const {
+  epoll_event event = {};
+  event.events = source.epoll_events | EPOLLONESHOT;
+  event.data.u64 = id;
+  return epoll_ctl(epoll_.get(), operation, source.descriptor, &event);
+}
+
+void MainLoop::arm_again(SourceId id) {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  const auto source = sources_.find(id);
+  if (source != sources_.end()) arm(EPOLL_CTL_MOD, id, *source->second);
 }
 
 MainLoop::SourceId MainLoop::add_timer(std::chrono::milliseconds delay,
@@ -153,15 +137,9 @@ void MainLoop::set_clock() const {
   timerfd_settime(clock_.get(), TFD_TIMER_ABSTIME, &when, nullptr);
 }
 
-MainLoop::SourceId MainLoop::post(std::function<void()> task) {
-  UniqueFd due = checked(eventfd(1, EFD_CLOEXEC | EFD_NONBLOCK), "eventfd");
-  const int descriptor = due.get();
-  return add(descriptor, EPOLLIN, std::move(due),
-             [task = std::move(task)](std::uint32_t) { task(); });
-}
-
 void MainLoop::remove(SourceId id) {
-  // What handlers hold is let go after the lock.
+  if (!is_ours()) return;
+  // What handlers hold is released after the lock.
   std::shared_ptr<Source> removed;
   decltype(timers_)::node_type removed_timer;
   const std::lock_guard<std::mutex> guard(mutex_);
@@ -180,45 +158,36 @@ void MainLoop::remove(SourceId id) {
 
 int MainLoop::run() {
   while (!quit_.exchange(false)) {
-    const int result = step(-1);
-    if (result < 0 && result != -EINTR) return result;
+    const int result = step(kNoLimit);
+    if (result < 0) return result;
   }
   clear_wake_up();
   return 0;
 }
 
-void MainLoop::quit() {
+void MainLoop::quit() noexcept {
+  const int callers_errno = errno;
   quit_ = true;
-  wake_up();
-}
-
-void MainLoop::wake_up() const {
   const std::uint64_t one = 1;
   [[maybe_unused]] const ssize_t written = write(wake_up_.get(), &one, sizeof(one));
+  errno = callers_errno;
 }
 
-void MainLoop::clear_wake_up() {
+void MainLoop::clear_wake_up() const {
   std::uint64_t value = 0;
   [[maybe_unused]] const ssize_t size = read(wake_up_.get(), &value, sizeof(value));
-  arm(EPOLL_CTL_MOD, kWakeUp, wake_up_.get(), EPOLLIN);
 }
 
 int MainLoop::step(int timeout_ms) {
-  if (owed_ && serve_owed()) return 1;
+  const Deadline deadline(timeout_ms);
   epoll_event event = {};
-  const int count = epoll_wait(epoll_.get(), &event, 1, timeout_ms);
+  int count = 0;
+  do {
+    count = epoll_wait(epoll_.get(), &event, 1, deadline.left_ms());
+  } while (count < 0 && errno == EINTR);
   if (count < 0) return -errno;
-  if (count == 0) return 0;
-  if (event.data.u64 == kWakeUp) {
-    clear_wake_up();
-    return 1;
-  }
-  if (event.data.u64 == kClock) {
-    serve_timer();
-    return 1;
-  }
-  serve(SourceId{event.data.u64}, event.events);
-  return 1;
+  if (count == 1) serve(event.data.u64, event.events);
+  return count;
 }
 
 void MainLoop::serve(SourceId id, std::uint32_t epoll_events) {
@@ -228,44 +197,9 @@ void MainLoop::serve(SourceId id, std::uint32_t epoll_events) {
     const auto entry = sources_.find(id);
     if (entry == sources_.end()) return;
     source = entry->second;
-    if (source->is_armed_for_good()) {
-      source->is_missed = source->is_served;
-      if (std::exchange(source->is_served, true)) return;
-    }
   }
-  if (!completes([&] { source->handler(epoll_events); })) {
-    source->is_served = false;
-    source->owed_events = epoll_events;
-    owed_ = true;
-    wake_up();
-  } else if (source->due) {
-    remove(id);
-  } else {
-    arm_again(id);
-  }
-}
-
-/**
- * Calls again what ran out of memory, first of all, so that nothing overtakes it; false when
- * nothing did.
- */
-bool MainLoop::serve_owed() {
-  SourceId id = 0;
-  std::uint32_t epoll_events = 0;
-  {
-    const std::lock_guard<std::mutex> guard(mutex_);
-    const auto owed = std::find_if(sources_.begin(), sources_.end(), [](const auto &entry) {
-      return entry.second->owed_events != 0;
-    });
-    owed_ = owed != sources_.end();
-    if (!owed_) return false;
-    id = owed->first;
-    epoll_events = std::exchange(owed->second->owed_events, 0);
-  }
-  // Others may need the processor to give memory back.
-  std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  serve(id, epoll_events);
-  return true;
+  call(source->handler, epoll_events);
+  arm_again(id);
 }
 
 void MainLoop::serve_timer() {
@@ -278,11 +212,9 @@ void MainLoop::serve_timer() {
       timers_.erase(first);
     }
     set_clock();
-    arm(EPOLL_CTL_MOD, kClock, clock_.get(), EPOLLIN);
   }
-  if (handler && !completes(handler)) {
-    dlog_print(6, "KORVANE_HOST", "a timer ran out of memory");
-  }
+  change_events(clock_source_, EPOLLIN);  // a handler may wait for another timer
+  if (handler) call(handler);
 }
 
 }  // namespace korvane::host
@@ -295,14 +227,20 @@ int korvane_host_main_loop_run(void) {
 }
 
 void korvane_host_main_loop_quit(void) {
-  guarded([] {
-    MainLoop::instance().quit();
-    return 0;
-  });
+  MainLoop::quit_instance();
 }
 
 int korvane_host_main_loop_step(int timeout_ms) {
   return guarded([timeout_ms] { return MainLoop::instance().step(timeout_ms); });
+}
+
+int korvane_host_main_loop_call_after(int delay_ms, void (*task)(void *), void *user_data) {
+  return guarded([=] {
+    if (task == nullptr || delay_ms < 0) return -EINVAL;
+    MainLoop::instance().add_timer(std::chrono::milliseconds(delay_ms),
+                                   [task, user_data] { task(user_data); });
+    return 0;
+  });
 }
 
 int korvane_host_main_loop_fd(void) {

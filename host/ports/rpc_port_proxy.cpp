@@ -10,6 +10,7 @@
 
 #include "guard.h"
 #include "loop/main_loop.h"
+#include "loop/scoped_source.h"
 #include "ports/rpc_port_handles.h"
 #include "ports/rpc_port_protocol.h"
 #include "process.h"
@@ -23,8 +24,6 @@ using korvane::host::RpcPortProxy;
 namespace korvane::host {
 
 namespace {
-
-constexpr int kNoLimit = -1;
 
 [[noreturn]] void fail(int error, const char *what) {
   throw std::system_error(error, std::generic_category(), what);
@@ -63,24 +62,11 @@ class RpcPortProxy : public std::enable_shared_from_this<RpcPortProxy> {
   Registrations<rpc_port_proxy_rejected_event_cb> rejected;
   Registrations<rpc_port_proxy_received_event_cb> received;
 
-  /** Registers a callback. One that could not be is not left out of what happens later. */
-  template <typename Callback>
-  void add(Registrations<Callback> RpcPortProxy::*registrations, Callback callback,
-           void *user_data) {
-    const bool was_deaf = std::exchange(deaf_, true);
-    (this->*registrations).push_back({callback, user_data});
-    deaf_ = was_deaf;
-  }
-
-  /**
-   * Opens both sockets, says hello and has the answer awaited, for which no memory is needed any
-   * more. Throws, and then is as before.
-   */
+  /** Opens both sockets, says hello and has the answer awaited. Throws, and then is as before. */
   void open(const char *app_id, const char *port_name) {
-    if (deaf_ || !mark_.is_ours() || state_ != State::kIdle) fail(EALREADY, "connect");
+    if (!mark_.is_ours() || state_ != State::kIdle) fail(EALREADY, "connect");
     try {
       say_hello(app_id, port_name);
-      main_.reader.room();
       main_source_ = watch(main_, EPOLLIN, &RpcPortProxy::main_is_ready);
       callback_source_ = watch(callback_, EPOLLRDHUP, &RpcPortProxy::callback_is_ready);
       state_ = State::kConnecting;
@@ -109,10 +95,25 @@ class RpcPortProxy : public std::enable_shared_from_this<RpcPortProxy> {
 
   /**
    * The next parcel of a port; null when the connection is lost, which the loop will report. What
-   * the callback port collected before can be read until then.
+   * the callback port collected before can be read until then. Throws std::bad_alloc: the
+   * connection is lost then, so that a later parcel is not taken for this one.
    */
   std::unique_ptr<rpc_port_parcel_s> read(rpc_port_s &from) {
-    return &from == &main_ ? read_reply() : read_collected();
+    const bool is_main = &from == &main_;
+    if (is_over() && (is_main || !from.reader.has_frame())) return nullptr;
+    try {
+      const rpc_port_s &other = is_main ? callback_ : main_;
+      if (await_frame(from.socket.get(), from.reader, kNoLimit, other.socket.get())) {
+        auto parcel = std::make_unique<rpc_port_parcel_s>();
+        parcel->parcel = Parcel(*from.reader.next());
+        return parcel;
+      }
+    } catch (const std::bad_alloc &) {
+      give_up();
+      throw;
+    }
+    give_up();
+    return nullptr;
   }
 
   bool send(rpc_port_s &to, const Bytes &payload) {
@@ -125,8 +126,7 @@ class RpcPortProxy : public std::enable_shared_from_this<RpcPortProxy> {
   /** Ends everything; no event is delivered any more. */
   void destroy() {
     destroyed_ = true;
-    stop_watching();
-    break_connection();
+    end();
   }
 
  private:
@@ -149,27 +149,33 @@ class RpcPortProxy : public std::enable_shared_from_this<RpcPortProxy> {
     }
   }
 
-  MainLoop::SourceId watch(const rpc_port_s &port, std::uint32_t epoll_events,
-                           void (RpcPortProxy::*handle)()) {
-    return MainLoop::instance().add_descriptor(port.socket.get(), epoll_events,
-                                               [weak = weak_from_this(), handle](std::uint32_t) {
-                                                 if (const auto self = weak.lock())
-                                                   (*self.*handle)();
-                                               });
+  ScopedSource watch(const rpc_port_s &port, std::uint32_t epoll_events,
+                     void (RpcPortProxy::*handle)()) {
+    return ScopedSource(MainLoop::instance(), port.socket.get(), epoll_events,
+                        [weak = weak_from_this(), handle](std::uint32_t) {
+                          if (const auto self = weak.lock()) self->serve(handle);
+                        });
   }
 
   void stop_watching() {
-    for (MainLoop::SourceId *source : {&main_source_, &callback_source_}) {
-      if (*source != 0 && mark_.is_ours()) MainLoop::instance().remove(*source);
-      *source = 0;
-    }
+    main_source_.reset();
+    callback_source_.reset();
+  }
+
+  /** A connection whose handler fails is lost. */
+  void serve(void (RpcPortProxy::*handle)()) {
+    const int error = guarded([&] {
+      (this->*handle)();
+      return 0;
+    });
+    if (error != 0) report_end();
   }
 
   bool is_over() const { return broken_ || !mark_.is_ours(); }
 
   /**
-   * Nothing is read or sent any more. A peer that has ended its side hears of the end here only
-   * when the application does, and may wait for that before it announces that it is back.
+   * Nothing more is read or sent. A peer that has ended its side sees the end of this side only
+   * when the application does: it may wait for that before it announces that it is back.
    */
   void give_up() {
     broken_ = true;
@@ -184,47 +190,6 @@ class RpcPortProxy : public std::enable_shared_from_this<RpcPortProxy> {
     for (const rpc_port_s *port : {&main_, &callback_}) {
       if (port->socket && mark_.is_ours()) shutdown(port->socket.get(), SHUT_RDWR);
     }
-  }
-
-  /** A reply that there is no memory for is not taken for the reply to the next request. */
-  std::unique_ptr<rpc_port_parcel_s> read_reply() {
-    if (is_over()) return nullptr;
-    try {
-      if (await_frame(main_.socket.get(), main_.reader, kNoLimit, callback_.socket.get())) {
-        return take_parcel(main_.reader);
-      }
-    } catch (const std::bad_alloc &) {
-      if (main_.reader.has_frame()) {
-        main_.reader.drop();
-      } else {
-        give_up();
-      }
-      throw;
-    }
-    give_up();
-    return nullptr;
-  }
-
-  /** A parcel that there is no memory for is told of again. */
-  std::unique_ptr<rpc_port_parcel_s> read_collected() {
-    if (is_over() && !callback_.reader.has_frame()) return nullptr;
-    if (announced_ > 0) --announced_;
-    try {
-      if (await_frame(callback_.socket.get(), callback_.reader, kNoLimit, main_.socket.get())) {
-        return take_parcel(callback_.reader);
-      }
-    } catch (const std::bad_alloc &) {
-      short_of_memory_ = true;
-      throw;
-    }
-    give_up();
-    return nullptr;
-  }
-
-  static std::unique_ptr<rpc_port_parcel_s> take_parcel(FrameReader &reader) {
-    auto parcel = std::make_unique<rpc_port_parcel_s>();
-    parcel->parcel = Parcel(*reader.next());
-    return parcel;
   }
 
   void main_is_ready() {
@@ -251,14 +216,21 @@ class RpcPortProxy : public std::enable_shared_from_this<RpcPortProxy> {
     std::int32_t verdict = kRejected;
     if (auto answer = main_.reader.next()) Parcel(std::move(*answer)).read_int32(verdict);
     if (verdict != kAccepted) {
-      end();
-      deliver(rejected);
+      report_end();
       return;
     }
     state_ = State::kConnected;
-    MainLoop::instance().change_events(main_source_, EPOLLRDHUP);
-    MainLoop::instance().change_events(callback_source_, EPOLLIN | EPOLLRDHUP);
+    main_source_.change_events(EPOLLRDHUP);
+    callback_source_.change_events(EPOLLIN | EPOLLRDHUP);
     deliver(connected, &main_);
+  }
+
+  /** Ends the connection and reports that, once. Needs no memory. */
+  void report_end() {
+    const State before = state_;
+    end();
+    if (before == State::kConnecting) deliver(rejected);
+    if (before == State::kConnected) deliver(disconnected);
   }
 
   void end() {
@@ -270,34 +242,32 @@ class RpcPortProxy : public std::enable_shared_from_this<RpcPortProxy> {
   void receive() {
     const ReadState read = read_available(callback_.socket.get(), callback_.reader);
     deliver_received();
-    if (read == ReadState::kEnd && !destroyed_) lost();
+    if (read == ReadState::kEnd || callback_.reader.broken()) lost();
   }
 
   /** What arrived before the end is delivered before it. */
   void lost() {
-    if (state_ != State::kConnected) return;
-    while (!destroyed_ &&
-           read_available(callback_.socket.get(), callback_.reader) == ReadState::kData) {
+    ReadState read = ReadState::kData;
+    while (state_ == State::kConnected && read == ReadState::kData) {
+      read = read_available(callback_.socket.get(), callback_.reader);
       deliver_received();
     }
-    deliver_received();
-    if (destroyed_) return;
-    callback_.reader = FrameReader();
-    end();
-    deliver(disconnected);
+    report_end();
   }
 
+  /** A parcel that the application leaves is reported again with the next one. */
   void deliver_received() {
-    while (!destroyed_ && announced_ < callback_.reader.frame_count()) {
-      ++announced_;
+    bool is_read = true;
+    while (state_ == State::kConnected && is_read && callback_.reader.has_frame()) {
+      const std::size_t before = callback_.reader.size();
       deliver(received);
-      if (std::exchange(short_of_memory_, false)) throw std::bad_alloc();
+      is_read = callback_.reader.size() != before;
     }
   }
 
   /**
-   * Calls those that are registered now: a callback may register others, or destroy the proxy,
-   * which whoever has come here keeps alive.
+   * Calls the callbacks that are registered now. A callback may register others, or destroy the
+   * proxy, which the caller keeps alive.
    */
   template <typename Callback, typename... Arguments>
   void deliver(const Registrations<Callback> &registrations, Arguments... arguments) {
@@ -311,17 +281,14 @@ class RpcPortProxy : public std::enable_shared_from_this<RpcPortProxy> {
 
   const ProcessMark mark_;
   State state_ = State::kIdle;
-  bool deaf_ = false;  ///< a registration failed: there is somebody who would not be told
   bool destroyed_ = false;
   std::atomic<bool> broken_{false};
   std::string endpoint_;
   std::string port_name_;
   rpc_port_s main_;
   rpc_port_s callback_;
-  std::size_t announced_ = 0;     ///< frames on the callback port that were told of and not taken
-  bool short_of_memory_ = false;  ///< so that a frame that was told of could not be taken
-  MainLoop::SourceId main_source_ = 0;
-  MainLoop::SourceId callback_source_ = 0;
+  ScopedSource main_source_;
+  ScopedSource callback_source_;
 };
 
 }  // namespace korvane::host
@@ -338,7 +305,7 @@ int add_callback(rpc_port_proxy_h proxy,
                  Callback callback, void *user_data) {
   return guarded([=] {
     if (proxy == nullptr || callback == nullptr) return -EINVAL;
-    proxy->proxy->add(registrations, callback, user_data);
+    ((*proxy->proxy).*registrations).push_back({callback, user_data});
     return 0;
   });
 }
@@ -420,7 +387,9 @@ int rpc_port_parcel_create_from_port(rpc_port_parcel_h *parcel, rpc_port_h port)
 }
 
 int rpc_port_parcel_send(rpc_port_parcel_h parcel, rpc_port_h port) {
-  if (parcel == nullptr || port == nullptr) return -EINVAL;
-  const bool sent = !parcel->write_failed && port->proxy->send(*port, parcel->parcel.bytes());
-  return sent ? 0 : -EIO;
+  return guarded([=] {
+    if (parcel == nullptr || port == nullptr) return -EINVAL;
+    const bool sent = !parcel->write_failed && port->proxy->send(*port, parcel->parcel.bytes());
+    return sent ? 0 : -EIO;
+  });
 }

@@ -3,9 +3,10 @@
 #include <sys/epoll.h>
 #include <sys/socket.h>
 
-#include "loop/scoped_timer.h"
+#include "events/event_publisher.h"
+#include "guard.h"
 #include "sockets/local_socket.h"
-#include "sockets/send_queue.h"
+#include "sockets/wait_limits.h"
 
 namespace korvane::host {
 
@@ -16,19 +17,18 @@ constexpr std::size_t kMaxQueued = std::size_t{64} << 20;
 /** Far beyond the name of any application. */
 constexpr std::size_t kMaxName = 1024;
 
-constexpr std::uint32_t kInput = EPOLLIN | EPOLLRDHUP | EPOLLET;
+constexpr std::uint32_t kInput = EPOLLIN | EPOLLRDHUP;
 constexpr std::uint32_t kOutput = EPOLLOUT;
-constexpr std::uint32_t kEnd = EPOLLRDHUP | EPOLLHUP | EPOLLERR;
 
 }  // namespace
 
 /** One accepted socket: first waiting for its hello and its counterpart, then half a connection. */
 struct RpcPortServer::Channel {
   UniqueFd socket;
-  MainLoop::SourceId source = 0;
+  ScopedSource source;
   FrameReader reader;
-  SendQueue queued;
-  bool awaits_room = false;  ///< the loop tells when more of the queue can be sent
+  Bytes queued;
+  bool awaits_room = false;  ///< the loop reports when more of the queue can be sent
   ScopedTimer patience;      ///< while waiting
   std::optional<Hello> hello;
   ConnectionId connection = 0;  ///< 0 while waiting
@@ -40,25 +40,19 @@ struct RpcPortServer::Connection {
 };
 
 RpcPortServer::RpcPortServer(MainLoop &loop, const std::string &app_id,
-                             const std::string &port_name, Events events,
-                             std::chrono::milliseconds greeting_limit)
+                             const std::string &port_name, Events events)
     : loop_(loop),
       events_(std::move(events)),
-      greeting_limit_(greeting_limit),
       listener_(
           std::make_unique<Listener>(loop, rpc_socket_path(Device::current(), app_id, port_name),
                                      [this](UniqueFd socket) { accept(std::move(socket)); })) {}
 
 RpcPortServer::~RpcPortServer() {
-  stop_listening();
-  closed_ = nullptr;
-  loop_.remove(closing_limit_);
   while (!connections_.empty()) end(connections_.begin()->first, false);
 }
 
 void RpcPortServer::stop_listening() {
   listener_.reset();
-  for (const auto &[source, channel] : waiting_) loop_.remove(source);
   waiting_.clear();
 }
 
@@ -70,12 +64,12 @@ void RpcPortServer::close(std::chrono::milliseconds limit, std::function<void()>
     shutdown(connection.main->socket.get(), SHUT_WR);
     shutdown(connection.callback->socket.get(), SHUT_WR);
   }
-  closing_limit_ = loop_.add_timer(connections_.empty() ? std::chrono::milliseconds() : limit,
-                                   [this] { all_closed(); });
+  begin_event_run();
+  closing_limit_ = ScopedTimer(loop_, connections_.empty() ? std::chrono::milliseconds() : limit,
+                               [this] { all_closed(); });
 }
 
 void RpcPortServer::all_closed() {
-  loop_.remove(closing_limit_);
   while (!connections_.empty()) end(connections_.begin()->first, false);
   // The last thing: done may destroy the server.
   if (const auto done = std::exchange(closed_, nullptr)) done();
@@ -85,28 +79,33 @@ void RpcPortServer::accept(UniqueFd socket) {
   auto channel = std::make_shared<Channel>();
   channel->socket = std::move(socket);
   const std::weak_ptr<Channel> weak = channel;
-  channel->patience = ScopedTimer(loop_, greeting_limit_, [this, weak] {
-    if (const auto self = weak.lock()) drop(*self);
+  channel->patience = ScopedTimer(loop_, std::chrono::milliseconds(limits.greeting), [this, weak] {
+    if (const auto self = weak.lock()) drop(self);
   });
   channel->source =
-      loop_.add_descriptor(channel->socket.get(), kInput, [this, weak](std::uint32_t epoll_events) {
-        const auto self = weak.lock();
-        if (self == nullptr) return;
-        if ((epoll_events & kOutput) != 0) flush(*self);
-        if ((epoll_events & ~kOutput) != 0) read(self, epoll_events);
+      ScopedSource(loop_, channel->socket.get(), kInput, [this, weak](std::uint32_t epoll_events) {
+        if (const auto self = weak.lock()) serve(self, epoll_events);
       });
-  waiting_.emplace(channel->source, channel);
+  waiting_.insert(channel);
 }
 
-void RpcPortServer::read(const std::shared_ptr<Channel> &channel, std::uint32_t epoll_events) {
-  if (!channel->socket) return;
+void RpcPortServer::serve(const std::shared_ptr<Channel> &channel, std::uint32_t epoll_events) {
+  const int error = guarded([&] {
+    if ((epoll_events & kOutput) != 0) flush(*channel);
+    if ((epoll_events & ~kOutput) != 0) read(channel);
+    return 0;
+  });
+  if (error != 0) drop(channel);
+}
+
+void RpcPortServer::read(const std::shared_ptr<Channel> &channel) {
   const ReadState state = read_available(channel->socket.get(), channel->reader);
   while (auto frame = channel->reader.next()) {
     Parcel parcel(std::move(*frame));
     if (!channel->hello) {
       channel->hello = Hello::decode(std::move(parcel));
       if (!channel->hello || channel->hello->app_id.size() > kMaxName) {
-        drop(*channel);
+        drop(channel);
         return;
       }
       greet(channel, *channel->hello);
@@ -115,16 +114,12 @@ void RpcPortServer::read(const std::shared_ptr<Channel> &channel, std::uint32_t 
     }
     if (!channel->socket) return;
   }
-  if (state == ReadState::kEnd) {
-    drop(*channel);
-  } else if (channel->reader.filled_room() || (epoll_events & kEnd) != 0) {
-    watch(*channel);  // for what is left
-  }
+  if (state == ReadState::kEnd || channel->reader.broken()) drop(channel);
 }
 
 void RpcPortServer::greet(const std::shared_ptr<Channel> &channel, const Hello &hello) {
   const pid_t pid = peer_process(channel->socket.get());
-  for (const auto &[source, other] : waiting_) {
+  for (const auto &other : waiting_) {
     if (other == channel || !other->hello || other->hello->token != hello.token ||
         other->hello->port == hello.port || peer_process(other->socket.get()) != pid) {
       continue;
@@ -138,16 +133,16 @@ void RpcPortServer::greet(const std::shared_ptr<Channel> &channel, const Hello &
 
 void RpcPortServer::open(const std::shared_ptr<Channel> &main,
                          const std::shared_ptr<Channel> &callback, const Peer &peer) {
-  const ConnectionId id = next_connection_++;
-  for (const auto &channel : {main, callback}) {
-    waiting_.erase(channel->source);
-    channel->patience.reset();
-    channel->connection = id;
-  }
-  connections_[id] = {main, callback};
   const bool accepted = events_.accept(peer);
   Parcel answer;
   answer.write_int32(accepted ? kAccepted : kRejected);
+  const ConnectionId id = next_connection_++;
+  connections_.emplace(id, Connection{main, callback});
+  for (const auto &channel : {main, callback}) {
+    waiting_.erase(channel);
+    channel->patience.reset();
+    channel->connection = id;
+  }
   send(id, Port::kMain, answer);
   if (accepted) {
     events_.connected(id, peer);
@@ -159,34 +154,37 @@ void RpcPortServer::open(const std::shared_ptr<Channel> &main,
 void RpcPortServer::send(ConnectionId connection, Port port, const Parcel &parcel) {
   Channel *channel = find(connection, port);
   if (channel == nullptr) return;
-  if (!channel->queued.add_frame(parcel.bytes())) shutdown(channel->socket.get(), SHUT_RDWR);
+  const int error =
+      guarded([&] { return append_frame(channel->queued, parcel.bytes()) ? 0 : -EMSGSIZE; });
+  if (error != 0) shutdown(channel->socket.get(), SHUT_RDWR);
   flush(*channel);
 }
 
 void RpcPortServer::send_raw(ConnectionId connection, Port port, const Bytes &bytes) {
   Channel *channel = find(connection, port);
   if (channel == nullptr) return;
-  channel->queued.add(bytes);
+  channel->queued.insert(channel->queued.end(), bytes.begin(), bytes.end());
   flush(*channel);
 }
 
 void RpcPortServer::flush(Channel &channel) {
-  channel.queued.send_to(channel.socket.get());
+  send_available(channel.socket.get(), channel.queued);
   if (channel.queued.size() > kMaxQueued) {
     shutdown(channel.socket.get(), SHUT_RDWR);
     channel.queued.clear();
   }
   if (channel.queued.empty() == !channel.awaits_room) return;
   channel.awaits_room = !channel.queued.empty();
-  watch(channel);
-}
-
-void RpcPortServer::watch(const Channel &channel) {
-  loop_.change_events(channel.source, kInput | (channel.awaits_room ? kOutput : 0U));
+  channel.source.change_events(kInput | (channel.awaits_room ? kOutput : 0U));
 }
 
 void RpcPortServer::disconnect(ConnectionId connection) {
   end(connection, true);
+}
+
+void RpcPortServer::disconnect_all() {
+  for (const ConnectionId id : connections()) disconnect(id);
+  begin_event_run();
 }
 
 std::vector<RpcPortServer::ConnectionId> RpcPortServer::connections() const {
@@ -195,15 +193,14 @@ std::vector<RpcPortServer::ConnectionId> RpcPortServer::connections() const {
   return ids;
 }
 
-void RpcPortServer::drop(Channel &channel) {
-  if (channel.connection != 0) {
-    end(channel.connection, true);
+void RpcPortServer::drop(const std::shared_ptr<Channel> &channel) {
+  if (channel->connection != 0) {
+    end(channel->connection, true);
     return;
   }
-  const MainLoop::SourceId source = channel.source;
-  loop_.remove(source);
-  channel.socket.reset();
-  waiting_.erase(source);
+  channel->source.reset();
+  channel->socket.reset();
+  waiting_.erase(channel);
 }
 
 void RpcPortServer::end(ConnectionId connection, bool tell) {
@@ -212,13 +209,12 @@ void RpcPortServer::end(ConnectionId connection, bool tell) {
   const Connection ended = std::move(entry->second);
   connections_.erase(entry);
   for (const auto &channel : {ended.main, ended.callback}) {
-    loop_.remove(channel->source);
+    channel->source.reset();
     channel->socket.reset();
   }
   if (tell) events_.disconnected(connection);
-  if (closing_ && tell && connections_.empty() && closed_) {
-    loop_.remove(closing_limit_);
-    closing_limit_ = loop_.add_timer({}, [this] { all_closed(); });
+  if (tell && closed_ && connections_.empty()) {
+    closing_limit_ = ScopedTimer(loop_, {}, [this] { all_closed(); });
   }
 }
 

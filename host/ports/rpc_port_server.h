@@ -9,10 +9,12 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
 #include "loop/main_loop.h"
+#include "loop/scoped_source.h"
 #include "ports/parcel.h"
 #include "ports/rpc_port_protocol.h"
 #include "sockets/frame.h"
@@ -26,8 +28,9 @@ namespace korvane::host {
  *
  * Driven by a main loop, on whose thread it lives, and never blocks. Peers of
  * other users are turned away; a peer that sends rubbish is disconnected, and so is
- * one that has not said who it is when the limit for that has passed. Every event may
- * call any operation of the server but its destruction.
+ * one that has not said who it is when the limit for that has passed, or that needs
+ * memory that is not available. Every event may call any operation of the server but
+ * its destruction.
  */
 class RpcPortServer {
  public:
@@ -45,19 +48,17 @@ class RpcPortServer {
     std::function<void(ConnectionId, Parcel)> received;  ///< from the client's main port
   };
 
-  static constexpr std::chrono::milliseconds kGreetingLimit{5000};
-
   /** Listens on the current device. Throws std::system_error. */
   RpcPortServer(MainLoop &loop, const std::string &app_id, const std::string &port_name,
-                Events events, std::chrono::milliseconds greeting_limit = kGreetingLimit);
+                Events events);
   RpcPortServer(const RpcPortServer &) = delete;
   RpcPortServer &operator=(const RpcPortServer &) = delete;
   /** Ends every connection, without events, and removes the socket. */
   ~RpcPortServer();
 
   /**
-   * Queues a parcel; an unknown connection is ignored. One that is too long ends the connection:
-   * who waits for it does not wait in vain.
+   * Queues a parcel; an unknown connection is ignored. The connection ends when the parcel is too
+   * long or there is no memory for it: the peer would wait for it without success.
    */
   void send(ConnectionId connection, Port port, const Parcel &parcel);
   /** Queues bytes that need not be a frame. */
@@ -68,8 +69,9 @@ class RpcPortServer {
    * server serves nobody and is to be destroyed.
    */
   void close(std::chrono::milliseconds limit, std::function<void()> done);
-  /** Ends a connection, after the peer was given what it takes at once of what is queued. */
+  /** Ends a connection. What the peer takes at once of the queue was sent. */
   void disconnect(ConnectionId connection);
+  void disconnect_all();
   std::vector<ConnectionId> connections() const;
 
  private:
@@ -79,27 +81,25 @@ class RpcPortServer {
   void stop_listening();
   void all_closed();
   void accept(UniqueFd socket);
-  void read(const std::shared_ptr<Channel> &channel, std::uint32_t epoll_events);
+  void serve(const std::shared_ptr<Channel> &channel, std::uint32_t epoll_events);
+  void read(const std::shared_ptr<Channel> &channel);
   void greet(const std::shared_ptr<Channel> &channel, const Hello &hello);
   void open(const std::shared_ptr<Channel> &main, const std::shared_ptr<Channel> &callback,
             const Peer &peer);
-  /** Sends what is queued, and has the loop tell when the rest can be. */
+  /** Sends what the peer takes at once, and has the loop report when it takes the rest. */
   void flush(Channel &channel);
-  /** Has the loop tell of what is there already, too. */
-  void watch(const Channel &channel);
-  void drop(Channel &channel);
+  void drop(const std::shared_ptr<Channel> &channel);
   void end(ConnectionId connection, bool tell);
   Channel *find(ConnectionId connection, Port port);
 
   MainLoop &loop_;
   const Events events_;
-  const std::chrono::milliseconds greeting_limit_;
   std::unique_ptr<Listener> listener_;
   bool closing_ = false;
   std::function<void()> closed_;
-  MainLoop::SourceId closing_limit_ = 0;
+  ScopedTimer closing_limit_;
   ConnectionId next_connection_ = 1;
-  std::map<MainLoop::SourceId, std::shared_ptr<Channel>> waiting_;  ///< not paired yet
+  std::set<std::shared_ptr<Channel>> waiting_;  ///< not paired yet
   std::map<ConnectionId, Connection> connections_;
 };
 

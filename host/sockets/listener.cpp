@@ -25,10 +25,9 @@ Listener::Listener(MainLoop &loop, std::filesystem::path path,
       path_(std::move(path)),
       accepted_(std::move(accepted)),
       socket_(listen_at(path_)),
-      source_(loop_.add_descriptor(socket_.get(), EPOLLIN, [this](std::uint32_t) { accept(); })) {}
+      source_(loop, socket_.get(), EPOLLIN, [this](std::uint32_t) { accept(); }) {}
 
 Listener::~Listener() {
-  loop_.remove(source_);
   std::error_code ignored;
   std::filesystem::remove(path_, ignored);
 }
@@ -40,8 +39,8 @@ void Listener::accept() {
     accepted_(std::move(peer));
   } else if (is_shortage(errno)) {
     // The peer stays in the queue of the socket, which would keep the loop busy.
-    loop_.change_events(source_, 0);
-    pause_ = ScopedTimer(loop_, kPause, [this] { loop_.change_events(source_, EPOLLIN); });
+    source_.change_events(0);
+    pause_ = ScopedTimer(loop_, kPause, [this] { source_.change_events(EPOLLIN); });
   }
 }
 

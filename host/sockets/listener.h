@@ -6,7 +6,7 @@
 #include <functional>
 
 #include "loop/main_loop.h"
-#include "loop/scoped_timer.h"
+#include "loop/scoped_source.h"
 #include "sockets/unique_fd.h"
 
 namespace korvane::host {
@@ -31,7 +31,7 @@ class Listener {
   const std::filesystem::path path_;
   const std::function<void(UniqueFd)> accepted_;
   UniqueFd socket_;
-  MainLoop::SourceId source_;
+  ScopedSource source_;
   ScopedTimer pause_;
 };
 

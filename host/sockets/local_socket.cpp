@@ -4,17 +4,14 @@
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/uio.h>
 #include <sys/un.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <chrono>
 #include <cstdio>
 #include <iterator>
 #include <system_error>
 
-#include "sockets/little_endian.h"
 #include "sockets/wait_limits.h"
 
 namespace korvane::host {
@@ -22,6 +19,7 @@ namespace korvane::host {
 namespace {
 
 constexpr int kBacklog = 4096;
+constexpr std::size_t kReadSize = std::size_t{64} << 10;
 
 [[noreturn]] void fail(const char *what) {
   throw std::system_error(errno, std::generic_category(), what);
@@ -65,56 +63,37 @@ bool is_own_user(int socket) {
 }
 
 /**
- * Waits until the socket is ready, the time is up (-1: no limit), or the peer of the companion, if
- * there is one, has gone.
+ * Waits until the socket is ready, the time is up, or the peer of the companion, if there is one,
+ * has closed its end. True when the socket is ready.
  */
-bool wait_ready(int socket, short events, int timeout_ms, int companion = -1) {
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeout_ms);
-  int left = timeout_ms;
-  for (;;) {
-    pollfd entries[] = {{socket, events, 0}, {companion, POLLRDHUP, 0}};
-    const int count = poll(entries, std::size(entries), left);
-    if (count > 0) return entries[0].revents != 0;
-    if (count == 0 || errno != EINTR) return false;
-    if (timeout_ms >= 0) {
-      left = static_cast<int>(std::chrono::duration_cast<std::chrono::milliseconds>(
-                                  deadline - std::chrono::steady_clock::now())
-                                  .count());
-      if (left < 0) return false;
-    }
-  }
+bool wait_ready(int socket, short events, const Deadline &deadline, int companion = -1) {
+  pollfd entries[] = {{socket, events, 0}, {companion, POLLRDHUP, 0}};
+  int count = 0;
+  do {
+    count = poll(entries, std::size(entries), deadline.left_ms());
+  } while (count < 0 && errno == EINTR);
+  return count > 0 && entries[0].revents != 0;
 }
 
-/** Sends all parts, of which it moves the beginnings; 0 or an errno value. */
-int write_parts(int socket, iovec *parts, std::size_t count, int stall_timeout_ms) {
-  while (count > 0) {
-    if (parts->iov_len == 0) {
-      ++parts;
-      --count;
-      continue;
-    }
-    msghdr message = {};
-    message.msg_iov = parts;
-    message.msg_iovlen = count;
-    const ssize_t size = sendmsg(socket, &message, MSG_NOSIGNAL | MSG_DONTWAIT);
-    if (size < 0) {
-      if (errno == EINTR) continue;
-      if (errno != EAGAIN && errno != EWOULDBLOCK) return errno;
-      if (!wait_ready(socket, POLLOUT, stall_timeout_ms)) return ETIMEDOUT;
-    }
-    auto left = static_cast<std::size_t>(std::max<ssize_t>(size, 0));
-    for (iovec *part = parts; left > 0; ++part) {
-      const std::size_t sent = std::min(left, part->iov_len);
-      part->iov_base = static_cast<std::uint8_t *>(part->iov_base) + sent;
-      part->iov_len -= sent;
-      left -= sent;
+/** Sends what the peer takes at once of the bytes from a position on; as send. */
+ssize_t send_some(int socket, const Bytes &bytes, std::size_t from) {
+  return send(socket, bytes.data() + from, bytes.size() - from, MSG_NOSIGNAL | MSG_DONTWAIT);
+}
+
+/** Sends all, waiting for the peer until the end of each wait; 0 or an errno value. */
+template <typename NextWait>
+int send_all(int socket, const Bytes &bytes, NextWait next_wait) {
+  for (std::size_t sent = 0; sent < bytes.size();) {
+    const ssize_t size = send_some(socket, bytes, sent);
+    if (size >= 0) {
+      sent += static_cast<std::size_t>(size);
+    } else if (errno == EAGAIN || errno == EWOULDBLOCK) {
+      if (!wait_ready(socket, POLLOUT, next_wait())) return ETIMEDOUT;
+    } else if (errno != EINTR) {
+      return errno;
     }
   }
   return 0;
-}
-
-iovec part_of(const std::uint8_t *bytes, std::size_t size) {
-  return {const_cast<std::uint8_t *>(bytes), size};
 }
 
 }  // namespace
@@ -181,30 +160,26 @@ pid_t peer_process(int socket) {
 }
 
 ReadState read_available(int socket, FrameReader &reader) {
-  const FrameReader::Room room = reader.room();
-  const ssize_t size = recv(socket, room.bytes, room.size, MSG_DONTWAIT);
+  std::uint8_t bytes[kReadSize];
+  const ssize_t size = recv(socket, bytes, sizeof(bytes), MSG_DONTWAIT);
   if (size > 0) {
-    return reader.take(static_cast<std::size_t>(size)) ? ReadState::kData : ReadState::kEnd;
+    reader.feed(bytes, static_cast<std::size_t>(size));
+    return reader.broken() ? ReadState::kEnd : ReadState::kData;
   }
   const bool again = size < 0 && (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR);
   return again ? ReadState::kNothing : ReadState::kEnd;
 }
 
 bool await_frame(int socket, FrameReader &reader, int begin_timeout_ms, int companion) {
-  std::optional<std::chrono::steady_clock::time_point> deadline;
+  Deadline deadline(begin_timeout_ms);
+  bool has_begun = false;
   while (!reader.has_frame()) {
     if (reader.broken()) return false;
-    if (reader.in_frame() && !deadline) {
-      deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(limits.frame);
+    if (!has_begun && !reader.empty()) {
+      has_begun = true;
+      deadline = Deadline(limits.frame);
     }
-    int timeout = begin_timeout_ms;
-    if (deadline) {
-      timeout = static_cast<int>(std::chrono::duration_cast<std::chrono::milliseconds>(
-                                     *deadline - std::chrono::steady_clock::now())
-                                     .count());
-      if (timeout < 0) return false;
-    }
-    const bool ready = wait_ready(socket, POLLIN, timeout, companion);
+    const bool ready = wait_ready(socket, POLLIN, deadline, companion);
     // What came just before the companion ended is taken all the same.
     const ReadState state = read_available(socket, reader);
     const bool lost = state == ReadState::kEnd || (state == ReadState::kNothing && !ready);
@@ -218,17 +193,28 @@ std::optional<Bytes> read_frame(int socket, FrameReader &reader, int begin_timeo
   return reader.next();
 }
 
+void send_available(int socket, Bytes &bytes) {
+  std::size_t sent = 0;
+  while (sent < bytes.size()) {
+    const ssize_t size = send_some(socket, bytes, sent);
+    if (size < 0 && errno != EINTR) break;
+    sent += static_cast<std::size_t>(std::max<ssize_t>(size, 0));
+  }
+  bytes.erase(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(sent));
+  if (bytes.empty()) bytes = Bytes();  // one long answer does not cost memory for ever
+}
+
 int write_all(int socket, const Bytes &bytes, int stall_timeout_ms) {
-  iovec part = part_of(bytes.data(), bytes.size());
-  return write_parts(socket, &part, 1, stall_timeout_ms);
+  return send_all(socket, bytes, [=] { return Deadline(stall_timeout_ms); });
+}
+
+int write_all(int socket, const Bytes &bytes, const Deadline &deadline) {
+  return send_all(socket, bytes, [&] { return deadline; });
 }
 
 int write_frame(int socket, const Bytes &payload, int stall_timeout_ms) {
-  if (payload.size() > kMaxFrameSize) return EMSGSIZE;
-  std::uint8_t header[kFrameHeaderSize];
-  store_u32(header, static_cast<std::uint32_t>(payload.size()));
-  iovec parts[] = {part_of(header, sizeof(header)), part_of(payload.data(), payload.size())};
-  return write_parts(socket, parts, std::size(parts), stall_timeout_ms);
+  Bytes frame;
+  return append_frame(frame, payload) ? write_all(socket, frame, stall_timeout_ms) : EMSGSIZE;
 }
 
 }  // namespace korvane::host

@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <optional>
 
+#include "deadline.h"
 #include "sockets/frame.h"
 #include "sockets/unique_fd.h"
 
@@ -68,10 +69,19 @@ bool await_frame(int socket, FrameReader &reader, int begin_timeout_ms, int comp
 /** Waits for the next frame in the same way; empty when the connection is lost. */
 std::optional<Bytes> read_frame(int socket, FrameReader &reader, int begin_timeout_ms);
 
-/** Writes everything, waiting for the peer to take it, within a limit; 0 or an errno value. */
-int write_all(int socket, const Bytes &bytes, int stall_timeout_ms);
+/**
+ * Sends what the peer takes at once, and removes it from the bytes. A lost connection is for the
+ * loop to report.
+ */
+void send_available(int socket, Bytes &bytes);
 
-/** Writes a frame in the same way; EMSGSIZE, and nothing is written, when it is too long. */
+/** Writes everything; 0 or an errno value. Waits for a peer that takes nothing up to a limit. */
+int write_all(int socket, const Bytes &bytes, int stall_timeout_ms);
+/** Writes what the peer takes until the deadline. */
+int write_all(int socket, const Bytes &bytes, const Deadline &deadline);
+
+/** Writes a frame, with a limit for a peer that takes nothing; EMSGSIZE, and nothing is written,
+ * when it is too long. */
 int write_frame(int socket, const Bytes &payload, int stall_timeout_ms);
 
 }  // namespace korvane::host

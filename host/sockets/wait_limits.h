@@ -6,6 +6,7 @@ namespace korvane::host {
 
 /** In milliseconds. */
 struct Limits {
+  int greeting = 5000;     ///< for a peer that has connected and says nothing
   int answer = 5000;       ///< for the answer to a hello that is waited for
   int frame = 5000;        ///< for the rest of a frame that has begun
   int send_stall = 10000;  ///< for a peer that takes nothing of what it is sent

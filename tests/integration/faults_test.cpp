@@ -294,6 +294,15 @@ TEST_F(FaultsTest, UpdatedAHundredTimesUnderLoad) {
   expect_nothing_left_behind();
 }
 
+TEST_F(FaultsTest, UpdatedWhileTheApplicationStandsStill) {
+  for (int round = 0; round < 3; ++round) {
+    const std::size_t wanted = connections_ + 1;
+    control({"update"});  // the main loop is not stepped meanwhile
+    EXPECT_TRUE(until([&] { return connections_ == wanted; }));
+    EXPECT_EQ(losses_, 0U);
+  }
+}
+
 TEST_F(FaultsTest, TwoThousandOpenRequests) {
   const rlimit few = {256, 256};  // a request costs the service no descriptor
   ASSERT_EQ(prlimit(emulator_.pid(), RLIMIT_NOFILE, &few, nullptr), 0);

@@ -1,17 +1,14 @@
-// The device directory, the packages in it, the main loop, and the log.
-#include <poll.h>
+// The device directory, the packages in it, and the log.
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <fstream>
-#include <thread>
 
 #include "app.h"
 #include "app_event.h"
 #include "device/device.h"
 #include "dlog.h"
 #include "host_fixture.h"
-#include "korvane_host.h"
 #include "package.h"
 
 using namespace korvane::host;
@@ -169,42 +166,6 @@ TEST_F(HostDeviceTest, RunFolderThatOthersReachIsRefused) {
   fs::rename(run, device_ / "elsewhere");
   fs::create_directory_symlink("elsewhere", run);
   EXPECT_EQ(subscribe(), -EACCES);
-}
-
-TEST(HostMainLoop, ServesWhatIsDueUntilQuit) {
-  MainLoop loop;
-  const auto readable = [&loop](int timeout_ms) {
-    pollfd entry = {loop.descriptor(), POLLIN, 0};
-    return poll(&entry, 1, timeout_ms) == 1;
-  };
-  std::string log;
-  EXPECT_EQ(loop.step(1), 0);
-  EXPECT_FALSE(readable(0));
-  loop.post([&] {
-    log += "first ";
-    loop.post([&] { log += "second "; });
-  });
-  EXPECT_TRUE(readable(10000));
-  EXPECT_EQ(loop.step(0), 1);
-  loop.remove(loop.post([&] { log += "removed "; }));
-  loop.post([] { throw std::runtime_error("the loop goes on"); });
-  const auto due = std::chrono::steady_clock::now() + std::chrono::milliseconds(20);
-  loop.add_timer(std::chrono::milliseconds(20), [&] {
-    log += std::chrono::steady_clock::now() >= due ? "timer" : "early";
-    loop.quit();
-  });
-  EXPECT_EQ(loop.run(), 0);
-  std::thread other;
-  loop.post([&] {
-    log += " again";
-    other = std::thread([&] { loop.quit(); });
-  });
-  EXPECT_EQ(loop.run(), 0);
-  other.join();
-  EXPECT_EQ(log, "first second timer again");
-  EXPECT_EQ(loop.step(0), 0);
-  korvane_host_main_loop_quit();
-  EXPECT_EQ(korvane_host_main_loop_run(), 0);
 }
 
 }  // namespace

@@ -1,5 +1,7 @@
 #include "host_fixture.h"
 
+#include <sys/wait.h>
+
 #include <cstring>
 #include <new>
 
@@ -26,6 +28,12 @@ extern "C" char *strndup(const char *text, std::size_t size) {
   auto *copy = static_cast<char *>(allocate(length));
   if (copy != nullptr) std::strncpy(copy, text, length)[length] = '\0';
   return copy;
+}
+
+void expect_success(pid_t child) {
+  int status = -1;
+  EXPECT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0);
 }
 
 void ScarceMemory::tell(const std::function<void()> &story) {

@@ -3,6 +3,7 @@
 #define KORVANE_TESTS_HOST_FIXTURE_H_
 
 #include <gtest/gtest.h>
+#include <sys/types.h>
 
 #include <cstdlib>
 #include <filesystem>
@@ -28,6 +29,9 @@ class ScarceMemory {
     run(part, false);
   }
 
+  /** Whether an allocation of this run of the story has failed. */
+  static bool has_failed() { return left_ <= 0; }
+
  private:
   template <typename Part>
   static void run(Part part, bool is_scarce) {
@@ -40,6 +44,9 @@ class ScarceMemory {
   static thread_local bool is_scarce_;
   static int left_;  ///< allocations until the one that fails
 };
+
+/** Expects a child process to exit with 0. */
+void expect_success(pid_t child);
 
 class HostTest : public ::testing::Test {
  protected:

@@ -174,7 +174,6 @@ void Session::restart_time() {
 }
 
 void Session::catch_interruptions() {
-  korvane_host_main_loop_fd();  // makes the loop, which a signal handler could not
   install_handler(SIGINT, handle_interruption);
   install_handler(SIGTERM, handle_interruption);
 }
@@ -222,7 +221,7 @@ void Session::await_event(const std::string &consequence) {
 bool Session::deliver_event(int timeout_ms) {
   const int result = korvane_host_main_loop_step(timeout_ms);
   if (callback_error_) std::rethrow_exception(std::exchange(callback_error_, nullptr));
-  if (result < 0 && result != -EINTR) {
+  if (result < 0) {
     throw Failure({result, "MAIN_LOOP", std::strerror(-result)});
   }
   look_at_connection();
