@@ -75,9 +75,9 @@ int get_svcmgr_api_level() {
   const int error = package_info_create(SVCMGR_APP_ID, &handle);
   const svcmgr::PackageInfoOwner package(handle);
   if (error != 0 || package == nullptr) return -1;
-  const HeapText version = svcmgr::take_text(
-      [&package](char **text) { return package_info_get_version(package.get(), text); });
-  return convert_version_to_api_level(version.get());
+  char *version = nullptr;
+  package_info_get_version(package.get(), &version);  // only the text counts
+  return convert_version_to_api_level(HeapText(version).get());
 }
 
 int convert_version_to_api_level(const char *version) {
