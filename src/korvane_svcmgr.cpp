@@ -84,8 +84,7 @@ int convert_version_to_api_level(const char *version) {
   if (version == nullptr) return -1;
   int major = 0;
   int minor = 0;
-  int patch = 0;
-  std::sscanf(version, "%d.%d.%d", &major, &minor, &patch);
+  std::sscanf(version, "%d.%d", &major, &minor);
   const std::int64_t value = std::int64_t{major} * 10000 + minor;
   if (value > 20002) return 11;
   return value >= 10007 ? 8 : -1;
