@@ -26,7 +26,7 @@ using svcmgr::require_service_api_level;
 
 namespace {
 
-/** What the service manager sends in place of a licence while the QEL scheme is disabled. */
+/** Sent in place of a licence while the QEL scheme is disabled. */
 constexpr const char *kQelDisabledLicense = "SVCMGR_ERROR_QEL_DISABLED";
 
 /** A reply of the service manager that has an error code and a log line of its own. */
