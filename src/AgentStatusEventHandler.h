@@ -12,9 +12,9 @@ class AgentStatusEventHandler : public Singleton<AgentStatusEventHandler> {
  public:
   virtual ~AgentStatusEventHandler() = default;
 
-  /** The connection is up: watch it. */
+  /** The connection was made: starts watching. */
   void KeepConnection();
-  /** The application has ended the connection: stop watching. */
+  /** The connection is being ended: stops watching. */
   void DontCareConnection();
   static void AgentEventCallback(const char *event_name, bundle_h event_data, void *user_data);
 

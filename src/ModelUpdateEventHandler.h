@@ -1,4 +1,4 @@
-/** Tells the application of the state of model updates on the device. */
+/** Reports the state of model updates on the device to the application. */
 #ifndef KORVANE_SVCMGR_MODEL_UPDATE_EVENT_HANDLER_H_
 #define KORVANE_SVCMGR_MODEL_UPDATE_EVENT_HANDLER_H_
 
@@ -12,7 +12,7 @@ class ModelUpdateEventHandler : public Singleton<ModelUpdateEventHandler> {
 
   /** Stores the callback and subscribes; a refused subscription is only logged. */
   void SetEventCallback(korvane_svcmgr_ai_status_cb application_callback, void *application_data);
-  /** Clears the callback and unsubscribes; false when the platform refused the latter. */
+  /** Clears the callback and unsubscribes; false when the platform refuses to unsubscribe. */
   bool UnsetEventCallback();
   static void ModelEventCallback(const char *event_name, bundle_h event_data, void *user_data);
 

@@ -1,6 +1,5 @@
 /**
- * Subscriptions to platform events, and what the handlers of such events share:
- * the one instance per process and the exception family.
+ * Subscriptions to platform events, and the base classes of their handlers and exceptions.
  */
 #ifndef KORVANE_SVCMGR_ORVEL_EVENT_HANDLER_H_
 #define KORVANE_SVCMGR_ORVEL_EVENT_HANDLER_H_
@@ -28,7 +27,7 @@ class DeregisterEventException : public SvcmgrException {
   const char *what() const noexcept override { return "Failed to deregister app event."; }
 };
 
-/** Gives Derived one object per process, made on first use and destroyed at process exit. */
+/** Gives Derived one object per process, created on first use and destroyed at process exit. */
 template <typename Derived>
 class Singleton {
  public:
@@ -69,8 +68,8 @@ class OrvelEventHandler {
   }
 
   /**
-   * Ends the subscription, if one is in force; a refused removal is not tried
-   * again. Throws DeregisterEventException.
+   * Ends the subscription, if one is in force; a refused removal is not
+   * repeated. Throws DeregisterEventException.
    */
   void DeregisterEvent() {
     if (handle == nullptr) return;
@@ -91,7 +90,7 @@ class OrvelEventHandler {
 
 namespace svcmgr {
 
-/** Subscribes; a failure is logged for the caller and absorbed. */
+/** Subscribes. A failure is only logged, under the caller's name. */
 inline void subscribe(const Site &site, OrvelEventHandler &subscription) noexcept {
   try {
     subscription.RegisterEvent();
@@ -100,7 +99,7 @@ inline void subscribe(const Site &site, OrvelEventHandler &subscription) noexcep
   }
 }
 
-/** Ends a subscription; a failure is logged for the caller, and false. */
+/** Ends a subscription. Logs a failure under the caller's name and returns false. */
 inline bool unsubscribe(const Site &site, OrvelEventHandler &subscription) noexcept {
   try {
     subscription.DeregisterEvent();
@@ -111,7 +110,7 @@ inline bool unsubscribe(const Site &site, OrvelEventHandler &subscription) noexc
   }
 }
 
-/** Runs the body of a platform event callback; exceptions end up in the log. */
+/** Runs the body of a platform event callback. Exceptions are logged. */
 template <typename Body>
 void run_event_callback(const Site &site, Body body) noexcept {
   run_callback(

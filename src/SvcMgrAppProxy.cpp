@@ -16,14 +16,14 @@ using svcmgr::ParcelOwner;
 constexpr const char *kPortName = "SvcMgrAppPort";
 constexpr int kCallbackPort = 1;
 
-/** What a number that the parcel does not hold reads as: no command, and a failure as a result. */
+/** The value of a code that cannot be read: no known command, and as a result a failure. */
 constexpr int kUnreadable = -1;
 
 constexpr int kInvalidParameter = -22;
 constexpr int kPermissionDenied = -13;
 constexpr int kIOError = -5;
 
-// Values and structures in a parcel. A structure is its fields one after the other.
+// Values in a parcel. A structure is written as its fields, one after the other.
 
 void write_value(rpc_port_parcel_h parcel, int value) {
   rpc_port_parcel_write_int32(parcel, value);
@@ -98,8 +98,7 @@ std::string read_text(rpc_port_parcel_h parcel) {
   return text;
 }
 
-/** The next parcel of a port; null when there is none, or the platform did not hand the port out.
- */
+/** The next parcel of a port; null when it cannot be read, or when the port is null. */
 ParcelOwner read_parcel(rpc_port_h port) {
   rpc_port_parcel_h handle = nullptr;
   if (port == nullptr || rpc_port_parcel_create_from_port(&handle, port) != 0) return ParcelOwner();
@@ -201,7 +200,7 @@ std::unique_ptr<SvcMgrAppPort::CallbackBase> SvcMgrAppPort::Remove(Delegates::it
   return delegate;
 }
 
-/** Deletes all delegates. One may do anything while it is deleted: it finds none registered. */
+/** Empties the list before it deletes the delegates: their destructors may use the port. */
 void SvcMgrAppPort::DropDelegates() {
   const Delegates dropped = std::exchange(delegates_, {});
 }
@@ -223,8 +222,8 @@ void SvcMgrAppPort::Connect(bool sync) {
   }
 }
 
-// The platform's events. The listener, or a delegate, may destroy the port: nothing of it is
-// touched after they were called.
+// Events of the platform. The listener and the delegates may destroy the port, so nothing of it is
+// used after they were called.
 
 void SvcMgrAppPort::OnConnectedCB(const char * /*endpoint*/, const char * /*port_name*/,
                                   rpc_port_h port, void *user_data) {

@@ -1,9 +1,9 @@
 /**
  * The client side of the service manager's RPC interface: the connection, the
- * structures that travel over it, and the delegates that carry asynchronous answers.
+ * structures in its messages, and the delegates that receive asynchronous answers.
  *
- * The protocol fixes this interface. The library itself needs no setters of most fields, no
- * ReadDelegate, no RemoveDelegateByTag, and neither Write nor every Read of a structure.
+ * The protocol fixes this interface. The library itself does not use most setters, ReadDelegate,
+ * RemoveDelegateByTag, Write, and some forms of Read.
  */
 #ifndef KORVANE_SVCMGR_SVC_MGR_APP_PROXY_H_
 #define KORVANE_SVCMGR_SVC_MGR_APP_PROXY_H_
@@ -22,15 +22,15 @@
 
 namespace rpc_port::SvcMgrAppProxy::proxy {
 
-/** The proxy's failures; the type alone tells which. */
+/** The base of the proxy's failures, which are told apart by their type alone. */
 class Exception {};
-/** The connection has not been reported yet. */
+/** The connection has not been made yet. */
 class NotConnectedSocketException : public Exception {};
-/** No result came. */
+/** No result was received. */
 class InvalidProtocolException : public Exception {};
-/** The platform could not make, connect or send. */
+/** The platform failed to create the proxy, to connect or to send. */
 class InvalidIOException : public Exception {};
-/** The platform does not take the target's ID. */
+/** The platform does not accept the target's ID. */
 class InvalidIDException : public Exception {};
 /** The platform denies the connection. */
 class PermissionDeniedException : public Exception {};
@@ -54,7 +54,7 @@ class AIModelInfo {
   void SetTitle(std::string title) { title_ = std::move(title); }
   void SetDescription(std::string description) { description_ = std::move(description); }
 
-  /** The fields in the order in which they travel. */
+  /** The fields in the order of the message. */
   auto Fields() { return std::tie(id_, version_, title_, description_); }
   auto Fields() const { return std::tie(id_, version_, title_, description_); }
 
@@ -65,7 +65,7 @@ class AIModelInfo {
   std::string description_;
 };
 
-/** Models, and the number of them as the sender states it. */
+/** Models, and their number as the sender states it. */
 class AIModelList {
  public:
   AIModelList() = default;
@@ -85,7 +85,7 @@ class AIModelList {
   int count_ = 0;
 };
 
-/** How far a model update or uninstallation is. */
+/** The progress of a model update or uninstallation. */
 class AIUpdateProgressInfo {
  public:
   int GetState() const { return state_; }
@@ -107,7 +107,7 @@ class AIUpdateProgressInfo {
   int percentage_ = 0;
 };
 
-/** Agent names (package IDs), and the number of them as the sender states it. */
+/** Agent names (package IDs), and their number as the sender states it. */
 class AgentNameList {
  public:
   AgentNameList() = default;
@@ -128,30 +128,30 @@ class AgentNameList {
 };
 
 /**
- * Appending one of these structures to a parcel, and reading one from it; both return the parcel.
+ * Write appends one of these structures to a parcel; Read replaces its fields by those in the
+ * parcel. Both return the parcel.
  *
- * Reading replaces the structure's fields. A text that cannot be read is an
- * empty text; inside a list it ends the list, whatever number of elements the
- * parcel claims.
+ * A text that cannot be read is an empty text; inside a list it ends the list,
+ * whatever number of elements the parcel states.
  */
 template <typename Struct>
 rpc_port_parcel_h Write(rpc_port_parcel_h parcel, const Struct &value);
 template <typename Struct>
 rpc_port_parcel_h Read(rpc_port_parcel_h parcel, Struct &value);
 
-/** The next number of a parcel as a command or a result; -1 when the parcel holds none. */
+/** Reads a command or a result code; -1 when the parcel does not hold one. */
 int ReadCode(rpc_port_parcel_h parcel);
 
 /**
  * One connection to the service manager.
  *
  * Construct, Connect, wait for the listener's OnConnected, call methods;
- * destroy to end the connection. The listener hears of each event last: it may
- * destroy the port from inside an operation of its own, and so may a delegate.
+ * destroy to end the connection. The listener and the delegates may destroy the
+ * port from inside their operations.
  */
 class SvcMgrAppPort {
  public:
-  /** Hears what happens to the connection. Not owned by the port, and outlives it. */
+  /** Receives the events of the connection. Not owned by the port; must outlive it. */
   class IEventListener {
    public:
     virtual void OnConnected() = 0;
@@ -173,7 +173,7 @@ class SvcMgrAppPort {
     RequestToUninstall = 5,
   };
 
-  /** Receives the answers to one asynchronous request, told apart by kind and number. */
+  /** Receives the answers to one asynchronous request, identified by kind and number. */
   class CallbackBase {
    public:
     CallbackBase(DelegateId id, bool once);
@@ -186,7 +186,7 @@ class SvcMgrAppPort {
 
     int GetId() const { return id_; }
     int GetSeq() const { return seq_; }
-    /** Whether the delegate is dropped after its first answer. */
+    /** Whether the delegate is removed when its first answer arrives. */
     bool IsOnce() const { return once_; }
     /** "<id>::<number>". */
     std::string GetTag() const;
@@ -202,7 +202,7 @@ class SvcMgrAppPort {
     static inline std::atomic<std::int32_t> next_seq_{0};
   };
 
-  /** What the delegates of all kinds of request do: decode an answer, and pass it on. */
+  /** Common to the delegates of all kinds: decodes an answer and passes it to OnReceived. */
   template <DelegateId kId, typename Payload>
   class Delegate : public CallbackBase {
    public:
@@ -245,14 +245,14 @@ class SvcMgrAppPort {
     using Delegate::Delegate;
   };
 
-  /** Makes an unconnected port. Throws InvalidIOException. */
+  /** Creates an unconnected port. Throws InvalidIOException. */
   SvcMgrAppPort(IEventListener *listener, std::string target_app_id);
   SvcMgrAppPort(const SvcMgrAppPort &) = delete;
   SvcMgrAppPort &operator=(const SvcMgrAppPort &) = delete;
   virtual ~SvcMgrAppPort();
 
   /**
-   * Starts the connection; with sync it has been reported on return.
+   * Starts the connection; with sync, its outcome has been reported on return.
    *
    * Throws InvalidIDException, PermissionDeniedException or
    * InvalidIOException; other failures of the platform are only logged.
@@ -266,7 +266,7 @@ class SvcMgrAppPort {
   int request_update();
   int request_update_with_list(const AgentNameList &agents);
 
-  // Asynchronous methods: they take over the delegate, which receives the answers.
+  // Asynchronous methods: they own the delegate from then on; it receives the answers.
   // Each throws NotConnectedSocketException or InvalidIOException.
   void GetUsableModelList(std::unique_ptr<GetUsableModelListCallback> delegate,
                           const std::string &app_id, const std::string &app_version);
@@ -280,7 +280,7 @@ class SvcMgrAppPort {
   void RequestToUninstall(std::unique_ptr<RequestToUninstallCallback> delegate,
                           const AIModelList &models);
 
-  /** Drops the first delegate that has this tag. */
+  /** Removes the first delegate that has this tag. */
   void RemoveDelegateByTag(const std::string &tag);
 
  private:
@@ -298,11 +298,11 @@ class SvcMgrAppPort {
     request_update_with_list = 10,
   };
 
-  /** A delegate's number and kind when it was registered. */
+  /** The number and kind of a delegate, as they were at its registration. */
   using Identity = std::pair<int, int>;
   /**
-   * The delegates of open requests, sorted; equal ones in the order of registration. Numbers
-   * rise, so that a delegate that is registered nearly always goes to the end.
+   * Sorted, so that an answer's delegate is found by binary search; equal identities are in the
+   * order of registration. Numbers rise, so a new delegate nearly always goes to the end.
    */
   using Delegates = std::vector<std::pair<Identity, std::unique_ptr<CallbackBase>>>;
 

@@ -11,7 +11,7 @@ using rpc_port::SvcMgrAppProxy::proxy::AIUpdateProgressInfo;
 
 namespace {
 
-/** Releases a model info through its public function, or itself should that refuse. */
+/** Releases a model info with its public function, or directly if that function refuses. */
 struct DestroyModelInfo {
   void operator()(korvane_svcmgr_ai_model_info_h info) const noexcept {
     if (korvane_svcmgr_ai_model_info_destroy(info) != SVCMGR_ERROR_NONE) delete info;
@@ -19,7 +19,7 @@ struct DestroyModelInfo {
 };
 using ModelInfoOwner = std::unique_ptr<korvane_svcmgr_ai_model_info_s, DestroyModelInfo>;
 
-/** Adds a model to the list, or leaves it out when one of the steps is refused. */
+/** Adds a model to the list; leaves it out if a step fails. */
 void append_model(const svcmgr::Site &site, korvane_svcmgr_ai_model_list_h list,
                   const AIModelInfo &model) {
   korvane_svcmgr_ai_model_info_h info = nullptr;

@@ -1,4 +1,4 @@
-/** Answers to asynchronous requests on their way to the application. */
+/** Conversion of asynchronous answers, and their delivery to the application. */
 #ifndef KORVANE_SVCMGR_SVC_MGR_APP_PROXY_CALLBACK_H_
 #define KORVANE_SVCMGR_SVC_MGR_APP_PROXY_CALLBACK_H_
 
@@ -6,7 +6,7 @@
 #include "korvane_svcmgr.h"
 
 /**
- * A public handle with the structure's contents, through out; null when it could not be made.
+ * Stores a new public handle with the structure's contents in out; null when creating it fails.
  *
  * The models of a list are all copied when its count is at least 1, and none
  * otherwise; a model that cannot be copied as a whole is left out.
@@ -19,7 +19,7 @@ void Convert(const rpc_port::SvcMgrAppProxy::proxy::AIUpdateProgressInfo &progre
 /** The error code for a result number of the service manager. */
 int convert_result(int service_result);
 
-/** What the delegates below share: the application's callback, and how an answer reaches it. */
+/** Common to the delegates below: the application's callback and the delivery to it. */
 template <typename Delegate, typename Handle>
 class ResultCallback : public Delegate {
  public:
@@ -29,7 +29,7 @@ class ResultCallback : public Delegate {
       : Delegate(false), callback(application_callback), user_data(application_data) {}
 
  protected:
-  /** Calls the application, which may destroy this object: nothing of it is used after. */
+  /** The application may destroy this object, so nothing of it is used after the call. */
   template <typename Payload>
   void Deliver(int result_code, const Payload &payload) {
     Handle handle = nullptr;
@@ -65,7 +65,7 @@ class GetModelVersionListCB
           rpc_port::SvcMgrAppProxy::proxy::SvcMgrAppPort::GetModelVersionListCallback,
           korvane_svcmgr_ai_model_list_h> {
  public:
-  /** The model that the request is about is not kept. */
+  /** The model is not stored. */
   GetModelVersionListCB(korvane_svcmgr_ai_model_info_h /*model*/,
                         ApplicationCallback application_callback, void *application_data)
       : ResultCallback(application_callback, application_data) {}

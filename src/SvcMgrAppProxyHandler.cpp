@@ -28,13 +28,13 @@ using rpc_port::SvcMgrAppProxy::proxy::SvcMgrAppPort;
 /** The metadata key under which an agent's application states its category. */
 const std::string AGENT_CATEGORY_KEY = "ai-agent-category";
 
-// What the wrappers log about a failure of the proxy.
+// Log messages of the wrappers about a failure of the proxy.
 constexpr const char *kProxyException = "PROXY EXCEPTION!!!";
 constexpr const char *kUnknownException = "Unknown Exception";
 
 /**
- * What every wrapper of a remote call is: without a port it returns
- * not_connected; an exception becomes a log line and the result failure.
+ * The frame of all wrappers of remote calls. Returns not_connected without a
+ * port; logs an exception and returns failure.
  */
 template <typename Result, typename Body>
 Result call_port(const svcmgr::Site &site, SvcMgrAppPort *port, const char *proxy_failure,
@@ -55,7 +55,7 @@ Result call_port(const svcmgr::Site &site, SvcMgrAppPort *port, const char *prox
   return failure;
 }
 
-/** A wrapper of an asynchronous call, which sends a request and returns. */
+/** The frame of asynchronous calls: body sends a request and does not wait. */
 template <typename Body>
 int send_request(const svcmgr::Site &site, SvcMgrAppPort *port, Body body) {
   return call_port<int>(site, port, kUnknownException, SVCMGR_ERROR_NOT_CONNECTED,
@@ -75,7 +75,7 @@ std::string app_text(const svcmgr::Site &site, Call call, const char *failure) {
   return text.get();
 }
 
-/** A text that a request cannot do without. */
+/** A text that a request needs; throws when it is not set. */
 const char *required_text(const svcmgr::HeapText &text) {
   if (text == nullptr) throw std::invalid_argument("text is not set");
   return text.get();
@@ -85,7 +85,7 @@ const char *text_or_empty(const svcmgr::HeapText &text) {
   return text ? text.get() : "";
 }
 
-/** The models of a list for the wire; add makes one of them and logs it. */
+/** The list in wire form; add converts one model and logs it. */
 template <typename Add>
 AIModelList to_wire(const korvane_svcmgr_ai_model_list_s &list, Add add) {
   std::vector<AIModelInfo> models;
@@ -104,7 +104,7 @@ std::string GetAppVersion() {
 }
 
 SvcMgrAppProxyHandler &SvcMgrAppProxyHandler::GetInstance() {
-  // Never destroyed: at process exit a port that still exists is left alone.
+  // Never destroyed: a port that still exists at process exit is not released.
   static SvcMgrAppProxyHandler &instance = *new SvcMgrAppProxyHandler;
   return instance;
 }
@@ -180,7 +180,7 @@ void SvcMgrAppProxyHandler::TellApplication(int result,
   if (connection_cb != nullptr) connection_cb(result, state, user_data);
 }
 
-/** A step of the watcher; its failures, its construction included, do not touch the connection. */
+/** Runs a step of the watcher. A failure, also to create the watcher, is only logged. */
 void SvcMgrAppProxyHandler::Watch(void (AgentStatusEventHandler::*step)()) noexcept {
   const svcmgr::Site site = HERE;
   svcmgr::run_callback([step] { (AgentStatusEventHandler::GetInstance().*step)(); },
@@ -210,8 +210,7 @@ int SvcMgrAppProxyHandler::request_update() {
                         });
 }
 
-/** The service's answer; SVCMGR_ERROR_NOT_CONNECTED or SVCMGR_ERROR_INVALID_OPERATION on failure.
- */
+/** The service's answer; SVCMGR_ERROR_NOT_CONNECTED without a port, else as request_update. */
 int SvcMgrAppProxyHandler::request_update_with_list(korvane_svcmgr_agent_list_h list,
                                                     void * /*reserved*/) {
   LOG_DEBUG("RequestInstall");
@@ -330,7 +329,7 @@ AgentPackageInfo SvcMgrAppProxyHandler::FindAgentByCategory(const char *category
   record.category = category;
   package_manager_foreach_package_info(PackageInfoCallback, &record);
   if (!record.found) throw NoSuchAppException();
-  // A match whose texts could not be kept: memory ran out inside the platform's walk.
+  // Found, but memory ran out inside the walk, which exceptions must not cross.
   if (record.package_id.empty()) throw std::bad_alloc();
   return record;
 }

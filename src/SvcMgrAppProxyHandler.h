@@ -1,4 +1,4 @@
-/** The one connection of the process, and every remote call over it. */
+/** The one connection of the process, and all remote calls over it. */
 #ifndef KORVANE_SVCMGR_SVC_MGR_APP_PROXY_HANDLER_H_
 #define KORVANE_SVCMGR_SVC_MGR_APP_PROXY_HANDLER_H_
 
@@ -12,7 +12,7 @@
 
 class AgentStatusEventHandler;
 
-/** The calling application's ID or version cannot be had. */
+/** The calling application's ID or version cannot be read. */
 class AppInfoException : public SvcmgrException {
  public:
   const char *what() const noexcept override { return "Failed to get app info."; }
@@ -40,10 +40,9 @@ struct AgentPackageInfo {
 /**
  * Owns the port to the service manager.
  *
- * A port object exists from Connect to Disconnect, also while the service
- * manager is away: Connect then only replaces the application's callback, and
- * the agent-status watcher reconnects. At process exit a port that still
- * exists is left alone.
+ * A port object exists from Connect to Disconnect, also while the connection is
+ * being made or is lost: Connect then only replaces the application's callback.
+ * After a loss the agent-status watcher reconnects.
  */
 class SvcMgrAppProxyHandler
     : public rpc_port::SvcMgrAppProxy::proxy::SvcMgrAppPort::IEventListener {
@@ -64,7 +63,7 @@ class SvcMgrAppProxyHandler
 
   virtual ~SvcMgrAppProxyHandler() = default;
 
-  // Remote calls. None throws; what each returns instead is told at its definition.
+  // Remote calls. None throws; the result of a failure is documented at the definition.
   int get_agent_api_level();
   std::string get_license();
   int request_update();

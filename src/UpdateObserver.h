@@ -1,4 +1,4 @@
-/** What the library knows of updates: of agents, and of the service manager itself. */
+/** The state of updates, of agents and of the service manager itself. */
 #ifndef KORVANE_SVCMGR_UPDATE_OBSERVER_H_
 #define KORVANE_SVCMGR_UPDATE_OBSERVER_H_
 
@@ -13,7 +13,7 @@ enum UpdateState : int {
 };
 
 /**
- * A view of the one update state of the process; made wherever it is needed.
+ * Access to the one update state of the process. Has no data; create one where needed.
  *
  * The state stays SVCMGR_RELAUNCHED after the reconnection, until the next
  * update request or update-status event.
@@ -32,7 +32,7 @@ class UpdateObserver {
   bool IsIdle() const;
   bool IsSvcmgrUpdatePrepared() const;
   bool IsReconnectingAfterSvcmgrUpdate() const;
-  /** An update is under way; one that was only requested does not count. */
+  /** Whether an update is under way; one that was only requested does not count. */
   bool IsBeingUpdated() const;
 };
 

@@ -85,7 +85,7 @@ bool UpdateStatusEventHandler::HandleOwnResult(const svcmgr::Site &site, bundle_
   return code.has_value();
 }
 
-/** Ends the update; the application hears of it unless none was known to be under way. */
+/** Ends the update. The application is called only if one was requested or under way. */
 void UpdateStatusEventHandler::FinishUpdate(korvane_svcmgr_update_status_e status) {
   UpdateObserver observer;
   if (callback != nullptr && !observer.IsIdle()) callback(status, user_data);

@@ -1,4 +1,4 @@
-/** Tells the application how updates of agents go. */
+/** Reports the course of agent updates to the application. */
 #ifndef KORVANE_SVCMGR_UPDATE_STATUS_EVENT_HANDLER_H_
 #define KORVANE_SVCMGR_UPDATE_STATUS_EVENT_HANDLER_H_
 

@@ -67,7 +67,7 @@ SvcMgrAppProxyHandler &connected_handler(const Site &site);
 /** The error code for the exception being handled. */
 int failure_code(const Site &site) noexcept;
 
-/** Runs what a platform callback does and reports the text of any exception: none may pass. */
+/** Runs the body of a platform callback. An exception is reported and goes no further. */
 template <typename Body, typename Report>
 void run_callback(Body body, Report report) noexcept {
   try {
@@ -81,10 +81,10 @@ void run_callback(Body body, Report report) noexcept {
 
 }  // namespace svcmgr
 
-/** The level of the service's API: 11, 8, or -1 when the installed service manager is too old. */
+/** The service API level: 11, 8, or -1 when the service manager is too old or has no version. */
 int get_svcmgr_api_level();
 
-/** The service API level that belongs to a version text, which may be null. */
+/** The service API level of a version text, which may be null. */
 int convert_version_to_api_level(const char *version);
 
 #endif  // KORVANE_SVCMGR_API_FRAME_H_

@@ -21,8 +21,8 @@ inline bool has_string_array(bundle_h bundle, const char *key) {
 }
 
 /**
- * The code in the first four bytes of the byte value under a key; -1, which is no code of the
- * service manager, when the value is shorter.
+ * The code in the first four bytes of the byte value under a key. A shorter value gives -1, which
+ * is no code of the service manager.
  */
 inline std::optional<std::int32_t> find_code(bundle_h bundle, const char *key) {
   void *bytes = nullptr;

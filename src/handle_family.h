@@ -1,4 +1,4 @@
-/** What the families of handle functions share: making, releasing, and entries of lists. */
+/** Shared by the handle functions: creating and releasing records, and entries of lists. */
 #ifndef KORVANE_SVCMGR_HANDLE_FAMILY_H_
 #define KORVANE_SVCMGR_HANDLE_FAMILY_H_
 
@@ -8,7 +8,7 @@
 
 namespace svcmgr {
 
-/** Makes a new record; logs failure and throws SVCMGR_ERROR_OUT_OF_MEMORY when memory runs out. */
+/** Creates a record; logs failure and throws SVCMGR_ERROR_OUT_OF_MEMORY when out of memory. */
 template <typename Record>
 Record *make_record(const Site &site, const char *failure) {
   auto *record = new (std::nothrow) Record();
@@ -29,7 +29,7 @@ const typename Entries::value_type &entry_at(const Site &site, const Entries &en
   return entries[static_cast<std::size_t>(index)];
 }
 
-// Whole functions of the families whose entry is logged at info level.
+// Complete exported functions that differ in the record only.
 
 template <typename Record>
 int create_handle(const Site &site, Record **handle, const char *failure) try {

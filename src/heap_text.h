@@ -1,5 +1,4 @@
-/** Texts on the C heap: what the platform hands over, and what the application releases with free.
- */
+/** Texts on the C heap: from the platform, or for the application to release with free. */
 #ifndef KORVANE_SVCMGR_HEAP_TEXT_H_
 #define KORVANE_SVCMGR_HEAP_TEXT_H_
 
@@ -27,7 +26,7 @@ inline HeapText copy_text(const char *text, std::size_t limit = PTRDIFF_MAX) {
   return copy;
 }
 
-/** The text that a platform call hands out; null when it fails or hands out none. */
+/** The text that a platform call stores; null when the call fails or stores none. */
 template <typename Call>
 HeapText take_text(Call call) {
   char *text = nullptr;

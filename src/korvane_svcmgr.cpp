@@ -26,7 +26,7 @@ using svcmgr::require_service_api_level;
 
 namespace {
 
-/** What the service manager sends in place of a licence while the QEL scheme is disabled. */
+/** Sent in place of a licence while the QEL scheme is disabled. */
 constexpr const char *kQelDisabledLicense = "SVCMGR_ERROR_QEL_DISABLED";
 
 /** A reply of the service manager that has an error code and a log line of its own. */
@@ -75,17 +75,16 @@ int get_svcmgr_api_level() {
   const int error = package_info_create(SVCMGR_APP_ID, &handle);
   const svcmgr::PackageInfoOwner package(handle);
   if (error != 0 || package == nullptr) return -1;
-  const HeapText version = svcmgr::take_text(
-      [&package](char **text) { return package_info_get_version(package.get(), text); });
-  return convert_version_to_api_level(version.get());
+  char *version = nullptr;
+  package_info_get_version(package.get(), &version);  // only the text counts
+  return convert_version_to_api_level(HeapText(version).get());
 }
 
 int convert_version_to_api_level(const char *version) {
   if (version == nullptr) return -1;
   int major = 0;
   int minor = 0;
-  int patch = 0;
-  std::sscanf(version, "%d.%d.%d", &major, &minor, &patch);
+  std::sscanf(version, "%d.%d", &major, &minor);
   const std::int64_t value = std::int64_t{major} * 10000 + minor;
   if (value > 20002) return 11;
   return value >= 10007 ? 8 : -1;

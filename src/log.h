@@ -1,10 +1,9 @@
 /**
- * Log macros of the library: one line each, naming the file, function and line it comes from.
+ * Log macros of the library. Each line names a file, function and source line.
  *
  * LOG_DEBUG, LOG_INFO and LOG_ERROR take a printf format and its values, and
- * log for the function they stand in; the _AT forms log for a Site that was
- * taken elsewhere, so that code shared by several functions names its caller.
- * errno reaches the platform as it was, for %m.
+ * name the function that contains them. The _AT forms name a given Site: shared
+ * code logs under the name of its caller. errno is left unchanged for %m.
  */
 #ifndef KORVANE_SVCMGR_LOG_H_
 #define KORVANE_SVCMGR_LOG_H_
@@ -13,7 +12,7 @@
 
 namespace svcmgr {
 
-/** A place in the source that log lines name. */
+/** The place in the source that a log line names. */
 struct Site {
   const char *file;
   const char *function;
@@ -28,7 +27,7 @@ constexpr const char *base_name(const char *path) {
   return name;
 }
 
-/** Lets the compiler check a message's format against its values; never called. */
+/** Never called: makes the compiler check the format against the values. */
 __attribute__((format(printf, 1, 2))) inline void check_format(const char *, ...) {}
 
 template <typename... Values>

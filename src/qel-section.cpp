@@ -20,13 +20,13 @@ constexpr char kMagic[6] = {'Q', 'E', 'L', '\0', '\0', '\0'};
 /** The highest marker of the search that this thread is running. */
 thread_local qel_section_s latest;
 
-/** How much of a section table is read at a time, in bytes. */
+/** The size of the pieces in which a section table is read, in bytes. */
 constexpr std::size_t kTablePiece = 16384;
 
-/** A file open for reading. Nothing is read but what is asked for. */
+/** A file open for reading, without a buffer. */
 class File {
  public:
-  /** Never waits, should a pipe or a device have taken the file's place. */
+  /** Does not block if the path has become a pipe or a device. */
   explicit File(const char *path)
       : descriptor_(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY)) {}
   File(const File &) = delete;
@@ -37,7 +37,7 @@ class File {
 
   bool is_open() const { return descriptor_ >= 0; }
 
-  /** The number of bytes read: fewer than wanted at the end, or before one that is unreadable. */
+  /** The number of bytes read; fewer than size at the end of the file or after an error. */
   std::size_t read_at(off_t offset, void *target, std::size_t size) const {
     std::size_t done = 0;
     while (done < size) {
@@ -55,12 +55,12 @@ class File {
   int descriptor_;
 };
 
-/** A section's size or offset; values that no file of the device can have count as 0. */
+/** A section's size or offset; a value of 2 GiB or more counts as 0. */
 off_t extent(std::uint64_t value) {
   return value <= 0x7FFFFFFF ? static_cast<off_t>(value) : 0;
 }
 
-/** The marker that a table entry leads to, if it does. */
+/** The contents of the section of a table entry, if they are a marker. */
 template <typename Entry>
 std::optional<qel_section_s> read_marker(const File &file, const Entry &entry) {
   qel_section_s section = {};
@@ -74,8 +74,8 @@ std::optional<qel_section_s> read_marker(const File &file, const Entry &entry) {
 /**
  * The first marker among the sections of a file.
  *
- * The section table is read in pieces, so that no number of entries that a
- * file claims costs memory; nearly every table fits into one.
+ * The section table is read in pieces, so that memory use does not depend on
+ * the file. Nearly every table fits into one piece.
  */
 template <typename Entry>
 std::optional<qel_section_s> find_marker(const File &file, off_t table, std::size_t count) {
@@ -95,14 +95,14 @@ std::optional<qel_section_s> find_marker(const File &file, off_t table, std::siz
   return std::nullopt;
 }
 
-/** A link to something that is no file: opening a pipe or a device could block or have effects. */
+/** Whether a link leads to a pipe, socket or device: opening it could block or have effects. */
 bool links_to_special_file(const char *path, const struct stat &status) {
   struct stat target = {};
   return S_ISLNK(status.st_mode) && stat(path, &target) == 0 && !S_ISREG(target.st_mode) &&
          !S_ISDIR(target.st_mode);
 }
 
-/** The marker of the file at path; none, perhaps after a log line, when it has none. */
+/** The marker of the file at path, if it has one. Failures to open or read are logged. */
 std::optional<qel_section_s> read_file(const svcmgr::Site &site, const char *path) {
   const File file(path);
   if (!file.is_open()) {
@@ -123,7 +123,7 @@ std::optional<qel_section_s> read_file(const svcmgr::Site &site, const char *pat
   }
   if (!is_elf) return {};
   if (is_64_bit) {
-    const auto table = static_cast<std::uint32_t>(header.e_shoff);  // the low half counts
+    const auto table = static_cast<std::uint32_t>(header.e_shoff);  // only the low half counts
     return find_marker<Elf64_Shdr>(file, table, header.e_shnum);
   }
   std::memcpy(&header32, &header, sizeof(header32));

@@ -7,7 +7,7 @@
 
 #include <cstdint>
 
-/** A marker as it lies in the file; all numbers are little-endian. */
+/** A marker in its file format; all numbers are little-endian. */
 struct qel_section_s {
   char magic[6];           ///< "QEL" and three zero bytes
   std::uint16_t reserved;  ///< not interpreted
@@ -17,8 +17,7 @@ struct qel_section_s {
   std::uint16_t patch;
 };
 static_assert(sizeof(qel_section_s) == 16, "the marker is a 16-byte file format");
-static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__,
-              "markers are used as they lie in the file");
+static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "markers are read without conversion");
 
 /**
  * The highest marker of all ELF files under root_path.
@@ -33,7 +32,7 @@ qel_section_s *qel_section_get_latest(const char *root_path);
 int qel_section_read_file(const char *path, const struct stat *status, int type_flag,
                           struct FTW *position);
 
-/** Takes a marker into account that was found in the file at path. */
+/** Logs a marker that was found in the file at path, and keeps it if it is the highest. */
 void qel_section_update_latest_version(const char *path, qel_section_s section);
 
 #endif  // KORVANE_SVCMGR_QEL_SECTION_H_

@@ -36,8 +36,8 @@ int korvane_svcmgr_ai_model_list_destroy(korvane_svcmgr_ai_model_list_h list) tr
   enter(HERE, EntryLog::kInfo);
   require(HERE, kInvalidParameterLoud, list);
   for (auto &model : list->models) {
-    // Should the entry's own destroy refuse, because the service manager vanished meanwhile, the
-    // list still releases it.
+    // If the service manager was uninstalled meanwhile, the function refuses and the list itself
+    // releases the entry.
     if (korvane_svcmgr_ai_model_info_destroy(model.get()) == SVCMGR_ERROR_NONE) {
       static_cast<void>(model.release());
     }

@@ -7,18 +7,17 @@ using svcmgr::Site;
 
 namespace {
 
-/** The service API levels that introduced the requests. */
+/** The service API levels that the requests need. */
 constexpr int kModelLevel = 8;
 constexpr int kCategoryLevel = 11;
 
-// What is logged about a failed request, before its code.
+// Log messages about a failed request, before its code.
 constexpr const char *kListFailure = "connection error";
 constexpr const char *kModelFailure = "error";
 
 /**
- * An AI request: the entry, the check of the required pointers, and the handler's call.
- *
- * A failure of the call is logged, and its code is returned unchanged.
+ * Common to the AI requests. complete states whether all required pointers are given. A failure of
+ * the call is logged, and its code is returned unchanged.
  */
 template <typename... Arguments>
 int request(const Site &site, int level, const char *failure, bool complete,
