@@ -24,20 +24,20 @@
  * Every function returns an error code of #korvane_svcmgr_error_e as an int:
  * 0 is success, every failure is negative. Out arguments are written only on
  * success. Every function first checks that the service manager is installed;
- * while it is not, the function does nothing and returns
- * #SVCMGR_ERROR_NOT_SUPPORTED. Two codes are possible wherever a function
- * allocates memory or meets an inner failure, also where they are not listed:
- * #SVCMGR_ERROR_OUT_OF_MEMORY, after which nothing has changed, and
- * #SVCMGR_ERROR_INVALID_OPERATION. A function that connects, calls the service
- * manager or reads files may also take such a failure for one of that. No C++
- * exception leaves the library.
+ * if it is not, the function does nothing and returns
+ * #SVCMGR_ERROR_NOT_SUPPORTED. Two codes are possible even where they are not
+ * listed: #SVCMGR_ERROR_OUT_OF_MEMORY, after which nothing has changed, and
+ * #SVCMGR_ERROR_INVALID_OPERATION for an internal failure. A function that
+ * connects, calls the service manager or reads files may report such a failure
+ * as a connection, call or file error instead. No C++ exception leaves the
+ * library.
  *
  * @par Threads
- * The library starts no thread and takes no lock around its state. Call every
- * function from the thread that runs the application's main loop; every
- * callback is called on that thread, from inside the main loop. Each handle
- * belongs to one thread at a time. Callbacks may call any function of the
- * library, disconnecting included, and must not throw.
+ * The library starts no thread and does not lock its state. Call every function
+ * from the thread that runs the application's main loop, unless its description
+ * says otherwise. Every callback is called on that thread, from inside the main
+ * loop. Each handle belongs to one thread at a time. Callbacks may call any function of the
+ * library, also korvane_svcmgr_disconnect(). They must not throw.
  *
  * @par Processes
  * A connection belongs to the process that made it. A child made by fork()
@@ -64,13 +64,16 @@
 
 #include <stdbool.h>
 
-/* ---- Version ---------------------------------------------------------------------------- */
+/**
+ * @defgroup version Version
+ * @{
+ */
 
-/** Changes with what older applications cannot be built or run with. */
+/** Incremented for changes that break existing applications. */
 #define KORVANE_SVCMGR_VERSION_MAJOR 1
-/** Changes with what is new. */
+/** Incremented for additions. */
 #define KORVANE_SVCMGR_VERSION_MINOR 0
-/** Changes with what is mended. */
+/** Incremented for bug fixes. */
 #define KORVANE_SVCMGR_VERSION_PATCH 0
 
 /** A version as one number; a later version is a greater number. Each part is at most 999. */
@@ -98,6 +101,8 @@
 #define KORVANE_SVCMGR_VERSION_JOIN_(major, minor, patch) #major "." #minor "." #patch
 /** @endcond */
 
+/** @} */
+
 #if defined(__GNUC__)
 #define SVCMGR_API __attribute__((visibility("default")))
 #else
@@ -107,6 +112,11 @@
 #ifdef __cplusplus
 extern "C" {
 #endif
+
+/**
+ * @defgroup errors Errors
+ * @{
+ */
 
 /** Error codes: signed 32-bit values, 0 or negative. */
 typedef enum {
@@ -144,7 +154,12 @@ typedef enum {
   SVCMGR_ERROR_UPDATE_IN_PROGRESS = -1073741831
 } korvane_svcmgr_error_e;
 
-/* ---- Connection ------------------------------------------------------------------------- */
+/** @} */
+
+/**
+ * @defgroup connection Connection
+ * @{
+ */
 
 /** What happened to the connection. */
 typedef enum {
@@ -157,35 +172,33 @@ typedef enum {
 } korvane_svcmgr_connection_state_e;
 
 /**
- * Tells the application what happened to its connection.
+ * Receives what happened to the connection.
  *
  * The combinations are (#SVCMGR_ERROR_NONE, #SVCMGR_CONNECTION_CONNECTED),
  * (#SVCMGR_ERROR_NONE, #SVCMGR_CONNECTION_DISCONNECTED) and
  * (#SVCMGR_ERROR_PERMISSION_DENIED, #SVCMGR_CONNECTION_REJECTED).
  *
- * An update of the service manager itself, which it announces beforehand, is
- * ridden through unreported:
+ * The library hides an update of the service manager that was announced:
  *
  * - The first loss after the announcement is not reported. When the service
  *   manager announces its launch, the library reconnects by itself.
- * - From then on connections are not reported: not this one, not one after a
- *   later loss, and none that the application starts itself. That ends with the
- *   next update request or update status; the next announcement begins anew.
- * - An update request or update status between announcement and loss undoes the
- *   announcement: loss and connection are both reported. An update status
- *   between loss and launch leaves the connection to be reported.
- * - All other losses are reported, and all rejections.
+ * - From then on new connections are not reported: neither this one, nor one
+ *   after a later loss, nor one that the application starts. This ends with the
+ *   next update request or update status. A further announcement starts it again.
+ * - An update request or update status between announcement and loss cancels the
+ *   announcement: the loss and the connection are reported. After an update status
+ *   between loss and launch the connection is reported.
+ * - All other losses and all rejections are reported.
  *
- * An update request counts when the application makes it while connected,
- * accepted or not; an update status, while a callback for it is registered.
- * Whether the library is connected at the moment shows, without any traffic, in
- * what korvane_svcmgr_is_being_updated() returns.
+ * An update request counts when the application makes it while connected, even
+ * if it is refused. An update status counts while a callback for it is
+ * registered. korvane_svcmgr_is_being_updated() returns
+ * #SVCMGR_ERROR_NOT_CONNECTED exactly while there is no connection, without
+ * sending a message.
  *
  * @param result    an error code
  * @param state     what happened
  * @param user_data the pointer given to korvane_svcmgr_connect()
- *
- * Thread: the application's main-loop thread.
  */
 typedef void (*korvane_svcmgr_connection_cb)(int result, korvane_svcmgr_connection_state_e state,
                                              void *user_data);
@@ -198,16 +211,16 @@ typedef void (*korvane_svcmgr_connection_cb)(int result, korvane_svcmgr_connecti
  * that, or after the connection was lost or rejected, it only replaces the
  * callback and the user data and returns success.
  *
- * After a loss the library reconnects by itself when the service manager
- * announces its next launch, provided that the platform let it subscribe to
- * these announcements. It does so once for each loss, and without a report when
- * the reconnection does not even start: no further launch is heard then, and
- * the application has to call this function again.
+ * After a loss the library reconnects when the service manager announces its
+ * next launch, provided that the platform accepted the subscription to these
+ * announcements. It tries once for each loss. If the reconnection cannot be
+ * started, nothing is reported and later launches are ignored: the application
+ * has to call this function again.
  *
- * Two things last until the process ends, whatever is called. A connection that
- * was rejected, a first one or a reconnection, stays rejected. And should the
- * platform fail to start a connection with an error number that has no meaning
- * to the library, this function succeeds, but no event ever follows.
+ * Two conditions last until the process ends. A rejected connection, the first
+ * one or a reconnection, stays rejected. If the platform fails to start a
+ * connection with an error number that the library does not know, this function
+ * succeeds, but no event follows.
  *
  * @param callback  called for every event of the connection, until the next connect; not null
  * @param user_data handed to the callback unchanged; may be null
@@ -220,34 +233,35 @@ typedef void (*korvane_svcmgr_connection_cb)(int result, korvane_svcmgr_connecti
  * @retval #SVCMGR_ERROR_PERMISSION_DENIED the platform denies the connection
  * @retval #SVCMGR_ERROR_INVALID_OPERATION any other inner failure to start the connection
  * @retval #SVCMGR_ERROR_NOT_SUPPORTED the service manager is not installed on the device
- *
- * Thread: the application's main-loop thread.
  */
 SVCMGR_API int korvane_svcmgr_connect(korvane_svcmgr_connection_cb callback, void *user_data);
 
 /**
  * Ends the connection.
  *
- * The connection callback is not called. Requests that are still open are
- * dropped, and their callbacks are never called. Does nothing, successfully,
- * while the library is not connected; in particular it does not call off a
- * connection that is being made, nor the reconnection after a loss.
+ * The connection callback is not called. Open requests are dropped, and their
+ * callbacks are never called. While the library is not connected, the function
+ * succeeds and does nothing: it cancels neither a connection that is being made
+ * nor the reconnection after a loss.
  *
  * @retval #SVCMGR_ERROR_NONE the connection has ended, or there was none
  * @retval #SVCMGR_ERROR_NOT_SUPPORTED the service manager is not installed on the device
- *
- * Thread: the application's main-loop thread.
  */
 SVCMGR_API int korvane_svcmgr_disconnect(void);
 
-/* ---- API levels and licence -------------------------------------------------------------- */
+/** @} */
+
+/**
+ * @defgroup levels API levels and licence
+ * @{
+ */
 
 /**
  * Gets the client API level of the calling application.
  *
- * It is the highest level stated by the marker sections of the ELF files in
- * the application's installation directory; the first marker of a file counts,
- * and level 0 is none. The call reads every file there and needs no connection.
+ * It is the highest level in the marker sections of the ELF files in the
+ * application's installation directory. Only the first marker of a file counts,
+ * and level 0 counts as none. The function needs no connection.
  *
  * @param level receives the level, 1 to 65535; not null
  *
@@ -256,7 +270,6 @@ SVCMGR_API int korvane_svcmgr_disconnect(void);
  * @retval #SVCMGR_ERROR_NOT_SUPPORTED no file with a marker was found, the directory is not known
  * or cannot be read, or the service manager is not installed on the device
  *
- * Thread: the application's main-loop thread.
  * The call blocks while it reads the directory.
  */
 SVCMGR_API int korvane_svcmgr_get_client_api_level(int *level);
@@ -273,7 +286,6 @@ SVCMGR_API int korvane_svcmgr_get_client_api_level(int *level);
  * @retval #SVCMGR_ERROR_INVALID_API_LEVEL the service manager knows no level, or the call failed
  * @retval #SVCMGR_ERROR_NOT_SUPPORTED the service manager is not installed on the device
  *
- * Thread: the application's main-loop thread.
  * The call blocks until the service manager answers or the connection is lost.
  */
 SVCMGR_API int korvane_svcmgr_get_agent_api_level(int *level);
@@ -300,12 +312,16 @@ SVCMGR_API int korvane_svcmgr_get_agent_api_level(int *level);
  * @retval #SVCMGR_ERROR_OUT_OF_MEMORY the text could not be copied
  * @retval #SVCMGR_ERROR_NOT_SUPPORTED the service manager is not installed on the device
  *
- * Thread: the application's main-loop thread.
  * The call blocks until the service manager answers or the connection is lost.
  */
 SVCMGR_API int korvane_svcmgr_get_license_fulltext(char **license);
 
-/* ---- Agent lists ------------------------------------------------------------------------- */
+/** @} */
+
+/**
+ * @defgroup agent_lists Agent lists
+ * @{
+ */
 
 /** An ordered list of agent names (package IDs). */
 typedef struct korvane_svcmgr_agent_list_s *korvane_svcmgr_agent_list_h;
@@ -319,8 +335,6 @@ typedef struct korvane_svcmgr_agent_list_s *korvane_svcmgr_agent_list_h;
  * @retval #SVCMGR_ERROR_INVALID_PARAMETER list is null
  * @retval #SVCMGR_ERROR_OUT_OF_MEMORY memory ran out; list is untouched
  * @retval #SVCMGR_ERROR_NOT_SUPPORTED the service manager is not installed on the device
- *
- * Thread: the application's main-loop thread.
  */
 SVCMGR_API int korvane_svcmgr_agent_list_create(korvane_svcmgr_agent_list_h *list);
 
@@ -329,11 +343,9 @@ SVCMGR_API int korvane_svcmgr_agent_list_create(korvane_svcmgr_agent_list_h *lis
  *
  * @param list the list; not null
  *
- * @retval #SVCMGR_ERROR_NONE the list is gone
+ * @retval #SVCMGR_ERROR_NONE the list was released
  * @retval #SVCMGR_ERROR_INVALID_PARAMETER list is null
  * @retval #SVCMGR_ERROR_NOT_SUPPORTED the service manager is not installed; nothing was released
- *
- * Thread: the application's main-loop thread.
  */
 SVCMGR_API int korvane_svcmgr_agent_list_destroy(korvane_svcmgr_agent_list_h list);
 
@@ -346,8 +358,6 @@ SVCMGR_API int korvane_svcmgr_agent_list_destroy(korvane_svcmgr_agent_list_h lis
  * @retval #SVCMGR_ERROR_NONE the number was stored
  * @retval #SVCMGR_ERROR_INVALID_PARAMETER list or size is null
  * @retval #SVCMGR_ERROR_NOT_SUPPORTED the service manager is not installed on the device
- *
- * Thread: the application's main-loop thread.
  */
 SVCMGR_API int korvane_svcmgr_agent_list_get_size(korvane_svcmgr_agent_list_h list, int *size);
 
@@ -361,8 +371,6 @@ SVCMGR_API int korvane_svcmgr_agent_list_get_size(korvane_svcmgr_agent_list_h li
  * @retval #SVCMGR_ERROR_INVALID_PARAMETER list or agent is null
  * @retval #SVCMGR_ERROR_OUT_OF_MEMORY memory ran out; the list is unchanged
  * @retval #SVCMGR_ERROR_NOT_SUPPORTED the service manager is not installed on the device
- *
- * Thread: the application's main-loop thread.
  */
 SVCMGR_API int korvane_svcmgr_agent_list_add(korvane_svcmgr_agent_list_h list, const char *agent);
 
@@ -378,19 +386,22 @@ SVCMGR_API int korvane_svcmgr_agent_list_add(korvane_svcmgr_agent_list_h list, c
  * @retval #SVCMGR_ERROR_OUT_OF_INDEX index is negative, or not below the size
  * @retval #SVCMGR_ERROR_OUT_OF_MEMORY memory ran out; agent is untouched
  * @retval #SVCMGR_ERROR_NOT_SUPPORTED the service manager is not installed on the device
- *
- * Thread: the application's main-loop thread.
  */
 SVCMGR_API int korvane_svcmgr_agent_list_get(korvane_svcmgr_agent_list_h list, int index,
                                              char **agent);
 
-/* ---- Agent updates ----------------------------------------------------------------------- */
+/** @} */
+
+/**
+ * @defgroup agent_updates Agent updates
+ * @{
+ */
 
 /**
  * Asks the service manager to update all agents.
  *
- * Success means that the service manager accepted the request. How the update
- * goes is reported to the callback of korvane_svcmgr_set_update_status_cb().
+ * Success means that the service manager accepted the request. The progress of
+ * the update is reported to the callback of korvane_svcmgr_set_update_status_cb().
  *
  * @retval #SVCMGR_ERROR_NONE the request was accepted
  * @retval #SVCMGR_ERROR_QEL_DISABLED the QEL scheme is disabled on the device
@@ -399,7 +410,6 @@ SVCMGR_API int korvane_svcmgr_agent_list_get(korvane_svcmgr_agent_list_h list, i
  *         manager answered with a result that has no code of its own
  * @retval #SVCMGR_ERROR_NOT_SUPPORTED the service manager is not installed on the device
  *
- * Thread: the application's main-loop thread.
  * The call blocks until the service manager answers or the connection is lost.
  */
 SVCMGR_API int korvane_svcmgr_request_update(void);
@@ -407,8 +417,8 @@ SVCMGR_API int korvane_svcmgr_request_update(void);
 /**
  * Asks the service manager to update the agents of a list.
  *
- * Success means that the service manager accepted the request. How the update
- * goes is reported to the callback of korvane_svcmgr_set_update_status_cb().
+ * Success means that the service manager accepted the request. The progress of
+ * the update is reported to the callback of korvane_svcmgr_set_update_status_cb().
  *
  * @param list     the agents' names, read during the call only; may be empty; not null
  * @param reserved not used; pass null
@@ -424,13 +434,12 @@ SVCMGR_API int korvane_svcmgr_request_update(void);
  *         manager answered with a result that has no code of its own
  * @retval #SVCMGR_ERROR_NOT_SUPPORTED the service manager is not installed on the device
  *
- * Thread: the application's main-loop thread.
  * The call blocks until the service manager answers or the connection is lost.
  */
 SVCMGR_API int korvane_svcmgr_request_update_with_list(korvane_svcmgr_agent_list_h list,
                                                        void *reserved);
 
-/** How an update of agents goes. */
+/** The status of an update of agents. */
 typedef enum {
   /** An update started. */
   SVCMGR_UPDATE_STATUS_STARTED = 0,
@@ -451,20 +460,18 @@ typedef enum {
 } korvane_svcmgr_update_status_e;
 
 /**
- * Tells the application how an update of agents goes.
+ * Receives the status of updates of agents.
  *
- * The start of every update on the device is reported; its end (completed or
- * failed) only after this application requested an update, after a reported
- * start, or after the service manager announced an update of its own. Of several
- * ends in a row only the first is reported. A request counts when it was made
- * while connected, accepted or not. The library counts the update as ended after
- * the callback has returned: an update requested from inside it has its start
- * reported, and its end only if the start was.
+ * The start of every update on the device is reported. Its end (completed or
+ * failed) is reported only after this application requested an update, after a
+ * reported start, or after the service manager announced its own update. Of
+ * several ends in a row only the first is reported. A request counts when it was
+ * made while connected, even if it was refused. The library regards the update as
+ * ended after the callback has returned: for an update that is requested inside
+ * the callback the start is reported, and the end only if the start was.
  *
  * @param status    what happened
  * @param user_data the pointer given to korvane_svcmgr_set_update_status_cb()
- *
- * Thread: the application's main-loop thread.
  */
 typedef void (*korvane_svcmgr_update_status_cb)(korvane_svcmgr_update_status_e status,
                                                 void *user_data);
@@ -482,8 +489,6 @@ typedef void (*korvane_svcmgr_update_status_cb)(korvane_svcmgr_update_status_e s
  * @retval #SVCMGR_ERROR_NONE the callback is stored
  * @retval #SVCMGR_ERROR_INVALID_PARAMETER callback is null; an earlier one stays
  * @retval #SVCMGR_ERROR_NOT_SUPPORTED the service manager is not installed on the device
- *
- * Thread: the application's main-loop thread.
  */
 SVCMGR_API int korvane_svcmgr_set_update_status_cb(korvane_svcmgr_update_status_cb callback,
                                                    void *user_data);
@@ -491,25 +496,23 @@ SVCMGR_API int korvane_svcmgr_set_update_status_cb(korvane_svcmgr_update_status_
 /**
  * Removes the callback for update statuses. Succeeds also when none is registered.
  *
- * Should the platform refuse to end the subscription, a callback registered
- * later hears every start twice.
+ * If the platform refuses to end the subscription, a callback that is registered
+ * later receives every start twice.
  *
- * @retval #SVCMGR_ERROR_NONE no callback is registered any more
+ * @retval #SVCMGR_ERROR_NONE no callback is registered
  * @retval #SVCMGR_ERROR_NOT_SUPPORTED the service manager is not installed on the device
- *
- * Thread: the application's main-loop thread.
  */
 SVCMGR_API int korvane_svcmgr_unset_update_status_cb(void);
 
 /**
  * Asks whether an update is under way, as far as the library knows.
  *
- * That is so from the start of an update, or the announcement of an update of
- * the service manager itself, until the end of an update. An update request ends
- * it, too, accepted or not: after a request the answer is no until the next
- * start or announcement. The library learns of starts and ends only while an
- * update-status callback is registered, and of announcements only while
- * connected, and after a loss until the next launch.
+ * The answer is true from the start of an update, or from the announcement of an
+ * update of the service manager itself, until the end of an update. An update
+ * request also sets it to false, accepted or not, until the next start or
+ * announcement. The library receives starts and ends only while an update-status
+ * callback is registered. It receives announcements only while connected, and
+ * after a loss until the next launch.
  *
  * @param is_being_updated receives the answer; not null
  *
@@ -517,12 +520,15 @@ SVCMGR_API int korvane_svcmgr_unset_update_status_cb(void);
  * @retval #SVCMGR_ERROR_INVALID_PARAMETER is_being_updated is null
  * @retval #SVCMGR_ERROR_NOT_CONNECTED the library is not connected
  * @retval #SVCMGR_ERROR_NOT_SUPPORTED the service manager is not installed on the device
- *
- * Thread: the application's main-loop thread.
  */
 SVCMGR_API int korvane_svcmgr_is_being_updated(bool *is_being_updated);
 
-/* ---- AI model info ----------------------------------------------------------------------- */
+/** @} */
+
+/**
+ * @defgroup model_info AI model info
+ * @{
+ */
 
 /**
  * One AI model: ID, version, title and description.
@@ -542,8 +548,6 @@ typedef struct korvane_svcmgr_ai_model_info_s *korvane_svcmgr_ai_model_info_h;
  * @retval #SVCMGR_ERROR_INVALID_PARAMETER info is null
  * @retval #SVCMGR_ERROR_OUT_OF_MEMORY memory ran out; info is untouched
  * @retval #SVCMGR_ERROR_NOT_SUPPORTED the service manager is not installed on the device
- *
- * Thread: the application's main-loop thread.
  */
 SVCMGR_API int korvane_svcmgr_ai_model_info_create(korvane_svcmgr_ai_model_info_h *info);
 
@@ -552,11 +556,9 @@ SVCMGR_API int korvane_svcmgr_ai_model_info_create(korvane_svcmgr_ai_model_info_
  *
  * @param info the model info; not null
  *
- * @retval #SVCMGR_ERROR_NONE the model info is gone
+ * @retval #SVCMGR_ERROR_NONE the model info was released
  * @retval #SVCMGR_ERROR_INVALID_PARAMETER info is null
  * @retval #SVCMGR_ERROR_NOT_SUPPORTED the service manager is not installed; nothing was released
- *
- * Thread: the application's main-loop thread.
  */
 SVCMGR_API int korvane_svcmgr_ai_model_info_destroy(korvane_svcmgr_ai_model_info_h info);
 
@@ -570,8 +572,6 @@ SVCMGR_API int korvane_svcmgr_ai_model_info_destroy(korvane_svcmgr_ai_model_info
  * @retval #SVCMGR_ERROR_INVALID_PARAMETER info or id is null
  * @retval #SVCMGR_ERROR_OUT_OF_MEMORY memory ran out; the text is as before
  * @retval #SVCMGR_ERROR_NOT_SUPPORTED the service manager is not installed on the device
- *
- * Thread: the application's main-loop thread.
  */
 SVCMGR_API int korvane_svcmgr_ai_model_info_set_id(korvane_svcmgr_ai_model_info_h info,
                                                    const char *id);
@@ -586,8 +586,6 @@ SVCMGR_API int korvane_svcmgr_ai_model_info_set_id(korvane_svcmgr_ai_model_info_
  * @retval #SVCMGR_ERROR_INVALID_PARAMETER info or version is null
  * @retval #SVCMGR_ERROR_OUT_OF_MEMORY memory ran out; the text is as before
  * @retval #SVCMGR_ERROR_NOT_SUPPORTED the service manager is not installed on the device
- *
- * Thread: the application's main-loop thread.
  */
 SVCMGR_API int korvane_svcmgr_ai_model_info_set_version(korvane_svcmgr_ai_model_info_h info,
                                                         const char *version);
@@ -602,8 +600,6 @@ SVCMGR_API int korvane_svcmgr_ai_model_info_set_version(korvane_svcmgr_ai_model_
  * @retval #SVCMGR_ERROR_INVALID_PARAMETER info or title is null
  * @retval #SVCMGR_ERROR_OUT_OF_MEMORY memory ran out; the text is as before
  * @retval #SVCMGR_ERROR_NOT_SUPPORTED the service manager is not installed on the device
- *
- * Thread: the application's main-loop thread.
  */
 SVCMGR_API int korvane_svcmgr_ai_model_info_set_title(korvane_svcmgr_ai_model_info_h info,
                                                       const char *title);
@@ -618,8 +614,6 @@ SVCMGR_API int korvane_svcmgr_ai_model_info_set_title(korvane_svcmgr_ai_model_in
  * @retval #SVCMGR_ERROR_INVALID_PARAMETER info or description is null
  * @retval #SVCMGR_ERROR_OUT_OF_MEMORY memory ran out; the text is as before
  * @retval #SVCMGR_ERROR_NOT_SUPPORTED the service manager is not installed on the device
- *
- * Thread: the application's main-loop thread.
  */
 SVCMGR_API int korvane_svcmgr_ai_model_info_set_description(korvane_svcmgr_ai_model_info_h info,
                                                             const char *description);
@@ -635,8 +629,6 @@ SVCMGR_API int korvane_svcmgr_ai_model_info_set_description(korvane_svcmgr_ai_mo
  * @retval #SVCMGR_ERROR_INVALID_OPERATION the text was never set
  * @retval #SVCMGR_ERROR_OUT_OF_MEMORY memory ran out; id is untouched
  * @retval #SVCMGR_ERROR_NOT_SUPPORTED the service manager is not installed on the device
- *
- * Thread: the application's main-loop thread.
  */
 SVCMGR_API int korvane_svcmgr_ai_model_info_get_id(korvane_svcmgr_ai_model_info_h info, char **id);
 
@@ -651,8 +643,6 @@ SVCMGR_API int korvane_svcmgr_ai_model_info_get_id(korvane_svcmgr_ai_model_info_
  * @retval #SVCMGR_ERROR_INVALID_OPERATION the text was never set
  * @retval #SVCMGR_ERROR_OUT_OF_MEMORY memory ran out; version is untouched
  * @retval #SVCMGR_ERROR_NOT_SUPPORTED the service manager is not installed on the device
- *
- * Thread: the application's main-loop thread.
  */
 SVCMGR_API int korvane_svcmgr_ai_model_info_get_version(korvane_svcmgr_ai_model_info_h info,
                                                         char **version);
@@ -668,8 +658,6 @@ SVCMGR_API int korvane_svcmgr_ai_model_info_get_version(korvane_svcmgr_ai_model_
  * @retval #SVCMGR_ERROR_INVALID_OPERATION the text was never set
  * @retval #SVCMGR_ERROR_OUT_OF_MEMORY memory ran out; title is untouched
  * @retval #SVCMGR_ERROR_NOT_SUPPORTED the service manager is not installed on the device
- *
- * Thread: the application's main-loop thread.
  */
 SVCMGR_API int korvane_svcmgr_ai_model_info_get_title(korvane_svcmgr_ai_model_info_h info,
                                                       char **title);
@@ -685,13 +673,16 @@ SVCMGR_API int korvane_svcmgr_ai_model_info_get_title(korvane_svcmgr_ai_model_in
  * @retval #SVCMGR_ERROR_INVALID_OPERATION the text was never set
  * @retval #SVCMGR_ERROR_OUT_OF_MEMORY memory ran out; description is untouched
  * @retval #SVCMGR_ERROR_NOT_SUPPORTED the service manager is not installed on the device
- *
- * Thread: the application's main-loop thread.
  */
 SVCMGR_API int korvane_svcmgr_ai_model_info_get_description(korvane_svcmgr_ai_model_info_h info,
                                                             char **description);
 
-/* ---- AI model lists ---------------------------------------------------------------------- */
+/** @} */
+
+/**
+ * @defgroup model_lists AI model lists
+ * @{
+ */
 
 /** An ordered list of model infos. */
 typedef struct korvane_svcmgr_ai_model_list_s *korvane_svcmgr_ai_model_list_h;
@@ -705,8 +696,6 @@ typedef struct korvane_svcmgr_ai_model_list_s *korvane_svcmgr_ai_model_list_h;
  * @retval #SVCMGR_ERROR_INVALID_PARAMETER list is null
  * @retval #SVCMGR_ERROR_OUT_OF_MEMORY memory ran out; list is untouched
  * @retval #SVCMGR_ERROR_NOT_SUPPORTED the service manager is not installed on the device
- *
- * Thread: the application's main-loop thread.
  */
 SVCMGR_API int korvane_svcmgr_ai_model_list_create(korvane_svcmgr_ai_model_list_h *list);
 
@@ -715,11 +704,9 @@ SVCMGR_API int korvane_svcmgr_ai_model_list_create(korvane_svcmgr_ai_model_list_
  *
  * @param list the list; not null
  *
- * @retval #SVCMGR_ERROR_NONE the list is gone
+ * @retval #SVCMGR_ERROR_NONE the list was released
  * @retval #SVCMGR_ERROR_INVALID_PARAMETER list is null
  * @retval #SVCMGR_ERROR_NOT_SUPPORTED the service manager is not installed; nothing was released
- *
- * Thread: the application's main-loop thread.
  */
 SVCMGR_API int korvane_svcmgr_ai_model_list_destroy(korvane_svcmgr_ai_model_list_h list);
 
@@ -732,8 +719,6 @@ SVCMGR_API int korvane_svcmgr_ai_model_list_destroy(korvane_svcmgr_ai_model_list
  * @retval #SVCMGR_ERROR_NONE the number was stored
  * @retval #SVCMGR_ERROR_INVALID_PARAMETER list or size is null
  * @retval #SVCMGR_ERROR_NOT_SUPPORTED the service manager is not installed on the device
- *
- * Thread: the application's main-loop thread.
  */
 SVCMGR_API int korvane_svcmgr_ai_model_list_get_size(korvane_svcmgr_ai_model_list_h list,
                                                      int *size);
@@ -748,8 +733,6 @@ SVCMGR_API int korvane_svcmgr_ai_model_list_get_size(korvane_svcmgr_ai_model_lis
  * @retval #SVCMGR_ERROR_INVALID_PARAMETER list or info is null
  * @retval #SVCMGR_ERROR_OUT_OF_MEMORY memory ran out; the list is unchanged
  * @retval #SVCMGR_ERROR_NOT_SUPPORTED the service manager is not installed on the device
- *
- * Thread: the application's main-loop thread.
  */
 SVCMGR_API int korvane_svcmgr_ai_model_list_add(korvane_svcmgr_ai_model_list_h list,
                                                 korvane_svcmgr_ai_model_info_h info);
@@ -767,13 +750,16 @@ SVCMGR_API int korvane_svcmgr_ai_model_list_add(korvane_svcmgr_ai_model_list_h l
  * @retval #SVCMGR_ERROR_OUT_OF_INDEX index is negative, or not below the size
  * @retval #SVCMGR_ERROR_OUT_OF_MEMORY memory ran out; info is untouched
  * @retval #SVCMGR_ERROR_NOT_SUPPORTED the service manager is not installed on the device
- *
- * Thread: the application's main-loop thread.
  */
 SVCMGR_API int korvane_svcmgr_ai_model_list_get(korvane_svcmgr_ai_model_list_h list, int index,
                                                 korvane_svcmgr_ai_model_info_h *info);
 
-/* ---- Progress of model updates and uninstallations ---------------------------------------- */
+/** @} */
+
+/**
+ * @defgroup progress Progress of model updates and uninstallations
+ * @{
+ */
 
 /**
  * One progress report: state, index, count and percentage.
@@ -791,8 +777,6 @@ typedef struct korvane_svcmgr_ai_progress_s *korvane_svcmgr_ai_progress_h;
  * @retval #SVCMGR_ERROR_INVALID_PARAMETER progress is null
  * @retval #SVCMGR_ERROR_OUT_OF_MEMORY memory ran out; progress is untouched
  * @retval #SVCMGR_ERROR_NOT_SUPPORTED the service manager is not installed on the device
- *
- * Thread: the application's main-loop thread.
  */
 SVCMGR_API int korvane_svcmgr_ai_progress_create(korvane_svcmgr_ai_progress_h *progress);
 
@@ -801,11 +785,9 @@ SVCMGR_API int korvane_svcmgr_ai_progress_create(korvane_svcmgr_ai_progress_h *p
  *
  * @param progress the report; not null
  *
- * @retval #SVCMGR_ERROR_NONE the report is gone
+ * @retval #SVCMGR_ERROR_NONE the report was released
  * @retval #SVCMGR_ERROR_INVALID_PARAMETER progress is null
  * @retval #SVCMGR_ERROR_NOT_SUPPORTED the service manager is not installed; nothing was released
- *
- * Thread: the application's main-loop thread.
  */
 SVCMGR_API int korvane_svcmgr_ai_progress_destroy(korvane_svcmgr_ai_progress_h progress);
 
@@ -818,8 +800,6 @@ SVCMGR_API int korvane_svcmgr_ai_progress_destroy(korvane_svcmgr_ai_progress_h p
  * @retval #SVCMGR_ERROR_NONE the value is set
  * @retval #SVCMGR_ERROR_INVALID_PARAMETER progress is null
  * @retval #SVCMGR_ERROR_NOT_SUPPORTED the service manager is not installed on the device
- *
- * Thread: the application's main-loop thread.
  */
 SVCMGR_API int korvane_svcmgr_ai_progress_set_state(korvane_svcmgr_ai_progress_h progress,
                                                     int state);
@@ -833,8 +813,6 @@ SVCMGR_API int korvane_svcmgr_ai_progress_set_state(korvane_svcmgr_ai_progress_h
  * @retval #SVCMGR_ERROR_NONE the value is set
  * @retval #SVCMGR_ERROR_INVALID_PARAMETER progress is null
  * @retval #SVCMGR_ERROR_NOT_SUPPORTED the service manager is not installed on the device
- *
- * Thread: the application's main-loop thread.
  */
 SVCMGR_API int korvane_svcmgr_ai_progress_set_index(korvane_svcmgr_ai_progress_h progress,
                                                     int index);
@@ -848,14 +826,12 @@ SVCMGR_API int korvane_svcmgr_ai_progress_set_index(korvane_svcmgr_ai_progress_h
  * @retval #SVCMGR_ERROR_NONE the value is set
  * @retval #SVCMGR_ERROR_INVALID_PARAMETER progress is null
  * @retval #SVCMGR_ERROR_NOT_SUPPORTED the service manager is not installed on the device
- *
- * Thread: the application's main-loop thread.
  */
 SVCMGR_API int korvane_svcmgr_ai_progress_set_count(korvane_svcmgr_ai_progress_h progress,
                                                     int count);
 
 /**
- * Sets the percentage: how far the model is, in percent.
+ * Sets the percentage: the progress of the model, in percent.
  *
  * @param progress   the report; not null
  * @param percentage the value; any is stored
@@ -863,8 +839,6 @@ SVCMGR_API int korvane_svcmgr_ai_progress_set_count(korvane_svcmgr_ai_progress_h
  * @retval #SVCMGR_ERROR_NONE the value is set
  * @retval #SVCMGR_ERROR_INVALID_PARAMETER progress is null
  * @retval #SVCMGR_ERROR_NOT_SUPPORTED the service manager is not installed on the device
- *
- * Thread: the application's main-loop thread.
  */
 SVCMGR_API int korvane_svcmgr_ai_progress_set_percentage(korvane_svcmgr_ai_progress_h progress,
                                                          int percentage);
@@ -878,8 +852,6 @@ SVCMGR_API int korvane_svcmgr_ai_progress_set_percentage(korvane_svcmgr_ai_progr
  * @retval #SVCMGR_ERROR_NONE the value was stored
  * @retval #SVCMGR_ERROR_INVALID_PARAMETER progress or state is null
  * @retval #SVCMGR_ERROR_NOT_SUPPORTED the service manager is not installed on the device
- *
- * Thread: the application's main-loop thread.
  */
 SVCMGR_API int korvane_svcmgr_ai_progress_get_state(korvane_svcmgr_ai_progress_h progress,
                                                     int *state);
@@ -893,8 +865,6 @@ SVCMGR_API int korvane_svcmgr_ai_progress_get_state(korvane_svcmgr_ai_progress_h
  * @retval #SVCMGR_ERROR_NONE the value was stored
  * @retval #SVCMGR_ERROR_INVALID_PARAMETER progress or index is null
  * @retval #SVCMGR_ERROR_NOT_SUPPORTED the service manager is not installed on the device
- *
- * Thread: the application's main-loop thread.
  */
 SVCMGR_API int korvane_svcmgr_ai_progress_get_index(korvane_svcmgr_ai_progress_h progress,
                                                     int *index);
@@ -908,14 +878,12 @@ SVCMGR_API int korvane_svcmgr_ai_progress_get_index(korvane_svcmgr_ai_progress_h
  * @retval #SVCMGR_ERROR_NONE the value was stored
  * @retval #SVCMGR_ERROR_INVALID_PARAMETER progress or count is null
  * @retval #SVCMGR_ERROR_NOT_SUPPORTED the service manager is not installed on the device
- *
- * Thread: the application's main-loop thread.
  */
 SVCMGR_API int korvane_svcmgr_ai_progress_get_count(korvane_svcmgr_ai_progress_h progress,
                                                     int *count);
 
 /**
- * Gets the percentage: how far the model is, in percent.
+ * Gets the percentage: the progress of the model, in percent.
  *
  * @param progress   the report; not null
  * @param percentage receives the value; not null
@@ -923,23 +891,26 @@ SVCMGR_API int korvane_svcmgr_ai_progress_get_count(korvane_svcmgr_ai_progress_h
  * @retval #SVCMGR_ERROR_NONE the value was stored
  * @retval #SVCMGR_ERROR_INVALID_PARAMETER progress or percentage is null
  * @retval #SVCMGR_ERROR_NOT_SUPPORTED the service manager is not installed on the device
- *
- * Thread: the application's main-loop thread.
  */
 SVCMGR_API int korvane_svcmgr_ai_progress_get_percentage(korvane_svcmgr_ai_progress_h progress,
                                                          int *percentage);
 
-/* ---- AI model requests ------------------------------------------------------------------- */
+/** @} */
 
 /**
- * Delivers a list of models that was asked for.
+ * @defgroup model_requests AI model requests
+ * @{
+ */
+
+/**
+ * Receives the answer to a request for a list of models.
  *
  * It is called for every answer of the service manager to the request, usually
- * one, and never after the connection was lost or ended: what was asked before
- * stays unanswered, also when the loss is not reported because the service
- * manager updated itself. A time limit of the application's own covers that.
+ * one. It is not called after the connection was lost or ended: requests that are
+ * open then stay unanswered, even if the loss is not reported because the service
+ * manager updated itself. Applications therefore set a time limit of their own.
  *
- * All four texts of every model are set, some perhaps to an empty text.
+ * All four texts of every model are set; a text may be empty.
  *
  * The result is one of #SVCMGR_ERROR_NONE, #SVCMGR_ERROR_UPDATE_IN_PROGRESS,
  * #SVCMGR_ERROR_NO_SPACE, #SVCMGR_ERROR_SERVICE_CODE_6,
@@ -950,19 +921,17 @@ SVCMGR_API int korvane_svcmgr_ai_progress_get_percentage(korvane_svcmgr_ai_progr
  * @param list      the models; belongs to the application, which releases it with
  *                  korvane_svcmgr_ai_model_list_destroy(); null when it could not be made
  * @param user_data the pointer given to the request
- *
- * Thread: the application's main-loop thread.
  */
 typedef void (*korvane_svcmgr_ai_model_list_cb)(int result, korvane_svcmgr_ai_model_list_h list,
                                                 void *user_data);
 
 /**
- * Delivers one progress report of a model update or uninstallation.
+ * Receives one progress report of a model update or uninstallation.
  *
- * It is called for every report of the service manager, and never after the
- * connection was lost or ended, also when the loss is not reported because the
- * service manager updated itself. A time limit of the application's own, begun
- * anew with every report, covers that.
+ * It is called for every report of the service manager. It is not called after
+ * the connection was lost or ended, even if the loss is not reported because the
+ * service manager updated itself. Applications therefore set a time limit of
+ * their own, which starts again with every report.
  *
  * The result is one of #SVCMGR_ERROR_NONE, #SVCMGR_ERROR_UPDATE_IN_PROGRESS,
  * #SVCMGR_ERROR_NO_SPACE, #SVCMGR_ERROR_SERVICE_CODE_6,
@@ -973,8 +942,6 @@ typedef void (*korvane_svcmgr_ai_model_list_cb)(int result, korvane_svcmgr_ai_mo
  * @param progress  the report; belongs to the application, which releases it with
  *                  korvane_svcmgr_ai_progress_destroy(); null when it could not be made
  * @param user_data the pointer given to the request
- *
- * Thread: the application's main-loop thread.
  */
 typedef void (*korvane_svcmgr_ai_progress_cb)(int result, korvane_svcmgr_ai_progress_h progress,
                                               void *user_data);
@@ -985,7 +952,7 @@ typedef void (*korvane_svcmgr_ai_progress_cb)(int result, korvane_svcmgr_ai_prog
  * @param callback  receives the list; not null
  * @param user_data handed to the callback unchanged; may be null
  *
- * @retval #SVCMGR_ERROR_NONE the request was sent; the outcome arrives through the callback
+ * @retval #SVCMGR_ERROR_NONE the request was sent; the callback receives the outcome
  * @retval #SVCMGR_ERROR_NOT_SUPPORTED_VERSION the installed service manager is older than 1.7, or
  * its version cannot be read; tested before the arguments
  * @retval #SVCMGR_ERROR_INVALID_PARAMETER callback is null
@@ -993,8 +960,6 @@ typedef void (*korvane_svcmgr_ai_progress_cb)(int result, korvane_svcmgr_ai_prog
  * @retval #SVCMGR_ERROR_INVALID_OPERATION the calling application is not known, or the request
  * could not be sent
  * @retval #SVCMGR_ERROR_NOT_SUPPORTED the service manager is not installed on the device
- *
- * Thread: the application's main-loop thread.
  */
 SVCMGR_API int korvane_svcmgr_ai_request_usable_model_list(korvane_svcmgr_ai_model_list_cb callback,
                                                            void *user_data);
@@ -1005,7 +970,7 @@ SVCMGR_API int korvane_svcmgr_ai_request_usable_model_list(korvane_svcmgr_ai_mod
  * @param callback  receives the list; not null
  * @param user_data handed to the callback unchanged; may be null
  *
- * @retval #SVCMGR_ERROR_NONE the request was sent; the outcome arrives through the callback
+ * @retval #SVCMGR_ERROR_NONE the request was sent; the callback receives the outcome
  * @retval #SVCMGR_ERROR_NOT_SUPPORTED_VERSION the installed service manager is older than 1.7, or
  * its version cannot be read; tested before the arguments
  * @retval #SVCMGR_ERROR_INVALID_PARAMETER callback is null
@@ -1013,8 +978,6 @@ SVCMGR_API int korvane_svcmgr_ai_request_usable_model_list(korvane_svcmgr_ai_mod
  * @retval #SVCMGR_ERROR_INVALID_OPERATION the calling application is not known, or the request
  * could not be sent
  * @retval #SVCMGR_ERROR_NOT_SUPPORTED the service manager is not installed on the device
- *
- * Thread: the application's main-loop thread.
  */
 SVCMGR_API int korvane_svcmgr_ai_request_usable_model_list_with_description(
     korvane_svcmgr_ai_model_list_cb callback, void *user_data);
@@ -1026,7 +989,7 @@ SVCMGR_API int korvane_svcmgr_ai_request_usable_model_list_with_description(
  * @param category  the category, compared whole and case-sensitively with what the agents state
  * @param user_data handed to the callback unchanged; may be null
  *
- * @retval #SVCMGR_ERROR_NONE the request was sent; the outcome arrives through the callback
+ * @retval #SVCMGR_ERROR_NONE the request was sent; the callback receives the outcome
  * @retval #SVCMGR_ERROR_NOT_SUPPORTED_VERSION the installed service manager is older than 2.3, or
  * its version cannot be read; tested before the arguments
  * @retval #SVCMGR_ERROR_INVALID_PARAMETER callback or category is null, or no agent provides the
@@ -1035,8 +998,6 @@ SVCMGR_API int korvane_svcmgr_ai_request_usable_model_list_with_description(
  * @retval #SVCMGR_ERROR_INVALID_OPERATION the request could not be sent because the connection
  *         is still being made, or was lost or rejected
  * @retval #SVCMGR_ERROR_NOT_SUPPORTED the service manager is not installed on the device
- *
- * Thread: the application's main-loop thread.
  */
 SVCMGR_API int korvane_svcmgr_ai_request_usable_model_list_with_category(
     korvane_svcmgr_ai_model_list_cb callback, const char *category, void *user_data);
@@ -1044,12 +1005,12 @@ SVCMGR_API int korvane_svcmgr_ai_request_usable_model_list_with_category(
 /**
  * Asks for the versions of one model, as a list of models.
  *
- * @param model     the model; its ID must be set, and nothing else plays a part; read during the
+ * @param model     the model; its ID must be set, the other texts are not used; read during the
  * call only; not null
  * @param callback  receives the list; not null
  * @param user_data handed to the callback unchanged; may be null
  *
- * @retval #SVCMGR_ERROR_NONE the request was sent; the outcome arrives through the callback
+ * @retval #SVCMGR_ERROR_NONE the request was sent; the callback receives the outcome
  * @retval #SVCMGR_ERROR_NOT_SUPPORTED_VERSION the installed service manager is older than 1.7, or
  * its version cannot be read; tested before the arguments
  * @retval #SVCMGR_ERROR_INVALID_PARAMETER model or callback is null
@@ -1057,8 +1018,6 @@ SVCMGR_API int korvane_svcmgr_ai_request_usable_model_list_with_category(
  * @retval #SVCMGR_ERROR_INVALID_OPERATION the model has no ID, the calling application is not
  * known, or the request could not be sent
  * @retval #SVCMGR_ERROR_NOT_SUPPORTED the service manager is not installed on the device
- *
- * Thread: the application's main-loop thread.
  */
 SVCMGR_API int korvane_svcmgr_ai_request_model_version_list(
     korvane_svcmgr_ai_model_info_h model, korvane_svcmgr_ai_model_list_cb callback,
@@ -1067,11 +1026,10 @@ SVCMGR_API int korvane_svcmgr_ai_request_model_version_list(
 /**
  * Asks the service manager to update the models of a list.
  *
- * The version of a model is the one that is wanted. To a model without one the
- * service manager is sent an empty text, and the choice is its own; commonly it
- * takes the newest. What a list of usable models holds carries the installed
- * version, and asking for that one changes nothing: make a model info of its own
- * to ask for another.
+ * The version of a model is the wanted version. If it is not set, an empty text
+ * is sent and the service manager chooses, commonly the newest version. A model
+ * from a list of usable models has the installed version, and a request for that
+ * version changes nothing: create a new model info to ask for another one.
  *
  * @code
  * korvane_svcmgr_ai_model_info_create(&model);
@@ -1081,12 +1039,12 @@ SVCMGR_API int korvane_svcmgr_ai_request_model_version_list(
  * korvane_svcmgr_ai_request_to_update(models, on_progress, NULL);
  * @endcode
  *
- * @param models    the models; their IDs must be set; titles and descriptions play no part; read
+ * @param models    the models; their IDs must be set; titles and descriptions are not used; read
  * during the call only; not null
  * @param callback  receives every progress report; not null
  * @param user_data handed to the callback unchanged; may be null
  *
- * @retval #SVCMGR_ERROR_NONE the request was sent; the outcome arrives through the callback
+ * @retval #SVCMGR_ERROR_NONE the request was sent; the callback receives the outcome
  * @retval #SVCMGR_ERROR_NOT_SUPPORTED_VERSION the installed service manager is older than 1.7, or
  * its version cannot be read; tested before the arguments
  * @retval #SVCMGR_ERROR_INVALID_PARAMETER models or callback is null
@@ -1094,8 +1052,6 @@ SVCMGR_API int korvane_svcmgr_ai_request_model_version_list(
  * @retval #SVCMGR_ERROR_INVALID_OPERATION a model has no ID, or the request could not be sent
  *         because the connection is still being made, or was lost or rejected
  * @retval #SVCMGR_ERROR_NOT_SUPPORTED the service manager is not installed on the device
- *
- * Thread: the application's main-loop thread.
  */
 SVCMGR_API int korvane_svcmgr_ai_request_to_update(korvane_svcmgr_ai_model_list_h models,
                                                    korvane_svcmgr_ai_progress_cb callback,
@@ -1104,12 +1060,12 @@ SVCMGR_API int korvane_svcmgr_ai_request_to_update(korvane_svcmgr_ai_model_list_
 /**
  * Asks the service manager to uninstall the models of a list.
  *
- * @param models    the models; their IDs must be set, and nothing else plays a part; read during
+ * @param models    the models; their IDs must be set, the other texts are not used; read during
  * the call only; not null
  * @param callback  receives every progress report; not null
  * @param user_data handed to the callback unchanged; may be null
  *
- * @retval #SVCMGR_ERROR_NONE the request was sent; the outcome arrives through the callback
+ * @retval #SVCMGR_ERROR_NONE the request was sent; the callback receives the outcome
  * @retval #SVCMGR_ERROR_NOT_SUPPORTED_VERSION the installed service manager is older than 1.7, or
  * its version cannot be read; tested before the arguments
  * @retval #SVCMGR_ERROR_INVALID_PARAMETER models or callback is null
@@ -1117,14 +1073,17 @@ SVCMGR_API int korvane_svcmgr_ai_request_to_update(korvane_svcmgr_ai_model_list_
  * @retval #SVCMGR_ERROR_INVALID_OPERATION a model has no ID, or the request could not be sent
  *         because the connection is still being made, or was lost or rejected
  * @retval #SVCMGR_ERROR_NOT_SUPPORTED the service manager is not installed on the device
- *
- * Thread: the application's main-loop thread.
  */
 SVCMGR_API int korvane_svcmgr_ai_request_to_uninstall(korvane_svcmgr_ai_model_list_h models,
                                                       korvane_svcmgr_ai_progress_cb callback,
                                                       void *user_data);
 
-/* ---- AI model status --------------------------------------------------------------------- */
+/** @} */
+
+/**
+ * @defgroup model_status AI model status
+ * @{
+ */
 
 /** States of a model update. */
 typedef enum {
@@ -1137,13 +1096,11 @@ typedef enum {
 } korvane_svcmgr_ai_state_e;
 
 /**
- * Tells the application of the state of model updates on the device.
+ * Receives the state of model updates on the device.
  *
  * @param result    always #SVCMGR_ERROR_NONE
  * @param state     what happened
  * @param user_data the pointer given to korvane_svcmgr_ai_register_status_cb()
- *
- * Thread: the application's main-loop thread.
  */
 typedef void (*korvane_svcmgr_ai_status_cb)(int result, korvane_svcmgr_ai_state_e state,
                                             void *user_data);
@@ -1161,8 +1118,6 @@ typedef void (*korvane_svcmgr_ai_status_cb)(int result, korvane_svcmgr_ai_state_
  * @retval #SVCMGR_ERROR_NONE the callback is stored
  * @retval #SVCMGR_ERROR_INVALID_PARAMETER callback is null; an earlier one stays
  * @retval #SVCMGR_ERROR_NOT_SUPPORTED the service manager is not installed on the device
- *
- * Thread: the application's main-loop thread.
  */
 SVCMGR_API int korvane_svcmgr_ai_register_status_cb(korvane_svcmgr_ai_status_cb callback,
                                                     void *user_data);
@@ -1170,17 +1125,17 @@ SVCMGR_API int korvane_svcmgr_ai_register_status_cb(korvane_svcmgr_ai_status_cb 
 /**
  * Removes the callback for model states. Succeeds also when none is registered.
  *
- * Should the platform refuse to end the subscription, a callback registered
- * later hears every state twice.
+ * If the platform refuses to end the subscription, a callback that is registered
+ * later receives every state twice.
  *
- * @retval #SVCMGR_ERROR_NONE no callback is registered any more
+ * @retval #SVCMGR_ERROR_NONE no callback is registered
  * @retval #SVCMGR_ERROR_INVALID_OPERATION the platform refused to end the subscription; the
  * callback is removed all the same
  * @retval #SVCMGR_ERROR_NOT_SUPPORTED the service manager is not installed on the device
- *
- * Thread: the application's main-loop thread.
  */
 SVCMGR_API int korvane_svcmgr_ai_deregister_status_cb(void);
+
+/** @} */
 
 #ifdef __cplusplus
 }
