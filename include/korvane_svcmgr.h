@@ -101,6 +101,14 @@
 #define SVCMGR_API
 #endif
 
+/** @cond */
+#ifdef __cplusplus
+#define KORVANE_SVCMGR_INLINE inline
+#else
+#define KORVANE_SVCMGR_INLINE static inline
+#endif
+/** @endcond */
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -140,6 +148,71 @@ typedef enum {
   /** The service manager is already updating (0xBFFFFFF9). */
   SVCMGR_ERROR_UPDATE_IN_PROGRESS = -1073741831
 } korvane_svcmgr_error_e;
+
+/** @cond */
+#define KORVANE_SVCMGR_ERRORS(ERROR)                                                             \
+  ERROR(SVCMGR_ERROR_NONE, "success")                                                            \
+  ERROR(SVCMGR_ERROR_CONNECTION_FAILED,                                                          \
+        "the connection could not be started; the service manager does not run")                 \
+  ERROR(SVCMGR_ERROR_OUT_OF_MEMORY, "memory ran out")                                            \
+  ERROR(SVCMGR_ERROR_PERMISSION_DENIED, "the platform or the service manager denies it")         \
+  ERROR(SVCMGR_ERROR_INVALID_PARAMETER,                                                          \
+        "an argument is not valid, or no agent provides the category")                           \
+  ERROR(SVCMGR_ERROR_NO_SPACE, "the service manager has no space left")                          \
+  ERROR(SVCMGR_ERROR_INVALID_OPERATION,                                                          \
+        "the operation failed in a way that has no code of its own")                             \
+  ERROR(SVCMGR_ERROR_ALREADY_CONNECTED, "the library is connected already")                      \
+  ERROR(SVCMGR_ERROR_NOT_CONNECTED, "the library is not connected, or an update request failed") \
+  ERROR(SVCMGR_ERROR_NOT_SUPPORTED,                                                              \
+        "the service manager is not installed, or the client API level cannot be found")         \
+  ERROR(SVCMGR_ERROR_INVALID_API_LEVEL, "the agent API level could not be obtained")             \
+  ERROR(SVCMGR_ERROR_QEL_DISABLED, "the QEL scheme is disabled on the device")                   \
+  ERROR(SVCMGR_ERROR_NOT_SUPPORTED_VERSION,                                                      \
+        "the installed service manager is too old for this, or its version cannot be read")      \
+  ERROR(SVCMGR_ERROR_SERVICE_CODE_6, "the service manager ended the request with its result 6")  \
+  ERROR(SVCMGR_ERROR_OUT_OF_INDEX, "an index lies outside its list")                             \
+  ERROR(SVCMGR_ERROR_UPDATE_IN_PROGRESS, "the service manager is already updating")
+#define KORVANE_SVCMGR_ERROR_NAME(code, text) \
+  case code:                                  \
+    return #code;
+#define KORVANE_SVCMGR_ERROR_TEXT(code, text) \
+  case code:                                  \
+    return text;
+/** @endcond */
+
+/**
+ * The name of an error code, "SVCMGR_ERROR_NOT_CONNECTED" for example.
+ *
+ * @param code an error code
+ * @return the enumerator, or "UNKNOWN" when code is none of #korvane_svcmgr_error_e
+ *
+ * Thread: any.
+ */
+KORVANE_SVCMGR_INLINE const char *korvane_svcmgr_error_name(int code) {
+  switch ((korvane_svcmgr_error_e)code) { KORVANE_SVCMGR_ERRORS(KORVANE_SVCMGR_ERROR_NAME) }
+  return "UNKNOWN";
+}
+
+/**
+ * The meaning of an error code, to print.
+ *
+ * @code
+ * fprintf(stderr, "connect: %s\n", korvane_svcmgr_error_text(error));
+ * @endcode
+ *
+ * @param code an error code
+ * @return a phrase in English without a full stop
+ *
+ * Thread: any.
+ */
+KORVANE_SVCMGR_INLINE const char *korvane_svcmgr_error_text(int code) {
+  switch ((korvane_svcmgr_error_e)code) { KORVANE_SVCMGR_ERRORS(KORVANE_SVCMGR_ERROR_TEXT) }
+  return "a code that has no name";
+}
+
+#undef KORVANE_SVCMGR_ERRORS
+#undef KORVANE_SVCMGR_ERROR_NAME
+#undef KORVANE_SVCMGR_ERROR_TEXT
 
 /* ---- Connection ------------------------------------------------------------------------- */
 
