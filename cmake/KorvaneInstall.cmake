@@ -21,7 +21,8 @@ korvane_install_pkgconfig(korvane-svcmgr)
 if(KORVANE_PLATFORM STREQUAL "host")
   install(TARGETS korvane_host EXPORT korvane-svcmgr-targets
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
-  install(FILES host/korvane_host.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+  install(FILES host/korvane_host.h host/korvane_host.hpp
+    DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
   korvane_install_pkgconfig(korvane-host)
   set_target_properties(korvane_svcmgr PROPERTIES INSTALL_RPATH $ORIGIN)
 endif()

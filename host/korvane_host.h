@@ -27,6 +27,19 @@ void korvane_host_main_loop_quit(void);
 int korvane_host_main_loop_step(int timeout_ms);
 
 /**
+ * Calls a function once from inside the loop, after a delay. Functions with the same delay are
+ * called in the order of these calls. With a delay of 0 it posts work into the loop: the function
+ * is never called from inside this call. May be called from any thread.
+ *
+ * @param delay_ms the delay in milliseconds, 0 or more
+ * @param task the function; it is not called when the process ends before
+ * @param user_data the argument of the function
+ * @return 0, or a negated errno value: -EINVAL for a null function or a negative delay; after an
+ *         error the function is not called
+ */
+int korvane_host_main_loop_call_after(int delay_ms, void (*task)(void *user_data), void *user_data);
+
+/**
  * The descriptor to watch in an event loop of one's own: readable while a step
  * would deliver something. Owned by the platform. @return a descriptor, or a negated errno value
  */

@@ -305,6 +305,15 @@ int korvane_host_main_loop_step(int timeout_ms) {
   return guarded([timeout_ms] { return MainLoop::instance().step(timeout_ms); });
 }
 
+int korvane_host_main_loop_call_after(int delay_ms, void (*task)(void *), void *user_data) {
+  return guarded([=] {
+    if (task == nullptr || delay_ms < 0) return -EINVAL;
+    MainLoop::instance().add_timer(std::chrono::milliseconds(delay_ms),
+                                   [task, user_data] { task(user_data); });
+    return 0;
+  });
+}
+
 int korvane_host_main_loop_fd(void) {
   return guarded([] { return MainLoop::instance().descriptor(); });
 }
