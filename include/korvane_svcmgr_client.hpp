@@ -113,6 +113,17 @@ class Session : public std::enable_shared_from_this<Session> {
     std::error_code error{};  ///< ends the request in the next step
   };
 
+  /** What a process has once, shared by all that it loads. */
+  struct Process {
+    Session *session = nullptr;
+    bool is_rejected = false;
+    std::uintptr_t next_number = 1;  ///< of a request; used once, whatever the client
+  };
+  SVCMGR_API static Process &process() noexcept {
+    static Process process;
+    return process;
+  }
+
   explicit Session(CallAfter call_after) : call_after_(std::move(call_after)) {}
 
   void open() {
@@ -218,17 +229,6 @@ class Session : public std::enable_shared_from_this<Session> {
   static constexpr Milliseconds kStep{100};
   static constexpr Milliseconds kIdleStep{1000};
   static constexpr Milliseconds kRetryDelay{1000};
-
-  /** What a process has once, shared by all that it loads. */
-  struct Process {
-    Session *session = nullptr;
-    bool is_rejected = false;
-    std::uintptr_t next_number = 1;  ///< of a request; never used again, by another client neither
-  };
-  SVCMGR_API static Process &process() noexcept {
-    static Process process;
-    return process;
-  }
 
   static void take_connection(int, State state, void *) noexcept {
     if (state == SVCMGR_CONNECTION_REJECTED) process().is_rejected = true;
