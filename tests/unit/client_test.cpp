@@ -197,7 +197,7 @@ TEST_F(ClientTest, ARequestWithoutLimitStaysOpen) {
 TEST_F(ClientTest, AReportStartsTheLimitAnew) {
   connect();
   const Request request = sent(request_update(1s));
-  run_for(900ms);
+  run_for(950ms);
   report(SVCMGR_AI_STATE_START);
   run_for(999ms);
   EXPECT_THAT(ends, IsEmpty());
@@ -379,6 +379,28 @@ TEST_F(ClientTest, AnyHandlerMayDestroyTheClient) {
   }
 }
 
+TEST_F(ClientTest, AHandlerMayReplaceTheClient) {
+  connect();
+  in_handler = [this] {
+    client.reset();
+    make_client();
+    connect();
+  };
+  platform.report_disconnected();
+  EXPECT_TRUE(client->is_connected());
+  EXPECT_EQ(platform.proxies.size(), 1U);
+}
+
+TEST_F(ClientTest, NoHandlerIsCalledOnceTheClientIsDestroyed) {
+  int statuses = 0;
+  client->on_update_status([&](auto) { ++statuses; });
+  connect();
+  lose_silently();
+  in_handler = [this] { client.reset(); };  // called first: the event shows the loss
+  platform.emit(".update_status", {{"Start", Texts{"agent"}}});
+  EXPECT_EQ(statuses, 0);
+}
+
 TEST_F(ClientTest, AnExceptionOfAHandlerEndsTheProgram) {
   connect();
   const Request request = sent(request_models());
@@ -524,6 +546,13 @@ TEST_F(ClientTest, StatusesReachTheirHandlersUntilTheseAreTakenBack) {
   EXPECT_EQ(statuses, 2);
   client->on_update_status(nullptr);
   client->on_model_status(nullptr);
+  EXPECT_THAT(platform.subscriptions, IsEmpty());
+}
+
+TEST_F(ClientTest, ADestroyedClientWatchesNoStatus) {
+  client->on_update_status([](auto) {});
+  client->on_model_status([](auto) {});
+  client.reset();
   EXPECT_THAT(platform.subscriptions, IsEmpty());
 }
 
