@@ -9,6 +9,9 @@
 
 #include "service_fixture.h"
 
+/** Of the guide. */
+korvane::svcmgr::Request update_to_newest(korvane::svcmgr::Client &client, const std::string &id);
+
 namespace {
 
 using namespace korvane::svcmgr;
@@ -78,6 +81,12 @@ TEST_F(ClientServiceTest, AnUpdateEndsWithItsLastReport) {
     EXPECT_EQ(std::count(reports.begin(), reports.end(), SVCMGR_AI_STATE_COMPLETED), 1);
     EXPECT_EQ(reports.back(), SVCMGR_AI_STATE_COMPLETED);
   }
+}
+
+TEST_F(ClientServiceTest, TheUpdateOfTheGuideInstallsTheNewestVersion) {
+  const Request request = update_to_newest(*client, "vision.detect");
+  EXPECT_TRUE(run_until([&] { return !request.is_open(); }));
+  EXPECT_THAT(run_program({SVCMGRCTL, "models", "list"}).output, testing::HasSubstr("2.0.0"));
 }
 
 TEST_F(ClientServiceTest, AnUpdateOfAnUnknownModelFails) {
