@@ -61,7 +61,9 @@
  * other functions of the C API can be called beside it. A connection that is still
  * being made when the client disconnects or is destroyed is ended when the library
  * reports it. A reconnection after an announced update is not reported: only a
- * later client ends it.
+ * later client ends it. No client helps when the service manager never answers, or
+ * when its launch is announced before its loss is known: the library then waits
+ * for the next launch.
  *
  * @par Threads
  * As in the C API: the thread of the application's main loop.
@@ -88,9 +90,9 @@ namespace korvane::svcmgr {
  * Calls the task once, after the delay, on the main loop's thread, never from
  * inside this call. May throw, and then keeps nothing of the task.
  *
- * What it throws leaves the function of the Client that called it, which has then
- * done nothing. Called from the main loop for the client's next step, it ends the
- * program by throwing.
+ * An exception leaves the function of the Client that needed the task, and that
+ * function has then done nothing. It ends the program when the client needs its
+ * next step from inside the main loop.
  */
 using CallAfter = std::function<void(std::chrono::milliseconds delay, std::function<void()> task)>;
 
@@ -411,6 +413,8 @@ class [[nodiscard]] Request {
  public:
   /** No request. */
   Request() = default;
+  ///@{
+  /** Takes a request over. Assignment cancels the earlier one. */
   Request(Request &&other) noexcept = default;
   Request &operator=(Request &&other) noexcept {
     Request before(std::move(other));
@@ -418,6 +422,7 @@ class [[nodiscard]] Request {
     std::swap(number_, before.number_);
     return *this;
   }
+  ///@}
   ~Request() { cancel(); }
 
   /** Ends the wait: no handler is called afterwards. The service manager goes on with its work. */
