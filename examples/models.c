@@ -28,7 +28,7 @@ static void finish(Job *job, int status) {
 /* Ends the job unless error is SVCMGR_ERROR_NONE. */
 static bool check(Job *job, int error, const char *what) {
   if (error == SVCMGR_ERROR_NONE) return true;
-  fprintf(stderr, "%s: error %d, see korvane_svcmgr_error_e\n", what, error);
+  fprintf(stderr, "%s: %s\n", what, korvane_svcmgr_error_text(error));
   finish(job, EXIT_FAILURE);
   return false;
 }

@@ -1,87 +1,33 @@
 // Lists the AI models that the application can use, updates the first one to its newest version,
 // and lists them again.
-#include <korvane_host.h>
-#include <korvane_svcmgr.hpp>
+#include <korvane_host.hpp>
+#include <korvane_svcmgr_client.hpp>
 
 #include <cstdlib>
-#include <exception>
 #include <iostream>
-#include <stdexcept>
 #include <string>
 #include <system_error>
 
-namespace {
+using namespace korvane::svcmgr;
 
-using korvane::svcmgr::check;
-using korvane::svcmgr::ModelInfo;
-using korvane::svcmgr::ModelList;
-using korvane::svcmgr::Progress;
-
-// For the next answer. The reports of an update are answers, too; a service manager that was
-// restarted gives none.
-constexpr int kLongestWaitMs = 60000;
-
-// Connected as long as it lives.
 class Updater {
  public:
-  Updater() { check(korvane_svcmgr_connect(on_connection, this), "connect"); }
-  ~Updater() { korvane_svcmgr_disconnect(); }
-  Updater(const Updater &) = delete;
-  Updater &operator=(const Updater &) = delete;
-
-  // All callbacks come from inside the main loop: on a workstation, from a step of it.
-  void run() {
-    while (!finished_) {
-      const int delivered = korvane_host_main_loop_step(kLongestWaitMs);
-      if (error_) std::rethrow_exception(error_);
-      if (delivered == 0) {
-        throw std::runtime_error(
-            "no answer; an update that was begun goes on in the service manager");
-      }
-      if (delivered < 0) {
-        throw std::system_error(-delivered, std::generic_category(), "main loop");
-      }
-    }
+  int run() {
+    const std::error_code error = client_.connect();
+    if (error) finish("connect", error);
+    if (!error) list();  // the request waits for the connection
+    korvane_host_main_loop_run();
+    return status_;
   }
 
  private:
-  // A callback is called from C and must not throw: what its body throws comes out of run().
-  template <typename Body>
-  static void guard(void *user_data, Body body) noexcept {
-    auto &self = *static_cast<Updater *>(user_data);
-    try {
-      body(self);
-    } catch (...) {
-      self.error_ = std::current_exception();
-    }
-  }
-
-  // After a loss the library reconnects by itself, but what was asked before stays unanswered: this
-  // program ends then.
-  static void on_connection(int result, korvane_svcmgr_connection_state_e state, void *user_data) {
-    guard(user_data, [=](Updater &self) {
-      check(result, "connection");
-      if (state != SVCMGR_CONNECTION_CONNECTED) throw std::runtime_error("the connection was lost");
-      self.list();
-    });
-  }
-
   void list() {
-    check(korvane_svcmgr_ai_request_usable_model_list(on_models, this), "list of models");
-  }
-
-  // The handle is ours, whatever the result.
-  static void on_models(int result, korvane_svcmgr_ai_model_list_h handle, void *user_data) {
-    guard(user_data, [=](Updater &self) {
-      const ModelList models(handle);
-      check(result, "list of models");
-      if (models.empty()) std::cout << "no models\n";
-      for (const ModelInfo &model : models) {
-        std::cout << model.id().value_or("(no ID)") << ' ' << model.version().value_or("(none)")
-                  << '\n';
-      }
-      self.finished_ = self.updated_ || models.empty();
-      if (!self.finished_) self.update_to_newest(models.at(0).id().value());
+    request_ = client_.request_usable_model_list([this](std::error_code error, const auto &models) {
+      if (error) return finish("list of models", error);
+      for (const ModelInfo &model : models)
+        std::cout << model.id().value() << ' ' << model.version().value() << '\n';
+      if (is_updated_ || models.empty()) return finish("list of models", error);
+      update_to_newest(models.at(0).id().value());
     });
   }
 
@@ -92,37 +38,28 @@ class Updater {
     model.set_id(id);
     ModelList wanted;
     wanted.add(model);
-    check(korvane_svcmgr_ai_request_to_update(wanted.get(), on_progress, this), "update");
-  }
-
-  // Called for every report of the update.
-  static void on_progress(int result, korvane_svcmgr_ai_progress_h handle, void *user_data) {
-    guard(user_data, [=](Updater &self) {
-      const Progress progress(handle);
-      check(result, "update");
-      std::cout << progress.percentage() << " %" << std::endl;
-      if (progress.state() == SVCMGR_AI_STATE_FAILED)
-        check(SVCMGR_ERROR_INVALID_OPERATION, "update");
-      self.updated_ = progress.state() == SVCMGR_AI_STATE_COMPLETED;
-      if (self.updated_) self.list();
+    const auto on_progress = [](const auto &report) {
+      std::cout << report.percentage() << " %" << std::endl;
+    };
+    request_ = client_.request_to_update(wanted, on_progress, [this](std::error_code error) {
+      if (error) return finish("update", error);
+      is_updated_ = true;
+      list();
     });
   }
 
-  bool updated_ = false;
-  bool finished_ = false;
-  std::exception_ptr error_;
+  void finish(const char *request, std::error_code error) {
+    if (error) std::cerr << request << ": " << error.message() << '\n';
+    if (!error) status_ = EXIT_SUCCESS;
+    korvane_host_main_loop_quit();
+  }
+
+  Client client_{korvane::host::call_after};
+  Request request_;
+  bool is_updated_ = false;
+  int status_ = EXIT_FAILURE;
 };
 
-}  // namespace
-
-int main(int argc, char **argv) try {
-  if (argc > 1) {
-    std::cerr << "usage: KORVANE_DEVICE=DIRECTORY KORVANE_APP_ID=APPLICATION " << argv[0] << '\n';
-    return EXIT_FAILURE;
-  }
-  Updater().run();
-  return EXIT_SUCCESS;
-} catch (const std::exception &error) {
-  std::cerr << error.what() << '\n';
-  return EXIT_FAILURE;
+int main() {
+  return Updater().run();
 }

@@ -109,6 +109,14 @@
 #define SVCMGR_API
 #endif
 
+/** @cond */
+#ifdef __cplusplus
+#define KORVANE_SVCMGR_INLINE inline
+#else
+#define KORVANE_SVCMGR_INLINE static inline
+#endif
+/** @endcond */
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -153,6 +161,98 @@ typedef enum {
   /** The service manager is already updating (0xBFFFFFF9). */
   SVCMGR_ERROR_UPDATE_IN_PROGRESS = -1073741831
 } korvane_svcmgr_error_e;
+
+/**
+ * The name of an error code, "SVCMGR_ERROR_NOT_CONNECTED" for example. Any thread may call it.
+ *
+ * @param code an error code
+ * @return the enumerator, or "UNKNOWN" when code is none of #korvane_svcmgr_error_e
+ */
+KORVANE_SVCMGR_INLINE const char *korvane_svcmgr_error_name(int code) {
+  switch ((korvane_svcmgr_error_e)code) {
+    case SVCMGR_ERROR_NONE:
+      return "SVCMGR_ERROR_NONE";
+    case SVCMGR_ERROR_CONNECTION_FAILED:
+      return "SVCMGR_ERROR_CONNECTION_FAILED";
+    case SVCMGR_ERROR_OUT_OF_MEMORY:
+      return "SVCMGR_ERROR_OUT_OF_MEMORY";
+    case SVCMGR_ERROR_PERMISSION_DENIED:
+      return "SVCMGR_ERROR_PERMISSION_DENIED";
+    case SVCMGR_ERROR_INVALID_PARAMETER:
+      return "SVCMGR_ERROR_INVALID_PARAMETER";
+    case SVCMGR_ERROR_NO_SPACE:
+      return "SVCMGR_ERROR_NO_SPACE";
+    case SVCMGR_ERROR_INVALID_OPERATION:
+      return "SVCMGR_ERROR_INVALID_OPERATION";
+    case SVCMGR_ERROR_ALREADY_CONNECTED:
+      return "SVCMGR_ERROR_ALREADY_CONNECTED";
+    case SVCMGR_ERROR_NOT_CONNECTED:
+      return "SVCMGR_ERROR_NOT_CONNECTED";
+    case SVCMGR_ERROR_NOT_SUPPORTED:
+      return "SVCMGR_ERROR_NOT_SUPPORTED";
+    case SVCMGR_ERROR_INVALID_API_LEVEL:
+      return "SVCMGR_ERROR_INVALID_API_LEVEL";
+    case SVCMGR_ERROR_QEL_DISABLED:
+      return "SVCMGR_ERROR_QEL_DISABLED";
+    case SVCMGR_ERROR_NOT_SUPPORTED_VERSION:
+      return "SVCMGR_ERROR_NOT_SUPPORTED_VERSION";
+    case SVCMGR_ERROR_SERVICE_CODE_6:
+      return "SVCMGR_ERROR_SERVICE_CODE_6";
+    case SVCMGR_ERROR_OUT_OF_INDEX:
+      return "SVCMGR_ERROR_OUT_OF_INDEX";
+    case SVCMGR_ERROR_UPDATE_IN_PROGRESS:
+      return "SVCMGR_ERROR_UPDATE_IN_PROGRESS";
+  }
+  return "UNKNOWN";
+}
+
+/**
+ * The meaning of an error code, to print. Any thread may call it.
+ *
+ * @code
+ * fprintf(stderr, "connect: %s\n", korvane_svcmgr_error_text(error));
+ * @endcode
+ *
+ * @param code an error code
+ * @return a phrase in English without a full stop
+ */
+KORVANE_SVCMGR_INLINE const char *korvane_svcmgr_error_text(int code) {
+  switch ((korvane_svcmgr_error_e)code) {
+    case SVCMGR_ERROR_NONE:
+      return "success";
+    case SVCMGR_ERROR_CONNECTION_FAILED:
+      return "the connection could not be started; the service manager does not run";
+    case SVCMGR_ERROR_OUT_OF_MEMORY:
+      return "memory ran out";
+    case SVCMGR_ERROR_PERMISSION_DENIED:
+      return "the platform or the service manager denies it";
+    case SVCMGR_ERROR_INVALID_PARAMETER:
+      return "an argument is not valid, or no agent provides the category";
+    case SVCMGR_ERROR_NO_SPACE:
+      return "the service manager has no space left";
+    case SVCMGR_ERROR_INVALID_OPERATION:
+      return "the operation failed in a way that has no code of its own";
+    case SVCMGR_ERROR_ALREADY_CONNECTED:
+      return "the library is connected already";
+    case SVCMGR_ERROR_NOT_CONNECTED:
+      return "the library is not connected, or an update request failed";
+    case SVCMGR_ERROR_NOT_SUPPORTED:
+      return "the service manager is not installed, or the client API level cannot be found";
+    case SVCMGR_ERROR_INVALID_API_LEVEL:
+      return "the agent API level could not be obtained";
+    case SVCMGR_ERROR_QEL_DISABLED:
+      return "the QEL scheme is disabled on the device";
+    case SVCMGR_ERROR_NOT_SUPPORTED_VERSION:
+      return "the installed service manager is too old for this, or its version cannot be read";
+    case SVCMGR_ERROR_SERVICE_CODE_6:
+      return "the service manager ended the request with its result 6";
+    case SVCMGR_ERROR_OUT_OF_INDEX:
+      return "an index lies outside its list";
+    case SVCMGR_ERROR_UPDATE_IN_PROGRESS:
+      return "the service manager is already updating";
+  }
+  return "a code that has no name";
+}
 
 /** @} */
 

@@ -39,6 +39,10 @@
 #ifndef KORVANE_SVCMGR_HPP_
 #define KORVANE_SVCMGR_HPP_
 
+#if __cplusplus < 201703L
+#error "korvane_svcmgr.hpp needs C++17: compile with -std=c++17 or later"
+#endif
+
 #include <korvane_svcmgr.h>
 
 #include <cstddef>
@@ -55,65 +59,37 @@ namespace korvane::svcmgr {
 
 /* ---- Errors ------------------------------------------------------------------------------ */
 
-/** What is known of an error code. */
-struct ErrorDescription {
-  const char *name;     ///< the enumerator, "SVCMGR_ERROR_NOT_CONNECTED" for example
-  const char *meaning;  ///< a phrase without a full stop
-};
-
-/** Name and meaning of an error code; "UNKNOWN" when it is none of #korvane_svcmgr_error_e. */
-inline ErrorDescription describe_error(int code) noexcept {
-  switch (static_cast<korvane_svcmgr_error_e>(code)) {
-    case SVCMGR_ERROR_NONE:
-      return {"SVCMGR_ERROR_NONE", "success"};
-    case SVCMGR_ERROR_CONNECTION_FAILED:
-      return {"SVCMGR_ERROR_CONNECTION_FAILED",
-              "the connection could not be started; the service manager does not run"};
-    case SVCMGR_ERROR_OUT_OF_MEMORY:
-      return {"SVCMGR_ERROR_OUT_OF_MEMORY", "memory ran out"};
-    case SVCMGR_ERROR_PERMISSION_DENIED:
-      return {"SVCMGR_ERROR_PERMISSION_DENIED", "the platform or the service manager denies it"};
-    case SVCMGR_ERROR_INVALID_PARAMETER:
-      return {"SVCMGR_ERROR_INVALID_PARAMETER",
-              "an argument is not valid, or no agent provides the category"};
-    case SVCMGR_ERROR_NO_SPACE:
-      return {"SVCMGR_ERROR_NO_SPACE", "the service manager has no space left"};
-    case SVCMGR_ERROR_INVALID_OPERATION:
-      return {"SVCMGR_ERROR_INVALID_OPERATION",
-              "the operation failed in a way that has no code of its own"};
-    case SVCMGR_ERROR_ALREADY_CONNECTED:
-      return {"SVCMGR_ERROR_ALREADY_CONNECTED", "the library is connected already"};
-    case SVCMGR_ERROR_NOT_CONNECTED:
-      return {"SVCMGR_ERROR_NOT_CONNECTED",
-              "the library is not connected, or an update request failed"};
-    case SVCMGR_ERROR_NOT_SUPPORTED:
-      return {"SVCMGR_ERROR_NOT_SUPPORTED",
-              "the service manager is not installed, or the client API level cannot be found"};
-    case SVCMGR_ERROR_INVALID_API_LEVEL:
-      return {"SVCMGR_ERROR_INVALID_API_LEVEL", "the agent API level could not be obtained"};
-    case SVCMGR_ERROR_QEL_DISABLED:
-      return {"SVCMGR_ERROR_QEL_DISABLED", "the QEL scheme is disabled on the device"};
-    case SVCMGR_ERROR_NOT_SUPPORTED_VERSION:
-      return {"SVCMGR_ERROR_NOT_SUPPORTED_VERSION",
-              "the installed service manager is too old for this, or its version cannot be read"};
-    case SVCMGR_ERROR_SERVICE_CODE_6:
-      return {"SVCMGR_ERROR_SERVICE_CODE_6",
-              "the service manager ended the request with its result 6"};
-    case SVCMGR_ERROR_OUT_OF_INDEX:
-      return {"SVCMGR_ERROR_OUT_OF_INDEX", "an index lies outside its list"};
-    case SVCMGR_ERROR_UPDATE_IN_PROGRESS:
-      return {"SVCMGR_ERROR_UPDATE_IN_PROGRESS", "the service manager is already updating"};
-  }
-  return {"UNKNOWN", "a code that has no name"};
-}
-
 /** The category of #korvane_svcmgr_error_e; see error_category(). */
 class ErrorCategory : public std::error_category {
  public:
   /** The library's name. */
   const char *name() const noexcept override { return "korvane_svcmgr"; }
   /** The meaning of an error code. */
-  std::string message(int code) const override { return describe_error(code).meaning; }
+  std::string message(int code) const override { return korvane_svcmgr_error_text(code); }
+  /** The std::errc that says the same, if there is one; `error == std::errc::not_connected`. */
+  std::error_condition default_error_condition(int code) const noexcept override {
+    switch (code) {
+      case SVCMGR_ERROR_OUT_OF_MEMORY:
+        return std::errc::not_enough_memory;
+      case SVCMGR_ERROR_PERMISSION_DENIED:
+        return std::errc::permission_denied;
+      case SVCMGR_ERROR_INVALID_PARAMETER:
+        return std::errc::invalid_argument;
+      case SVCMGR_ERROR_NO_SPACE:
+        return std::errc::no_space_on_device;
+      case SVCMGR_ERROR_ALREADY_CONNECTED:
+        return std::errc::already_connected;
+      case SVCMGR_ERROR_NOT_CONNECTED:
+        return std::errc::not_connected;
+      case SVCMGR_ERROR_NOT_SUPPORTED:
+      case SVCMGR_ERROR_NOT_SUPPORTED_VERSION:
+        return std::errc::not_supported;
+      case SVCMGR_ERROR_UPDATE_IN_PROGRESS:
+        return std::errc::operation_in_progress;
+      default:
+        return {code, *this};
+    }
+  }
 };
 
 /**
@@ -389,7 +365,7 @@ class ModelList
   void add(const ModelInfo &model) { check(korvane_svcmgr_ai_model_list_add(get(), model.get())); }
 };
 
-/* ---- Functions that return what their namesakes of the C API store ------------------------- */
+/* ---- Functions of the C API that return what they store, and throw their errors ------------- */
 
 /** See korvane_svcmgr_get_client_api_level(). */
 inline int get_client_api_level() {
@@ -404,6 +380,16 @@ inline int get_agent_api_level() {
 /** See korvane_svcmgr_get_license_fulltext(); none when there is no text. */
 inline std::optional<std::string> get_license_fulltext() {
   return detail::take_text(detail::fetch<char *>(korvane_svcmgr_get_license_fulltext));
+}
+
+/** See korvane_svcmgr_request_update(). */
+inline void request_update() {
+  check(korvane_svcmgr_request_update());
+}
+
+/** See korvane_svcmgr_request_update_with_list(). */
+inline void request_update(const AgentList &agents) {
+  check(korvane_svcmgr_request_update_with_list(agents.get(), nullptr));
 }
 
 /** See korvane_svcmgr_is_being_updated(). */

@@ -21,7 +21,9 @@ for program in "$installed"/bin/*; do starts "$program" --help; done
 
 [[ $(ldd "$installed"/lib*/libkorvane-svcmgr.so.1) != *"not found"* ]] || fail "the library misses its platform"
 
-cmake -S "$examples" -B "$work/examples" -DCMAKE_PREFIX_PATH="$installed" >"$work/output" &&
+# The headers are as clean in C++20.
+cmake -S "$examples" -B "$work/examples" -DCMAKE_PREFIX_PATH="$installed" -DCMAKE_CXX_STANDARD=20 \
+  -DCMAKE_CXX_FLAGS="-Wall -Wextra -Wconversion -Wshadow -Werror" >"$work/output" &&
   cmake --build "$work/examples" >>"$work/output" || { cat "$work/output"; fail "CMake"; }
 for language in c cpp; do
   starts "$work/examples/example_models_$language"

@@ -8,9 +8,6 @@
 #include "dlog.h"
 #include "service_fixture.h"
 
-/** Of the guide. */
-void update_to_newest(const std::string &id);
-
 namespace {
 
 void on_list(int result, korvane_svcmgr_ai_model_list_h list, void *user_data) {
@@ -81,13 +78,6 @@ TEST_F(ApplicationTest, LogsNothingToWhatIsStandardErrorNoMore) {
   char letter = '\0';
   EXPECT_EQ(read(pipe_ends[0], &letter, 1), -1);
   for (const int descriptor : {standard_error, pipe_ends[0], pipe_ends[1]}) close(descriptor);
-}
-
-TEST_F(ApplicationTest, UpdatesAModelToTheNewestAsTheGuideDoes) {
-  connect();
-  update_to_newest("vision.detect");
-  settle();
-  EXPECT_THAT(run_program({SVCMGRCTL, "models", "list"}).output, testing::HasSubstr("2.0.0"));
 }
 
 }  // namespace

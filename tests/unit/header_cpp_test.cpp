@@ -53,7 +53,24 @@ TEST_F(CppHeaderTest, FailuresAreThrownWithTheirCode) {
   EXPECT_EQ(thrown_by([] { AgentList(); }).first, SVCMGR_ERROR_NOT_SUPPORTED);
   EXPECT_EQ(thrown_by([] { svcmgr::check(SVCMGR_ERROR_NO_SPACE, "update"); }).second,
             "update: the service manager has no space left");
-  EXPECT_STREQ(svcmgr::describe_error(7).name, "UNKNOWN");
+}
+
+TEST_F(CppHeaderTest, ErrorCodesHaveNames) {
+  EXPECT_STREQ(korvane_svcmgr_error_name(SVCMGR_ERROR_NOT_CONNECTED), "SVCMGR_ERROR_NOT_CONNECTED");
+  EXPECT_STREQ(korvane_svcmgr_error_name(7), "UNKNOWN");
+}
+
+TEST_F(CppHeaderTest, ErrorCodesEqualTheConditionThatMeansTheSame) {
+  EXPECT_EQ(make_error_code(SVCMGR_ERROR_NOT_CONNECTED), std::errc::not_connected);
+  EXPECT_EQ(make_error_code(SVCMGR_ERROR_PERMISSION_DENIED), std::errc::permission_denied);
+  EXPECT_NE(make_error_code(SVCMGR_ERROR_INVALID_OPERATION), std::errc::function_not_supported);
+}
+
+TEST_F(CppHeaderTest, AnUpdateOfListedAgentsSendsTheirNames) {
+  connect();
+  platform.answer(0);
+  svcmgr::request_update(Handles().agents);
+  EXPECT_THAT(platform.sent.back(), ::testing::Contains(ParcelValue("agent.one")));
 }
 
 TEST_F(CppHeaderTest, AnEmptyLicenceIsNone) {

@@ -56,8 +56,7 @@ Json CodeText::to_json() const {
 }
 
 CodeText describe_error(int code) {
-  const svcmgr::ErrorDescription known = svcmgr::describe_error(code);
-  return {code, known.name, known.meaning};
+  return {code, korvane_svcmgr_error_name(code), korvane_svcmgr_error_text(code)};
 }
 
 CodeText describe_connection_state(int state) {

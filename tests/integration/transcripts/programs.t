@@ -7,6 +7,8 @@ The examples, and the first program of the guide.
   result -1073741825, agent API level 0
   [1]
   $ svcmgr-emulator ctl reply get_agent_api_level default
+  $ snippet_list_models | head -n 1
+  vision.detect
   $ for example in example_models_c example_models_cpp; do
   >   svcmgrctl models update vision.detect@1.0.0 | tail -n 1
   >   "$example" | grep -v language
@@ -42,7 +44,7 @@ The examples, and the first program of the guide.
   vision.detect       2.0.0    Object detection
   $ svcmgr-emulator ctl reply RequestToUpdate 5
   $ example_models_c >/dev/null
-  update: error -28, see korvane_svcmgr_error_e
+  update: the service manager has no space left
   [1]
   $ example_models_cpp >/dev/null
   update: the service manager has no space left
@@ -54,7 +56,7 @@ The examples, and the first program of the guide.
   E/RPC_PORT_PROXY: SvcMgrAppProxy.cpp: Connect
   E/SERVICE_MANAGER_CLIENT:  SvcMgrAppProxyHandler.cpp: Connect
   E/SERVICE_MANAGER_CLIENT:  korvane_svcmgr.cpp: korvane_svcmgr_connect
-  connect: error -1, see korvane_svcmgr_error_e
+  connect: the connection could not be started; the service manager does not run
   $ example_models_cpp 2>&1 | grep -v ^E/
   connect: the connection could not be started; the service manager does not run
 

@@ -147,3 +147,24 @@ The loop of the guide connects where the library does not, and sees what is not 
   not connected
   $ next
   connected
+  $ kill -KILL "$program"
+
+So does its client, which follows the updates, too:
+
+  $ ctl stop
+  $ start env KORVANE_LOG=none snippet_follow
+  $ next
+  not connected yet: the connection could not be started; the service manager does not run
+  $ serve 2
+  $ next
+  connected
+  $ svcmgrctl models update vision.detect >/dev/null
+  $ next
+  update of models: state 17
+  $ next
+  update of models: state 20
+  $ ctl restart
+  $ next
+  not connected
+  $ next
+  connected
