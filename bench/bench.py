@@ -1,4 +1,4 @@
-"""Measures what the library costs. scripts/bench runs it."""
+"""Measures what the library costs. scripts/bench runs it, and explains the options."""
 
 import argparse
 import contextlib
@@ -21,31 +21,21 @@ TOP = pathlib.Path(__file__).resolve().parent.parent
 DOCUMENT = TOP / "docs" / "performance.md"
 PLOT = TOP / "docs" / "performance.svg"
 TABLE = re.compile(r"(<!-- figures -->\n).*?(<!-- end of figures -->)", re.DOTALL)
+PACKAGES = ["git", "libbenchmark-dev", "libsystemd-dev", "pkgconf", "pax-utils", "gnuplot-nox"]
+PACKAGES_FOR_SIZES = ["g++-arm-linux-gnueabihf", "g++-aarch64-linux-gnu"]
 TARGETS = ["bench/all", "svcmgr-emulator", "korvane_svcmgr"]
 
 
 def parse_arguments():
-    parser = argparse.ArgumentParser(
-        prog="scripts/bench",
-        description="Measures what the library costs, next to the least that the same work can"
-        " cost and to what others take for it, and prints one table.",
-        epilog="Exit status: 0 measured, 1 failed, 2 bad usage.",
-    )
-    parser.add_argument("--quick", action="store_true",
-                        help="run everything once, with little work: figures without worth")
-    parser.add_argument("--rounds", type=int, metavar="N", help="measure N times (default: 9)")
-    parser.add_argument("--tree", type=pathlib.Path, metavar="DIR",
-                        help="search this folder for markers, not 65,000 made-up files")
-    parser.add_argument("--json", type=pathlib.Path, metavar="FILE",
-                        help="where the figures go (default: build/bench/figures.json)")
-    parser.add_argument("--plot", type=pathlib.Path, metavar="FILE",
-                        help="draw how the figures grow, as SVG")
-    parser.add_argument("--docs", action="store_true",
-                        help="put table and plot into docs/performance.md")
-    parser.add_argument("--compare", nargs=2, metavar=("A", "B"),
-                        help="two commits, each measured in turn, or JSON files of earlier runs")
-    parser.add_argument("--sizes", action="store_true",
-                        help="tell only how large the library is, by processor and option")
+    parser = argparse.ArgumentParser(prog="scripts/bench", add_help=False, allow_abbrev=False)
+    parser.add_argument("--quick", action="store_true")
+    parser.add_argument("--rounds", type=int, metavar="N")
+    parser.add_argument("--tree", type=pathlib.Path, metavar="DIR")
+    parser.add_argument("--json", type=pathlib.Path, metavar="FILE")
+    parser.add_argument("--plot", type=pathlib.Path, metavar="FILE")
+    parser.add_argument("--docs", action="store_true")
+    parser.add_argument("--compare", nargs=2, metavar=("A", "B"))
+    parser.add_argument("--sizes", action="store_true")
     arguments = parser.parse_args()
     if arguments.rounds is not None and arguments.rounds < 1:
         parser.error("--rounds must be at least 1")
@@ -64,10 +54,7 @@ def build(source, directory):
     run(["cmake", "-S", source, "-B", directory, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Release",
          "-DCMAKE_CXX_FLAGS_RELEASE=-O2 -DNDEBUG", "-DKORVANE_BENCH=ON", "-DBUILD_TESTING=OFF"],
         stdout=subprocess.DEVNULL)
-    built = subprocess.run(["cmake", "--build", directory, "--target", *TARGETS, "--", "--quiet"],
-                           stdout=subprocess.PIPE, text=True, check=False)
-    if built.returncode != 0:
-        sys.exit(f"{built.stdout}bench: cannot build {source}")
+    run(["cmake", "--build", directory, "--target", *TARGETS], stdout=sys.stderr)
 
 
 @contextlib.contextmanager
@@ -151,6 +138,8 @@ def main():
     signal.signal(signal.SIGTERM, lambda number, _: sys.exit(128 + number))
     plan = measure.Plan(arguments.quick, arguments.rounds)
     try:
+        packages = PACKAGES_FOR_SIZES if arguments.sizes else PACKAGES
+        run([TOP / "scripts" / "setup", *packages], stdout=sys.stderr)
         if arguments.sizes:
             print(report.as_text(sizes.table(TOP)))
         elif arguments.compare:

@@ -2,6 +2,7 @@
 
 import pathlib
 import subprocess
+import sys
 import tempfile
 
 import measure
@@ -22,8 +23,7 @@ def build(top, directory, toolchain, options):
     if toolchain:
         command.append(f"-DCMAKE_TOOLCHAIN_FILE={top}/cmake/toolchains/{toolchain}")
     subprocess.run(command, check=True, stdout=subprocess.DEVNULL)
-    subprocess.run(["cmake", "--build", directory, "--", "--quiet"], check=True,
-                   stdout=subprocess.DEVNULL)
+    subprocess.run(["cmake", "--build", directory], check=True, stdout=sys.stderr)
     return directory / "src" / "libkorvane-svcmgr.so"
 
 

@@ -1,8 +1,6 @@
 # Manual pages, from their scdoc sources beside a program.
 find_program(SCDOC scdoc)
-if(NOT SCDOC)
-  message(STATUS "scdoc was not found: no manual pages are made")
-endif()
+korvane_test_needs(SCDOC "scdoc is missing: no manual pages are made")
 
 function(korvane_add_manual page)
   if(NOT SCDOC)

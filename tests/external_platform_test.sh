@@ -23,6 +23,14 @@ prefix_is org.example.one
 ! configure -DSVCMGR_APP_ID=svcmgr || fail "an ID without a vendor is taken"
 configure -DSVCMGR_APP_ID=svcmgr -DSVCMGR_VENDOR_PREFIX=org.example
 prefix_is org.example
+# What a platform lacks is named.
+refused_for() { ! configure "${@:2}" 2>"$work/error" && grep -qF "$1" "$work/error" || fail "no error about $1"; }
+refused_for none.so -DKORVANE_PLATFORM_LIBRARIES="$work/none.so"
+refused_for rpc_port_parcel_send -DKORVANE_PLATFORM_LIBRARIES=m
+mkdir "$work/other"
+grep -v bundle_get_byte "$work/include/bundle.h" >"$work/other/bundle.h"
+refused_for app_event.h -DKORVANE_PLATFORM_INCLUDE_DIRS="$work/other"
+refused_for bundle_get_byte -DKORVANE_PLATFORM_INCLUDE_DIRS="$work/other;$work/include"
 configure -DSVCMGR_APP_ID=com.korvane.device.svcmgr -DSVCMGR_VENDOR_PREFIX=
 prefix_is com.korvane.device
 

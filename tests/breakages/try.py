@@ -129,9 +129,9 @@ def run(command, limit):
     return in_time and process.returncode == 0, output
 
 
-def build(folder):
+def build_command(folder):
     targets, _ = TESTS[folder]
-    return run(["cmake", "--build", BUILD, "--target", *targets], BUILD_LIMIT)
+    return ["cmake", "--build", BUILD, "--target", *targets]
 
 
 def run_tests(folder):
@@ -155,7 +155,7 @@ def try_breakage(breakage):
     sound = path.read_text()
     path.write_text(breakage.apply_to(sound))
     try:
-        built, _ = build(breakage.folder())
+        built, _ = run(build_command(breakage.folder()), BUILD_LIMIT)
         if not built:
             return NO_BUILD, ""
         passed, output = run_tests(breakage.folder())
@@ -166,6 +166,7 @@ def try_breakage(breakage):
 
 def prepare(breakages):
     """A sound tree, built, whose tests pass."""
+    subprocess.run([ROOT / "scripts" / "setup"], check=True)
     copy_tree()
     configured, output = run(["cmake", "-S", TREE, "-B", BUILD, "-G", "Ninja", "-DBUILD_TESTING=ON",
                               "-DCMAKE_BUILD_TYPE=Debug", "-DKORVANE_SANITIZE=address,undefined"],
@@ -173,25 +174,36 @@ def prepare(breakages):
     if not configured:
         sys.exit(output)
     for folder in sorted({b.folder() for b in breakages}):
-        built, output = build(folder)
-        passed, output = run_tests(folder) if built else (False, output)
+        subprocess.run(build_command(folder), check=True)
+        print(f"running the tests of {folder}", flush=True)
+        passed, output = run_tests(folder)
         if not passed:
             sys.exit(f"{output}\nthe tests fail before anything is broken")
 
 
+def pattern(text):
+    try:
+        return re.compile(text)
+    except re.error as error:
+        raise argparse.ArgumentTypeError(f"{text}: {error}") from error
+
+
+def existing_file(name):
+    path = pathlib.Path(name)
+    if not path.is_file():
+        raise argparse.ArgumentTypeError(f"{name} is no file")
+    return path
+
+
 def main():
-    parser = argparse.ArgumentParser(description=__doc__,
-                                     formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("--list", action="store_true",
-                        help="only check that all breakages find their place, and list them")
-    parser.add_argument("--only", metavar="PATTERN", default="",
-                        help="only those whose file or reason matches this regular expression")
-    parser.add_argument("file", nargs="*", type=pathlib.Path,
-                        help="lists of breakages (default: all of tests/breakages)")
+    parser = argparse.ArgumentParser(prog="scripts/break", add_help=False, allow_abbrev=False)
+    parser.add_argument("--list", action="store_true")
+    parser.add_argument("--only", metavar="PATTERN", default=re.compile(""), type=pattern)
+    parser.add_argument("file", nargs="*", type=existing_file)
     options = parser.parse_args()
 
     breakages = [b for path in options.file or sorted(HERE.glob("*.txt"))
-                 for b in read_breakages(path) if re.search(options.only, b.title())]
+                 for b in read_breakages(path) if options.only.search(b.title())]
     lost = [problem for problem in map(Breakage.problem, breakages) if problem]
     if lost:
         sys.exit("\n".join(["breakages that do not find their place:", *lost]))
@@ -203,11 +215,11 @@ def main():
     counts = {KILLED: 0, ALIVE: 0, NO_BUILD: 0}
     for number, breakage in enumerate(breakages, 1):
         begin = time.monotonic()
+        print(f"[{number}/{len(breakages)}] {breakage.title()}:", end="", flush=True)
         result, tests = try_breakage(breakage)
         counts[result] += 1
         by = f" by {tests}" if tests else ""
-        print(f"[{number}/{len(breakages)}] {breakage.title()}: {result}{by}"
-              f" ({time.monotonic() - begin:.0f} s)", flush=True)
+        print(f" {result}{by} ({time.monotonic() - begin:.0f} s)", flush=True)
     print(", ".join(f"{count} {result}" for result, count in counts.items()))
     sys.exit(0 if counts[KILLED] == len(breakages) else 1)
 
