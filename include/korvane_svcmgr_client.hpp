@@ -100,6 +100,8 @@ namespace detail {
 
 using Milliseconds = std::chrono::milliseconds;
 
+// NOLINTBEGIN(bugprone-exception-escape): an exception of a handler ends the program.
+
 /** What the client does. Outlives the client when a handler destroys it. */
 class Session : public std::enable_shared_from_this<Session> {
  public:
@@ -115,7 +117,7 @@ class Session : public std::enable_shared_from_this<Session> {
     std::error_code error{};  ///< ends the request in the next step
   };
 
-  /** What a process has once, shared by all that it loads. */
+  /** What a process has once. */
   struct Process {
     Session *session = nullptr;
     bool is_rejected = false;
@@ -254,7 +256,7 @@ class Session : public std::enable_shared_from_this<Session> {
   /** The session of the client, if there is one. Each event is a step. */
   static std::shared_ptr<Session> step_current() noexcept {
     if (process().session == nullptr) return nullptr;
-    const auto session = process().session->shared_from_this();
+    auto session = process().session->shared_from_this();
     session->step();
     return session;
   }
@@ -327,6 +329,7 @@ class Session : public std::enable_shared_from_this<Session> {
   void send(std::uintptr_t number, Job &job) {
     if (is_connected_) {
       const auto send = std::exchange(job.send, nullptr);
+      // NOLINTNEXTLINE(performance-no-int-to-ptr): never used as a pointer
       job.error = to_error(send(reinterpret_cast<void *>(number)));
     } else if (!is_wanted_) {
       job.error = to_error(SVCMGR_ERROR_NOT_CONNECTED);
@@ -405,6 +408,8 @@ class Session : public std::enable_shared_from_this<Session> {
   unsigned ticket_ = 0;     ///< of that step
   bool is_step_due_ = false;
 };
+
+// NOLINTEND(bugprone-exception-escape)
 
 }  // namespace detail
 
@@ -492,7 +497,7 @@ class Client {
   bool is_connected() const noexcept { return session_->is_connected(); }
 
   /** Looks at the connection at once and calls the handlers that this concerns. */
-  void look() noexcept { session_->step(); }
+  void look() { session_->step(); }
 
   ///@{
   /** See the function of the C API that has this name. Arguments are copied. */
