@@ -202,8 +202,7 @@ class Session : public std::enable_shared_from_this<Session> {
     const std::uintptr_t end = process().next_number;  // what handlers start is for the next step
     for (auto it = jobs_.begin(); it != jobs_.end() && it->first < end;) {
       const std::uintptr_t number = it->first;
-      const std::shared_ptr<Job> job = it->second;
-      serve(number, *job, elapsed);
+      serve(number, *it->second, elapsed);
       it = jobs_.upper_bound(number);
     }
     if (is_current()) step_within(next_delay());
