@@ -100,6 +100,8 @@ namespace detail {
 
 using Milliseconds = std::chrono::milliseconds;
 
+// NOLINTBEGIN(bugprone-exception-escape): an exception of a handler ends the program.
+
 /** What the client does. Outlives the client when a handler destroys it. */
 class Session : public std::enable_shared_from_this<Session> {
  public:
@@ -115,7 +117,7 @@ class Session : public std::enable_shared_from_this<Session> {
     std::error_code error{};  ///< ends the request in the next step
   };
 
-  /** What a process has once, shared by all that it loads. */
+  /** What a process has once. */
   struct Process {
     Session *session = nullptr;
     bool is_rejected = false;
@@ -200,8 +202,7 @@ class Session : public std::enable_shared_from_this<Session> {
     const std::uintptr_t end = process().next_number;  // what handlers start is for the next step
     for (auto it = jobs_.begin(); it != jobs_.end() && it->first < end;) {
       const std::uintptr_t number = it->first;
-      const std::shared_ptr<Job> job = it->second;
-      serve(number, *job, elapsed);
+      serve(number, *it->second, elapsed);
       it = jobs_.upper_bound(number);
     }
     if (is_current()) step_within(next_delay());
@@ -254,7 +255,7 @@ class Session : public std::enable_shared_from_this<Session> {
   /** The session of the client, if there is one. Each event is a step. */
   static std::shared_ptr<Session> step_current() noexcept {
     if (process().session == nullptr) return nullptr;
-    const auto session = process().session->shared_from_this();
+    auto session = process().session->shared_from_this();
     session->step();
     return session;
   }
@@ -327,6 +328,7 @@ class Session : public std::enable_shared_from_this<Session> {
   void send(std::uintptr_t number, Job &job) {
     if (is_connected_) {
       const auto send = std::exchange(job.send, nullptr);
+      // NOLINTNEXTLINE(performance-no-int-to-ptr): never used as a pointer
       job.error = to_error(send(reinterpret_cast<void *>(number)));
     } else if (!is_wanted_) {
       job.error = to_error(SVCMGR_ERROR_NOT_CONNECTED);
@@ -405,6 +407,8 @@ class Session : public std::enable_shared_from_this<Session> {
   unsigned ticket_ = 0;     ///< of that step
   bool is_step_due_ = false;
 };
+
+// NOLINTEND(bugprone-exception-escape)
 
 }  // namespace detail
 
@@ -492,7 +496,7 @@ class Client {
   bool is_connected() const noexcept { return session_->is_connected(); }
 
   /** Looks at the connection at once and calls the handlers that this concerns. */
-  void look() noexcept { session_->step(); }
+  void look() { session_->step(); }
 
   ///@{
   /** See the function of the C API that has this name. Arguments are copied. */
