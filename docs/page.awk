@@ -2,6 +2,7 @@
 # other pages and names of the API become references, and Mermaid diagrams become \msc and \dot.
 function anchor_of(heading) {
   heading = tolower(heading)
+  gsub(/\+/, "p", heading)  # "C" and "C++" have anchors of their own
   gsub(/[^a-z0-9 _-]/, "", heading)
   gsub(/ /, "-", heading)
   return page "-" heading

@@ -9,6 +9,8 @@ The examples, and the first program of the guide.
   $ svcmgr-emulator ctl reply get_agent_api_level default
   $ snippet_list_models | head -n 1
   vision.detect
+  $ snippet_first_program | head -n 1
+  vision.detect
   $ for example in example_models_c example_models_cpp; do
   >   svcmgrctl models update vision.detect@1.0.0 | tail -n 1
   >   "$example" | grep -v language
