@@ -119,7 +119,8 @@ void Trace::callback(std::uint64_t connection, const Parcel &parcel) const {
 }
 
 void Trace::event(const std::string &name, const std::string &payload, std::size_t reached) const {
-  note("=> " + name + payload + " to " + std::to_string(reached) + " subscribers");
+  note("=> " + name + payload + " to " + std::to_string(reached) +
+       (reached == 1 ? " subscriber" : " subscribers"));
 }
 
 void Trace::note(const std::string &text) const {

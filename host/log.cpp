@@ -24,14 +24,7 @@ struct Level {
 };
 
 constexpr Level kLevels[] = {{"debug", 3}, {"info", 4}, {"error", 6}, {"none", 7}};
-
-int lowest_priority() {
-  const char *setting = std::getenv("KORVANE_LOG");
-  for (const Level &level : kLevels) {
-    if (setting != nullptr && setting == level.name) return level.priority;
-  }
-  return 6;
-}
+constexpr int kDefaultPriority = 6;
 
 char letter_of(int priority) {
   return priority <= 3 ? 'D' : priority <= 5 ? 'I' : 'E';
@@ -115,6 +108,33 @@ class PipeSignalHeld {
   bool was_pending_;
 };
 
+void write_line(char letter, const char *tag, char *message, bool is_cut) {
+  const bool keeps_colours = isatty(STDERR_FILENO) != 0;
+  make_harmless(message, keeps_colours);
+  const char *end = is_cut && keeps_colours ? "\x1b[0m\n" : "\n";
+  const iovec line[] = {part({&letter, 1}), part("/"),     part(tag),
+                        part(": "),         part(message), part(end)};
+  if (!is_standard_error_still()) return;
+  const PipeSignalHeld held;
+  // One call, so that the lines of several threads and processes do not mix.
+  [[maybe_unused]] const ssize_t written =
+      writev(STDERR_FILENO, line, static_cast<int>(std::size(line)));
+}
+
+/** What KORVANE_LOG asks for; an unknown word is reported and counts as error. */
+int lowest_priority() {
+  const char *setting = std::getenv("KORVANE_LOG");
+  if (setting == nullptr || *setting == '\0') return kDefaultPriority;
+  for (const Level &level : kLevels) {
+    if (setting == level.name) return level.priority;
+  }
+  char message[128] = "";
+  std::snprintf(message, sizeof(message),
+                "KORVANE_LOG is \"%.40s\", not debug, info, error or none", setting);
+  write_line('E', "KORVANE_HOST", message, false);
+  return kDefaultPriority;
+}
+
 }  // namespace
 
 int dlog_print(int priority, const char *tag, const char *format, ...) {
@@ -126,19 +146,7 @@ int dlog_print(int priority, const char *tag, const char *format, ...) {
   va_start(values, format);
   const int length = std::vsnprintf(message, sizeof(message), format, values);
   va_end(values);
-  const bool keeps_colours = isatty(STDERR_FILENO) != 0;
-  make_harmless(message, keeps_colours);
-  const char letter = letter_of(priority);
-  const bool is_cut = length >= static_cast<int>(sizeof(message));
-  const char *end = is_cut && keeps_colours ? "\x1b[0m\n" : "\n";
-  const iovec line[] = {part({&letter, 1}), part("/"),     part(tag),
-                        part(": "),         part(message), part(end)};
-  if (is_standard_error_still()) {
-    const PipeSignalHeld held;
-    // One call, so that the lines of several threads and processes do not mix.
-    [[maybe_unused]] const ssize_t written =
-        writev(STDERR_FILENO, line, static_cast<int>(std::size(line)));
-  }
+  write_line(letter_of(priority), tag, message, length >= static_cast<int>(sizeof(message)));
   errno = caller_errno;
   return 0;
 }

@@ -44,7 +44,7 @@ void Output::event(const char *kind, const CodeText &text) const {
 void Output::connection_event(int state, bool is_reported) const {
   CodeText text = describe_connection_state(state);
   if (!is_reported) {
-    text.meaning += " (by an update of the service manager; applications are not told)";
+    text.meaning += " (by an update of the service manager; not reported to applications)";
   }
   Json object = {{"event", "connection"}, {"reported", is_reported}};
   object.update(text.to_json());

@@ -69,6 +69,11 @@ Without a device:
   $ KORVANE_DEVICE=/no/such snippet_agent_level 2>&1 | grep HOST
   E/KORVANE_HOST: KORVANE_DEVICE names no device directory: /no/such
 
+An unknown level of the log:
+
+  $ KORVANE_LOG=foo snippet_agent_level 2>&1 | head -n 1
+  E/KORVANE_HOST: KORVANE_LOG is "foo", not debug, info, error or none
+
 A log line that is cut on a terminal does not colour what follows:
 
   $ export KORVANE_LOG=info KORVANE_DEVICE=/$(printf %09000d 0)

@@ -95,9 +95,9 @@ A watch tells what applications do not hear. One that is stopped holds nothing u
   connected
   $ ctl update
   $ next
-  disconnected: the connection was lost (by an update of the service manager; applications are not told)
+  disconnected: the connection was lost (by an update of the service manager; not reported to applications)
   $ next
-  connected (by an update of the service manager; applications are not told)
+  connected (by an update of the service manager; not reported to applications)
   $ kill -INT "$program"
   $ finish
   $ start svcmgrctl watch
