@@ -1,204 +1,402 @@
-#include <sstream>
-#include <tuple>
-
 #include "SvcMgrAppProxyHandler.h"
 #include "UpdateObserver.h"
 #include "library_test.h"
 
 namespace {
 
-constexpr int kTooOld = SVCMGR_ERROR_NOT_SUPPORTED_VERSION;
-const std::string kAgent = ".agent_status";
-const std::string kUpdate = ".update_status";
-
-bool is_connected() {
-  return SvcMgrAppProxyHandler::GetInstance().IsConnected();
-}
+constexpr auto kConnected = SVCMGR_CONNECTION_CONNECTED;
+constexpr auto kLost = SVCMGR_CONNECTION_DISCONNECTED;
+constexpr auto kRejected = SVCMGR_CONNECTION_REJECTED;
 
 class ConnectionTest : public LibraryTest {
  protected:
-  static void on_event(int result, korvane_svcmgr_connection_state_e state, void *test) {
-    const bool connected = state == SVCMGR_CONNECTION_CONNECTED;
-    EXPECT_EQ(connected, is_connected()) << "known before it is told";
-    EXPECT_TRUE(!connected || platform.calls["event_add_event_handler"] > 0) << "watched, too";
-    EXPECT_EQ(state == SVCMGR_CONNECTION_REJECTED ? -13 : 0, result);
-    constexpr const char *names[] = {"connected", "lost", "rejected"};
-    hear(test, names[state]);
+  static void establish_connection() { platform.report_connected(); }
+  static void reject_connection() { platform.report_rejected(); }
+  static auto connections_started() { return platform.count("rpc_port_proxy_connect"); }
+  static bool has_port() { return !platform.proxies.empty(); }
+  static bool is_watching() { return !platform.subscriptions.empty(); }
+  static void restart_service_manager() {
+    lose_connection();
+    announce_launch();
+    establish_connection();
   }
-
-  void connect() {
-    korvane_svcmgr_connect(on_event, this);
-    platform.report_connected();
-    heard.clear();
+  static void update_service_manager() {
+    announce_update();
+    restart_service_manager();
   }
-
-  void expect_success(int code) {
-    if (code != 0) heard.push_back(std::to_string(code));
-  }
-
-  /** The state of the connection and what is known of updates. */
-  static std::string state() {
-    const UpdateObserver observer;
-    std::string text = platform.proxies.empty() ? "none" : is_connected() ? "up" : "down";
-    if (!platform.subscriptions.empty()) text += " watched";
-    if (observer.IsIdle()) text += " idle";
-    if (observer.IsSvcmgrUpdatePrepared()) text += " prepared";
-    if (observer.IsReconnectingAfterSvcmgrUpdate()) text += " relaunched";
-    if (observer.IsBeingUpdated()) text += " updating";
-    return text;
-  }
-
-  /** Lets the steps of a story happen; gives what the application heard, and the state. */
-  std::string tell(const std::string &story) {
-    std::istringstream words(story);
-    for (std::string step; words >> step;) steps.at(step)();
-    std::string all;
-    for (const std::string &text : std::exchange(heard, {})) all += text + ", ";
-    return all + state();
-  }
-
-  const std::map<std::string, std::function<void()>> steps = {
-      {"connect", [this] { expect_success(korvane_svcmgr_connect(on_event, this)); }},
-      {"up", [this] { connect(); }},
-      {"connect-deaf", [] { korvane_svcmgr_connect(Callback(), nullptr); }},
-      {"disconnect-when-told", [this] { reaction = [] { korvane_svcmgr_disconnect(); }; }},
-      {"connect-when-told",
-       [this] { reaction = [] { korvane_svcmgr_connect(Callback(), nullptr); }; }},
-      {"disconnect", [this] { expect_success(korvane_svcmgr_disconnect()); }},
-      {"request", [this] { expect_success(korvane_svcmgr_request_update()); }},
-      {"connected", [] { platform.report_connected(); }},
-      {"lost", [] { platform.report_disconnected(); }},
-      {"rejected", [] { platform.report_rejected(); }},
-      {"update",
-       [] {
-         platform.emit(kAgent, {{"Update", "1"}, {"Launch", "1"}});
-       }},
-      {"launch",
-       [] {
-         platform.emit(kAgent, {{"Launch", "1"}});
-       }},
-      {"bytes",
-       [] {
-         platform.emit(kAgent, {{"Update", Bytes{1}}, {"Launch", Bytes{1}}});
-       }},
-      {"foreign",
-       [] {
-         platform.emit(kAgent, {{"Update", "1"}}, "event.other");
-       }},
-      {"start", [] { UpdateObserver().StartUpdate(); }},
-      {"unwatchable", [] { platform.failures["event_add_event_handler"] = -9; }},
-      {"watched-for-ever", [] { platform.failures["event_remove_event_handler"] = -8; }},
-      {"unreachable", [] { platform.failures["rpc_port_proxy_connect"] = -5; }},
-      {"repaired", [] { platform.repair(); }}};
-};
-
-TEST_F(ConnectionTest, Stories) {
-  // What the application hears and the state after it, and how often a connection was started.
-  const std::tuple<std::string, std::string, int> rows[] = {
-      {"disconnect request", "-107, none idle", 0},
-      {"connect request disconnect", "-107, down idle", 1},
-      {"connect-deaf connect connect connected", "connected, up watched idle", 1},
-      {"up connect-deaf lost", "lost, down watched idle", 1},
-      {"up connect", "-106, up watched idle", 1},
-      {"up disconnect connect connected", "connected, up watched idle", 2},
-      {"up rejected connect", "rejected, down watched idle", 1},
-      {"up lost connect-deaf launch connected", "lost, up watched idle", 2},
-      {"connect disconnect-when-told connected", "connected, none idle", 1},
-      {"up connect-when-told lost launch connected", "lost, up watched idle", 2},
-      // The service manager restarts.
-      {"up lost launch connected", "lost, connected, up watched idle", 2},
-      {"up launch", "up watched idle", 1},
-      {"up disconnect launch", "none idle", 1},
-      {"up lost unreachable launch", "lost, none idle", 2},
-      {"up lost bytes foreign", "lost, down watched idle", 1},
-      // It is updated.
-      {"up update lost", "down watched updating", 1},
-      {"up update lost request launch connected", "-107, up watched relaunched updating", 2},
-      {"up update lost launch connected lost", "lost, down watched relaunched updating", 2},
-      {"up update lost launch rejected launch connect", "rejected, down relaunched updating", 2},
-      {"up lost update", "lost, down watched prepared updating", 1},
-      {"up lost update launch connected", "lost, connected, up watched prepared updating", 2},
-      {"up update disconnect connect connected", "connected, up watched prepared updating", 2},
-      // An update is under way, or requested.
-      {"up start lost launch connected", "lost, connected, up watched updating", 2},
-      {"up start request", "up watched", 1},
-      {"up start update", "up watched prepared updating", 1},
-      {"up update request lost", "lost, down watched", 1},
-      {"up update lost launch connected request lost launch connected",
-       "lost, connected, up watched", 3},
-      // The platform refuses to watch, or to stop.
-      {"unwatchable connect connected repaired connected", "connected, connected, up watched idle",
-       1},
-      {"up watched-for-ever disconnect launch", "none watched idle", 1}};
-  for (const auto &[story, expected, connects] : rows) {
-    SCOPED_TRACE(story);
+  static void request_update() {
     platform.answer(0);
-    EXPECT_EQ(expected, tell(story));
-    EXPECT_EQ(connects, platform.calls["rpc_port_proxy_connect"]);
-    TearDown();
-    platform.reset();
+    EXPECT_EQ(SVCMGR_ERROR_NONE, korvane_svcmgr_request_update());
   }
-  tell("up update");
-  EXPECT_LOG_HAS(
-      "|I PrepareSvcmgrUpdate: The connection to the proxy will be disconnected soonas "
-      "the service-manager is updated.|");
-}
-
-TEST_F(ConnectionTest, ImmediateFailures) {
-  const std::tuple<std::string, int, int, std::string> rows[] = {
-      {"rpc_port_proxy_create", -77, -1, "Invalid IO"},
-      {"rpc_port_proxy_connect", -22, -1, "Invalid ID"},
-      {"rpc_port_proxy_connect", -5, -1, "Invalid IO"},
-      {"rpc_port_proxy_connect", -13, -13, "Permission denied"}};
-  for (const auto &[function, error, code, cause] : rows) {
-    platform.repair();
+  /** Expects that a connection cannot be started, with a code and a line. */
+  void expect_no_start(const char *function, int error, int code, const std::string &line) {
     platform.failures[function] = error;
     EXPECT_EQ(code, start_connecting());
-    const bool made = function != "rpc_port_proxy_create";
-    EXPECT_LOG_HAS((made ? "P Connect: Failed to connect SvcMgrAppPort|E Connect: "
-                         : "P SvcMgrAppPort: Failed to create proxy|E Connect: ") +
-                   cause +
-                   " exception occurred!!!|E korvane_svcmgr_connect: connection result = [" +
-                   std::to_string(code) + "]|");
-    EXPECT_TRUE(platform.proxies.empty());
+    expect_logged({"E Connect: " + line});
+    EXPECT_FALSE(has_port());
+    platform.repair();
+    EXPECT_EQ(SVCMGR_ERROR_NONE, start_connecting()) << "a later attempt is a new one";
   }
-  platform.failures["rpc_port_proxy_connect"] = -77;
-  EXPECT_EQ(0, start_connecting()) << "any other failure is only logged";
-  EXPECT_LOG_HAS("|P Connect: Failed to connect SvcMgrAppPort|");
-  EXPECT_EQ(0, start_connecting()) << "and the port stays";
+};
+
+// Connecting and disconnecting.
+
+TEST_F(ConnectionTest, TheOutcomeIsReportedLater) {
+  EXPECT_EQ(SVCMGR_ERROR_NONE, start_connecting());
+  EXPECT_THAT(connection_states, IsEmpty());
+  establish_connection();
+  EXPECT_THAT(connection_states, ElementsAre(kConnected));
 }
 
-TEST_F(ConnectionTest, ServiceApiLevelOfVersions) {
-  const std::pair<int, Texts> rows[] = {
-      {8, {"2.0.2", "2.2.9", "1.7", "0.10007", "2", "0.20002"}},
-      {11, {"2.3.0", "3", "0.20003.1", "2.3-b", "300000.0.0", "1.2147483647"}},
-      {-1, {"1.6.9", "", "x2.3.0", "-3.0"}}};
-  for (const auto &[level, versions] : rows) {
-    for (const std::string &version : versions) {
-      EXPECT_EQ(level, convert_version_to_api_level(version.c_str())) << version;
-    }
+TEST_F(ConnectionTest, InsideConnectedTheLibraryIsConnectedAndWatches) {
+  start_connecting();
+  reaction = [] { EXPECT_TRUE(is_connected() && is_watching()); };
+  establish_connection();
+  EXPECT_EQ(nullptr, reaction);
+}
+
+TEST_F(ConnectionTest, InsideLostOrRejectedTheLibraryIsNotConnected) {
+  for (const auto end : {lose_connection, reject_connection}) {
+    connect();
+    reaction = [] { EXPECT_FALSE(is_connected()); };
+    end();
+    EXPECT_EQ(nullptr, reaction);
+    LibraryTest::TearDown();
   }
 }
 
-TEST_F(ConnectionTest, VersionGates) {
-  Handles no_handles(nullptr);
-  Others no_others(false);
-  const std::pair<std::optional<std::string>, int> rows[] = {
-      {"2.3", 11}, {"1.7", 8}, {"1.6", -1}, {std::nullopt, -1}};
-  for (const ApiCall &function : kApiCalls) {
-    const auto has = [&](const char *part) { return function.name.find(part) + 1 > 0; };
-    const int required = has("with_list") || has("with_category") ? 11 : has("ai_request") ? 8 : -1;
-    for (const auto &[version, level] : rows) {
-      platform.packages[0].version = version;
-      platform.take_log();
-      const bool too_old = function.call(no_handles, no_others) == kTooOld;
-      EXPECT_EQ(required > level, too_old) << function.name << " with " << version.value_or("none");
-      if (!too_old) continue;
-      EXPECT_LOG(function.entry_line()) << "and no word about the arguments";
-    }
+TEST_F(ConnectionTest, AConnectWhileConnectingReplacesTheCallback) {
+  korvane_svcmgr_connect(ignore_connection, nullptr);
+  EXPECT_EQ(SVCMGR_ERROR_NONE, start_connecting());
+  establish_connection();
+  EXPECT_THAT(connection_states, ElementsAre(kConnected));
+  EXPECT_EQ(1, connections_started());
+}
+
+TEST_F(ConnectionTest, AConnectWhileConnectedIsRefused) {
+  connect();
+  EXPECT_EQ(SVCMGR_ERROR_ALREADY_CONNECTED, korvane_svcmgr_connect(ignore_connection, nullptr));
+  expect_logged({"E korvane_svcmgr_connect: already connected\n"});
+  lose_connection();
+  EXPECT_THAT(connection_states, ElementsAre(kLost)) << "the callback is still the first one";
+  EXPECT_EQ(0, connections_started());
+}
+
+TEST_F(ConnectionTest, AConnectAfterALossReplacesOnlyTheCallback) {
+  connect();
+  lose_connection();
+  EXPECT_EQ(SVCMGR_ERROR_NONE, korvane_svcmgr_connect(ignore_connection, nullptr));
+  EXPECT_EQ(0, connections_started());
+  announce_launch();
+  establish_connection();
+  EXPECT_THAT(connection_states, ElementsAre(kLost));
+}
+
+TEST_F(ConnectionTest, ARejectionEndsTheConnectionAndKeepsThePort) {
+  connect();
+  reject_connection();
+  EXPECT_THAT(connection_states, ElementsAre(kRejected));
+  EXPECT_FALSE(is_connected());
+  EXPECT_EQ(SVCMGR_ERROR_NONE, start_connecting());
+  EXPECT_EQ(0, connections_started());
+}
+
+TEST_F(ConnectionTest, ADisconnectWithoutAConnectionSucceeds) {
+  EXPECT_EQ(SVCMGR_ERROR_NONE, korvane_svcmgr_disconnect());
+}
+
+TEST_F(ConnectionTest, ADisconnectWhileConnectingChangesNothing) {
+  start_connecting();
+  EXPECT_EQ(SVCMGR_ERROR_NONE, korvane_svcmgr_disconnect());
+  EXPECT_TRUE(has_port());
+}
+
+TEST_F(ConnectionTest, ADisconnectIsNotReported) {
+  connect();
+  EXPECT_EQ(SVCMGR_ERROR_NONE, korvane_svcmgr_disconnect());
+  EXPECT_FALSE(is_connected() || has_port() || is_watching());
+  EXPECT_THAT(connection_states, IsEmpty());
+}
+
+TEST_F(ConnectionTest, AConnectAfterADisconnectMakesANewConnection) {
+  connect();
+  korvane_svcmgr_disconnect();
+  start_connecting();
+  establish_connection();
+  EXPECT_THAT(connection_states, ElementsAre(kConnected));
+  EXPECT_EQ(1, connections_started());
+}
+
+TEST_F(ConnectionTest, ACallbackMayDisconnect) {
+  start_connecting();
+  reaction = [] { korvane_svcmgr_disconnect(); };
+  establish_connection();
+  EXPECT_FALSE(is_connected() || has_port() || is_watching());
+}
+
+TEST_F(ConnectionTest, ACallbackMayReplaceItself) {
+  connect();
+  reaction = [] { korvane_svcmgr_connect(ignore_connection, nullptr); };
+  restart_service_manager();
+  EXPECT_THAT(connection_states, ElementsAre(kLost));
+}
+
+// A connection that cannot be started.
+
+TEST_F(ConnectionTest, APortThatCannotBeMadeIsAFailedConnection) {
+  expect_no_start("rpc_port_proxy_create", -ENOMEM, SVCMGR_ERROR_CONNECTION_FAILED,
+                  "Invalid IO exception occurred!!!");
+}
+
+TEST_F(ConnectionTest, ARefusedIdIsAFailedConnection) {
+  expect_no_start("rpc_port_proxy_connect", -EINVAL, SVCMGR_ERROR_CONNECTION_FAILED,
+                  "Invalid ID exception occurred!!!");
+}
+
+TEST_F(ConnectionTest, AnIoErrorIsAFailedConnection) {
+  expect_no_start("rpc_port_proxy_connect", -EIO, SVCMGR_ERROR_CONNECTION_FAILED,
+                  "Invalid IO exception occurred!!!");
+}
+
+TEST_F(ConnectionTest, ADeniedConnectionHasItsOwnCode) {
+  expect_no_start("rpc_port_proxy_connect", -EACCES, SVCMGR_ERROR_PERMISSION_DENIED,
+                  "Permission denied exception occurred!!!");
+}
+
+TEST_F(ConnectionTest, AFailureToConnectIsLoggedOnEachLevel) {
+  platform.failures["rpc_port_proxy_connect"] = -EIO;
+  start_connecting();
+  EXPECT_THAT(platform.take_log(),
+              ElementsAre("D korvane_svcmgr_connect: korvane_svcmgr_connect", "I Connect: Connect",
+                          "P Connect: Failed to connect SvcMgrAppPort",
+                          "E Connect: Invalid IO exception occurred!!!",
+                          "E korvane_svcmgr_connect: connection result = [-1]"));
+}
+
+TEST_F(ConnectionTest, AProxyThatCannotBeMadeIsLogged) {
+  platform.failures["rpc_port_proxy_create"] = -ENOMEM;
+  start_connecting();
+  expect_logged({"P SvcMgrAppPort: Failed to create proxy"});
+}
+
+TEST_F(ConnectionTest, AnyOtherFailureToConnectIsOnlyLogged) {
+  platform.failures["rpc_port_proxy_connect"] = -ENOMEM;
+  EXPECT_EQ(SVCMGR_ERROR_NONE, start_connecting());
+  expect_logged({"P Connect: Failed to connect SvcMgrAppPort"});
+  EXPECT_TRUE(has_port());
+}
+
+// The service manager restarts.
+
+TEST_F(ConnectionTest, ARestartIsReportedAsLossAndConnection) {
+  connect();
+  restart_service_manager();
+  EXPECT_THAT(connection_states, ElementsAre(kLost, kConnected));
+  EXPECT_TRUE(is_connected() && is_watching());
+  EXPECT_TRUE(UpdateObserver().IsIdle());
+}
+
+TEST_F(ConnectionTest, ALaunchWhileConnectedIsIgnored) {
+  connect();
+  announce_launch();
+  EXPECT_TRUE(is_connected());
+  EXPECT_EQ(0, connections_started());
+}
+
+TEST_F(ConnectionTest, ALaunchAfterADisconnectIsIgnored) {
+  connect();
+  platform.failures["event_remove_event_handler"] = -EIO;
+  korvane_svcmgr_disconnect();
+  announce_launch();
+  EXPECT_FALSE(has_port());
+}
+
+TEST_F(ConnectionTest, AFailedReconnectionGivesUp) {
+  connect();
+  lose_connection();
+  platform.failures["rpc_port_proxy_connect"] = -EIO;
+  announce_launch();
+  EXPECT_FALSE(has_port() || is_watching());
+}
+
+TEST_F(ConnectionTest, ALaunchThatIsNoTextIsIgnored) {
+  connect();
+  lose_connection();
+  platform.emit(".agent_status", {{"Update", Bytes{1}}, {"Launch", Bytes{1}}});
+  EXPECT_EQ(0, connections_started());
+  EXPECT_TRUE(UpdateObserver().IsIdle());
+}
+
+TEST_F(ConnectionTest, AnEventOfAnotherNameIsIgnored) {
+  connect();
+  platform.emit(".agent_status", {{"Update", "announced"}}, "event.other");
+  EXPECT_TRUE(UpdateObserver().IsIdle());
+}
+
+TEST_F(ConnectionTest, ARefusedSubscriptionIsTriedAgainWithTheNextConnection) {
+  platform.failures["event_add_event_handler"] = -EIO;
+  start_connecting();
+  establish_connection();
+  EXPECT_THAT(connection_states, ElementsAre(kConnected));
+  EXPECT_FALSE(is_watching());
+  platform.repair();
+  establish_connection();
+  EXPECT_TRUE(is_watching());
+}
+
+// The service manager is updated.
+
+TEST_F(ConnectionTest, AnAnnouncedUpdateIsNotReported) {
+  connect();
+  update_service_manager();
+  EXPECT_THAT(connection_states, IsEmpty());
+  EXPECT_TRUE(is_connected() && is_watching());
+  EXPECT_TRUE(UpdateObserver().IsBeingUpdated());
+}
+
+TEST_F(ConnectionTest, AnAnnouncedUpdateIsLogged) {
+  connect();
+  announce_update();
+  expect_logged(
+      {"I PrepareSvcmgrUpdate: The connection to the proxy will be disconnected "
+       "soonas the service-manager is updated."});
+}
+
+TEST_F(ConnectionTest, AnAnnouncementCountsBeforeALaunchInTheSameEvent) {
+  connect();
+  lose_connection();
+  platform.emit(".agent_status", {{"Update", "announced"}, {"Launch", "announced"}});
+  EXPECT_EQ(0, connections_started());
+  EXPECT_TRUE(UpdateObserver().IsSvcmgrUpdatePrepared());
+}
+
+TEST_F(ConnectionTest, DuringAnUpdateTheLibraryIsNotConnected) {
+  connect();
+  announce_update();
+  lose_connection();
+  EXPECT_EQ(SVCMGR_ERROR_NOT_CONNECTED, korvane_svcmgr_request_update());
+  EXPECT_TRUE(UpdateObserver().IsBeingUpdated());
+}
+
+TEST_F(ConnectionTest, ALossAfterTheUpdateIsReported) {
+  connect();
+  update_service_manager();
+  lose_connection();
+  EXPECT_THAT(connection_states, ElementsAre(kLost));
+}
+
+TEST_F(ConnectionTest, ARejectedReconnectionIsNotTriedAgain) {
+  connect();
+  announce_update();
+  lose_connection();
+  announce_launch();
+  reject_connection();
+  announce_launch();
+  EXPECT_THAT(connection_states, ElementsAre(kRejected));
+  EXPECT_EQ(1, connections_started());
+  EXPECT_TRUE(UpdateObserver().IsReconnectingAfterSvcmgrUpdate());
+}
+
+TEST_F(ConnectionTest, AnUpdateAnnouncedAfterTheLossIsReported) {
+  connect();
+  lose_connection();
+  announce_update();
+  announce_launch();
+  establish_connection();
+  EXPECT_THAT(connection_states, ElementsAre(kLost, kConnected));
+  EXPECT_TRUE(UpdateObserver().IsSvcmgrUpdatePrepared());
+}
+
+TEST_F(ConnectionTest, AnAnnouncedUpdateOutlivesADisconnect) {
+  connect();
+  announce_update();
+  korvane_svcmgr_disconnect();
+  start_connecting();
+  establish_connection();
+  EXPECT_THAT(connection_states, ElementsAre(kConnected));
+  EXPECT_TRUE(UpdateObserver().IsSvcmgrUpdatePrepared());
+}
+
+TEST_F(ConnectionTest, AnUpdateOfAgentsIsNoUpdateOfTheServiceManager) {
+  connect();
+  UpdateObserver().StartUpdate();
+  restart_service_manager();
+  EXPECT_THAT(connection_states, ElementsAre(kLost, kConnected));
+  EXPECT_TRUE(UpdateObserver().IsBeingUpdated());
+}
+
+TEST_F(ConnectionTest, AnAnnouncementCountsDuringAnUpdateOfAgents) {
+  connect();
+  UpdateObserver().StartUpdate();
+  announce_update();
+  EXPECT_TRUE(UpdateObserver().IsSvcmgrUpdatePrepared());
+}
+
+TEST_F(ConnectionTest, ARequestEndsAnAnnouncement) {
+  connect();
+  announce_update();
+  request_update();
+  lose_connection();
+  EXPECT_THAT(connection_states, ElementsAre(kLost));
+}
+
+TEST_F(ConnectionTest, ARequestEndsAnUpdateOfAgents) {
+  connect();
+  UpdateObserver().StartUpdate();
+  request_update();
+  EXPECT_FALSE(UpdateObserver().IsBeingUpdated() || UpdateObserver().IsIdle());
+}
+
+TEST_F(ConnectionTest, AfterAnUpdateARequestLetsARestartBeReportedAgain) {
+  connect();
+  update_service_manager();
+  request_update();
+  restart_service_manager();
+  EXPECT_THAT(connection_states, ElementsAre(kLost, kConnected));
+}
+
+TEST_F(ConnectionTest, AfterAnUpdateAStartOrEndLetsARestartBeReportedAgain) {
+  for (const auto event : {start_update, complete_update}) {
+    connect();
+    korvane_svcmgr_set_update_status_cb(on_update_status, this);
+    update_service_manager();
+    event();
+    restart_service_manager();
+    EXPECT_THAT(connection_states, ElementsAre(kLost, kConnected));
+    LibraryTest::TearDown();
   }
-  platform.failures["package_info_create"] = -1;
-  EXPECT_EQ(kTooOld, korvane_svcmgr_ai_request_usable_model_list(nullptr, nullptr));
+  EXPECT_THAT(update_statuses,
+              ElementsAre(SVCMGR_UPDATE_STATUS_STARTED, SVCMGR_UPDATE_STATUS_COMPLETED));
+}
+
+TEST_F(ConnectionTest, ASecondUpdateIsNotReportedEither) {
+  connect();
+  update_service_manager();
+  update_service_manager();
+  EXPECT_THAT(connection_states, IsEmpty());
+  EXPECT_EQ(2, connections_started());
+}
+
+// The end of the process.
+
+/** Destroyed after the objects of the library; whether they called the platform. */
+struct LastWatch {
+  ~LastWatch() {
+    if (active) std::_Exit(platform.calls.empty() ? EXIT_SUCCESS : EXIT_FAILURE);
+  }
+  bool active = false;
+} last_watch;
+
+TEST_F(ConnectionTest, AtTheEndOfTheProcessThePlatformIsNotCalled) {
+  const auto end_process = [this] {
+    connect();
+    korvane_svcmgr_set_update_status_cb(on_update_status, this);
+    korvane_svcmgr_ai_register_status_cb(on_model_status, this);
+    platform.forget();
+    last_watch.active = true;
+    std::exit(EXIT_FAILURE);
+  };
+  EXPECT_EXIT(end_process(), ::testing::ExitedWithCode(EXIT_SUCCESS), "");
 }
 
 }  // namespace

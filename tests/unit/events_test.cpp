@@ -1,155 +1,349 @@
+#include <chrono>
 #include <cstring>
-#include <tuple>
+#include <future>
+#include <thread>
 
 #include "ModelUpdateEventHandler.h"
+#include "OrvelEventHandler.h"
 #include "UpdateObserver.h"
 #include "UpdateStatusEventHandler.h"
 #include "library_test.h"
 
 namespace {
 
-const std::string kUpdate = ".update_status";
-const std::string kModel = ".model_status";
-const std::string kOwn = "org.example.app";
+constexpr auto kStarted = SVCMGR_UPDATE_STATUS_STARTED;
+constexpr auto kCompleted = SVCMGR_UPDATE_STATUS_COMPLETED;
+constexpr auto kFailed = SVCMGR_UPDATE_STATUS_FAILED_OTHER;
 
-/** The bytes of a code, and one more. */
+const std::string kUpdateStatus = ".update_status";
+const std::string kModelStatus = ".model_status";
+const std::string kOwnId = "org.example.app";
+
 Bytes bytes_of(std::int32_t code) {
-  Bytes bytes(sizeof(code) + 1);
+  Bytes bytes(sizeof(code));
   std::memcpy(bytes.data(), &code, sizeof(code));
   return bytes;
 }
 
-class EventsTest : public LibraryTest {
+class UpdateStatusTest : public LibraryTest {
  protected:
-  void listen() { EXPECT_EQ(0, korvane_svcmgr_set_update_status_cb(on_update_status, this)); }
-  /** Delivers an update event after a request or while idle; gives what the application hears. */
-  std::string update_event(const bundle_s &data, bool requested = true) {
-    heard = {"nothing"};
-    requested ? UpdateObserver().RequestUpdate() : UpdateObserver().FinishUpdate();
-    platform.emit(kUpdate, data);
-    return heard.back();
+  void listen() {
+    EXPECT_EQ(SVCMGR_ERROR_NONE, korvane_svcmgr_set_update_status_cb(on_update_status, this));
+  }
+  void request_and_listen() {
+    UpdateObserver().RequestUpdate();
+    listen();
+  }
+  static void report(const bundle_s &event) { platform.emit(kUpdateStatus, event); }
+  /** The status that a requested update ends with. */
+  korvane_svcmgr_update_status_e end_of_update(const bundle_s &event) {
+    request_and_listen();
+    report(event);
+    return update_statuses.back();
+  }
+  auto status_of_result(std::int32_t code) { return end_of_update({{kOwnId, bytes_of(code)}}); }
+  auto status_of_failure(std::int32_t code) { return end_of_update({{"Fail", bytes_of(code)}}); }
+  static bool is_being_updated() {
+    bool answer = false;
+    EXPECT_EQ(SVCMGR_ERROR_NONE, korvane_svcmgr_is_being_updated(&answer));
+    return answer;
   }
 };
 
-TEST_F(EventsTest, CodesOfAnUpdate) {
+TEST_F(UpdateStatusTest, AStartIsReportedInAnyState) {
   listen();
-  // A code, and the status when it is the application's own result and when it is a failure.
-  const std::tuple<bundle_s::mapped_type, int, int> rows[] = {
-      {bytes_of(1), 2, 2},       {bytes_of(3), 3, 3},    {bytes_of(7), 4, 4},
-      {bytes_of(10), 5, 5},      {bytes_of(13), 7, 7},   {bytes_of(256), 6, 6},
-      {bytes_of(1 << 24), 6, 6}, {Bytes{0, 0, 0}, 6, 6}, {Bytes{0, 0, 0, 0}, 1, 6},
-      {nullptr, 6, 6},           {Bytes{}, 6, 6}};
-  for (const auto &[code, own, failure] : rows) {
-    EXPECT_EQ("update " + std::to_string(own), update_event({{kOwn, code}}));
-    EXPECT_EQ("update " + std::to_string(failure), update_event({{"Fail", code}}));
-  }
+  start_update();
+  start_update();
+  EXPECT_THAT(update_statuses, ElementsAre(kStarted, kStarted));
 }
 
-TEST_F(EventsTest, TheFirstKeyOfAnUpdateDecides) {
-  listen();
-  const bundle_s start = {{"Start", Texts{"a"}}, {kOwn, bytes_of(7)}, {"Complete", "x"}};
-  const std::tuple<bundle_s, std::string, std::string> rows[] = {
-      {start, "update 0", "update 0"},
-      {bundle_s{{kOwn, bytes_of(7)}, {"Complete", "x"}, {"Fail", bytes_of(1)}}, "update 4",
-       "nothing"},
-      {bundle_s{{"Complete", "x"}, {"Fail", bytes_of(1)}}, "update 1", "nothing"},
-      {bundle_s{{"Fail", bytes_of(1)}, {"Complete", Texts{}}}, "update 2", "nothing"},
-      {bundle_s{{"Start", "x"}, {kOwn, "x"}, {"Fail", "1"}}, "nothing", "nothing"}};
-  for (const auto &[data, when_requested, when_idle] : rows) {
-    EXPECT_EQ(when_idle, update_event(data, false));
-    EXPECT_EQ(when_requested, update_event(data));
-    EXPECT_EQ(when_requested == "update 0", UpdateObserver().IsBeingUpdated());
-    EXPECT_EQ(when_requested != when_idle, UpdateObserver().IsIdle());
-  }
-  reaction = [] { throw "an exception of the application"; };
-  platform.emit(kUpdate, start);
-  EXPECT_LOG_HAS("|E UpdateEventCallback: Event was not handled: unknown exception|");
-  platform.app_id = "";
-  EXPECT_EQ("update 1", update_event({{"", bytes_of(0)}, {"Complete", "x"}}));
-  EXPECT_LOG_HAS("Failed to get app ID.|D UpdateEventCallback: update completed|");
-  platform.emit(kUpdate, start, "event.other");
-  UpdateStatusEventHandler::UpdateEventCallback(nullptr, nullptr, nullptr);
-  EXPECT_HEARD("nothing", "update 1");
+TEST_F(UpdateStatusTest, AnEndIsReportedOnce) {
+  request_and_listen();
+  complete_update();
+  complete_update();
+  EXPECT_THAT(update_statuses, ElementsAre(kCompleted));
 }
 
-TEST_F(EventsTest, AnUpdateLastsUntilItsEndIsTold) {
+TEST_F(UpdateStatusTest, AnEndWithoutAKnownUpdateIsNotReported) {
+  listen();
+  complete_update();
+  report({{kOwnId, bytes_of(0)}});
+  report({{"Fail", bytes_of(1)}});
+  EXPECT_THAT(update_statuses, IsEmpty());
+}
+
+TEST_F(UpdateStatusTest, AnUpdateIsUnderWayFromItsStartToItsEnd) {
   connect();
-  bool updating = true;
-  const auto look = [&] { korvane_svcmgr_is_being_updated(&updating); };
   listen();
-  look();
-  EXPECT_FALSE(updating);
-  reaction = look;
-  platform.emit(kUpdate, {{"Start", Texts{}}});
-  EXPECT_TRUE(updating) << "inside its start";
-  korvane_svcmgr_unset_update_status_cb();
+  EXPECT_FALSE(is_being_updated());
+  reaction = [] { EXPECT_TRUE(is_being_updated()); };
+  start_update();
+  EXPECT_TRUE(is_being_updated());
+  reaction = [] { EXPECT_TRUE(is_being_updated()); };
+  complete_update();
+  EXPECT_FALSE(is_being_updated());
+  EXPECT_EQ(nullptr, reaction);
+}
+
+TEST_F(UpdateStatusTest, ARequestedUpdateIsNotUnderWay) {
+  connect();
+  UpdateObserver().RequestUpdate();
+  EXPECT_FALSE(is_being_updated());
+}
+
+TEST_F(UpdateStatusTest, AnUpdateOutlivesTheConnection) {
+  connect();
+  start_update();
   listen();
-  updating = false;
-  reaction = [&] {
-    look();
-    korvane_svcmgr_unset_update_status_cb();
-  };
-  platform.emit(kUpdate, {{"Complete", "x"}});
-  EXPECT_TRUE(updating) << "inside its end, and whatever callback was set or unset before";
-  look();
-  EXPECT_FALSE(updating);
-  EXPECT_HEARD("update 0", "update 1");
+  start_update();
   korvane_svcmgr_disconnect();
-  updating = true;
-  EXPECT_EQ(SVCMGR_ERROR_NOT_CONNECTED, korvane_svcmgr_is_being_updated(&updating));
-  EXPECT_TRUE(updating) << "not written";
+  connect();
+  EXPECT_TRUE(is_being_updated());
 }
 
-TEST_F(EventsTest, RegistrationForUpdates) {
-  const bundle_s start = {{"Start", Texts{}}};
-  platform.failures["event_add_event_handler"] = -9;
-  EXPECT_EQ(0, korvane_svcmgr_set_update_status_cb(Callback(), &platform));
-  EXPECT_LOG_HAS("E RegisterEvent: err: [-9 (the platform's text)] - [event." SVCMGR_APP_ID
-                 ".update_status]|E SetEventCallback: Failed to register event|");
+TEST_F(UpdateStatusTest, OwnResultsAreTranslated) {
+  EXPECT_EQ(kCompleted, status_of_result(0));
+  EXPECT_EQ(SVCMGR_UPDATE_STATUS_FAILED_CODE_1, status_of_result(1));
+  EXPECT_EQ(SVCMGR_UPDATE_STATUS_FAILED_CODE_3, status_of_result(3));
+  EXPECT_EQ(SVCMGR_UPDATE_STATUS_FAILED_CODE_7, status_of_result(7));
+  EXPECT_EQ(SVCMGR_UPDATE_STATUS_FAILED_CODE_10, status_of_result(10));
+  EXPECT_EQ(SVCMGR_UPDATE_STATUS_FAILED_CODE_13, status_of_result(13));
+  for (const std::int32_t code : {2, -1, 256, 1 << 24}) EXPECT_EQ(kFailed, status_of_result(code));
+}
+
+TEST_F(UpdateStatusTest, FailuresAreTranslatedAsResultsAreButForZero) {
+  for (const std::int32_t code : {1, 2, 3, 7, 10, 13})
+    EXPECT_EQ(status_of_result(code), status_of_failure(code));
+  EXPECT_EQ(kFailed, status_of_failure(0));
+}
+
+TEST_F(UpdateStatusTest, AResultMayHaveMoreBytesThanItsCode) {
+  EXPECT_EQ(kCompleted, end_of_update({{kOwnId, Bytes{0, 0, 0, 0, 9}}}));
+}
+
+TEST_F(UpdateStatusTest, AResultWithTooFewBytesIsAFailure) {
+  EXPECT_EQ(kFailed, end_of_update({{kOwnId, Bytes{0, 0, 0}}}));
+  EXPECT_EQ(kFailed, end_of_update({{kOwnId, Bytes{}}}));
+  EXPECT_EQ(kFailed, end_of_update({{kOwnId, nullptr}}));
+}
+
+TEST_F(UpdateStatusTest, AStartCountsBeforeAllOtherKeys) {
+  request_and_listen();
+  report({{"Start", Texts{"a"}}, {kOwnId, bytes_of(0)}, {"Complete", "x"}, {"Fail", bytes_of(1)}});
+  EXPECT_THAT(update_statuses, ElementsAre(kStarted));
+  EXPECT_TRUE(UpdateObserver().IsBeingUpdated());
+}
+
+TEST_F(UpdateStatusTest, TheOwnResultCountsBeforeOtherEnds) {
+  EXPECT_EQ(SVCMGR_UPDATE_STATUS_FAILED_CODE_7,
+            end_of_update({{kOwnId, bytes_of(7)}, {"Complete", "x"}, {"Fail", bytes_of(1)}}));
+}
+
+TEST_F(UpdateStatusTest, ACompletionCountsBeforeAFailure) {
+  EXPECT_EQ(kCompleted, end_of_update({{"Complete", "x"}, {"Fail", bytes_of(1)}}));
+}
+
+TEST_F(UpdateStatusTest, ValuesOfOtherTypesAreNotThere) {
+  request_and_listen();
+  report({{"Start", "x"}, {kOwnId, "x"}, {"Complete", Texts{"x"}}, {"Fail", "x"}});
+  EXPECT_THAT(update_statuses, IsEmpty());
+  EXPECT_FALSE(UpdateObserver().IsIdle());
+}
+
+TEST_F(UpdateStatusTest, AnApplicationWithoutIdStillLearnsOfTheEnd) {
+  platform.app_id = "";
+  EXPECT_EQ(kCompleted, end_of_update({{"", bytes_of(7)}, {"Complete", "x"}}));
+  expect_logged({"E UpdateEventCallback: Failed to get app ID."});
+}
+
+TEST_F(UpdateStatusTest, AnEventOfAnotherNameIsIgnored) {
+  listen();
+  platform.emit(kUpdateStatus, {{"Start", Texts{}}}, "event.other");
+  UpdateStatusEventHandler::UpdateEventCallback(nullptr, nullptr, nullptr);
+  EXPECT_THAT(update_statuses, IsEmpty());
+}
+
+TEST_F(UpdateStatusTest, AnExceptionOfTheApplicationEndsUpInTheLog) {
+  listen();
+  reaction = [] { throw "an exception of the application"; };
+  start_update();
+  expect_logged({"E UpdateEventCallback: Event was not handled: unknown exception"});
+}
+
+TEST_F(UpdateStatusTest, ASecondCallbackReplacesTheFirst) {
+  korvane_svcmgr_set_update_status_cb(ignore_update_status, &platform);
+  listen();
+  start_update();
+  EXPECT_THAT(update_statuses, ElementsAre(kStarted));
+  EXPECT_EQ(1, platform.count("event_add_event_handler"));
+}
+
+TEST_F(UpdateStatusTest, ANullCallbackLeavesTheRegisteredOne) {
+  listen();
+  EXPECT_EQ(SVCMGR_ERROR_INVALID_PARAMETER, korvane_svcmgr_set_update_status_cb(nullptr, nullptr));
+  start_update();
+  EXPECT_THAT(update_statuses, ElementsAre(kStarted));
+}
+
+TEST_F(UpdateStatusTest, ARefusedSubscriptionIsLoggedAndTriedAgainByTheNextSet) {
+  platform.failures["event_add_event_handler"] = -EIO;
+  listen();
+  expect_logged(
+      {"E RegisterEvent: err: [-5 (the platform's text)] - "
+       "[event." SVCMGR_APP_ID ".update_status]",
+       "E SetEventCallback: Failed to register event"});
   platform.repair();
-  for (int time = 0; time < 2; ++time) listen();
-  EXPECT_EQ("update 0", update_event(start)) << "callback and user data were replaced";
-  EXPECT_EQ(2, platform.calls["event_add_event_handler"]) << "one refused, one made";
-  platform.failures["event_remove_event_handler"] = -8;
-  for (int i = 0; i < 2; ++i) EXPECT_EQ(0, korvane_svcmgr_unset_update_status_cb());
-  EXPECT_EQ(1, platform.calls["event_remove_event_handler"]) << "not tried again";
-  EXPECT_EQ("nothing", update_event(start));
-  EXPECT_TRUE(UpdateObserver().IsBeingUpdated()) << "known without a callback, too";
-  platform.emit(kUpdate, {{"Complete", "x"}});
-  EXPECT_TRUE(UpdateObserver().IsIdle());
+  listen();
+  start_update();
+  EXPECT_THAT(update_statuses, ElementsAre(kStarted));
 }
 
-TEST_F(EventsTest, ModelStatus) {
-  korvane_svcmgr_ai_register_status_cb(Callback(), &platform);
-  EXPECT_EQ(0, korvane_svcmgr_ai_register_status_cb(on_model_status, this));
-  bundle_s start = {{"START", "x"}, {"COMPLETED", "x"}};
-  const std::pair<bundle_s, std::string> rows[] = {
-      {start, "UPDATE EVENT : START"},
-      {{{"COMPLETED", "x"}, {"FAILED", "x"}}, "UPDATE EVENT : COMPLETED"},
-      {{{"FAILED", "x"}, {"START", Bytes{1}}}, "UPDATE EVENT : FAILED"},
-      {{{"Start", "x"}}, "Unknown State"}};
-  for (const auto &[data, received] : rows) {
-    platform.emit(kModel, data);
-    EXPECT_LOG_HAS(" ModelEventCallback: Received " + received + "|");
+TEST_F(UpdateStatusTest, ARefusedRemovalIsNotTriedAgain) {
+  listen();
+  platform.failures["event_remove_event_handler"] = -EIO;
+  EXPECT_EQ(SVCMGR_ERROR_NONE, korvane_svcmgr_unset_update_status_cb());
+  EXPECT_EQ(SVCMGR_ERROR_NONE, korvane_svcmgr_unset_update_status_cb());
+  EXPECT_EQ(1, platform.count("event_remove_event_handler"));
+}
+
+TEST_F(UpdateStatusTest, WithoutACallbackTheStateIsStillFollowed) {
+  listen();
+  platform.failures["event_remove_event_handler"] = -EIO;
+  korvane_svcmgr_unset_update_status_cb();
+  start_update();
+  EXPECT_TRUE(UpdateObserver().IsBeingUpdated());
+  complete_update();
+  EXPECT_TRUE(UpdateObserver().IsIdle());
+  EXPECT_THAT(update_statuses, IsEmpty());
+}
+
+TEST_F(UpdateStatusTest, UnsettingTheCallbackUnsubscribesAndKeepsTheState) {
+  listen();
+  start_update();
+  korvane_svcmgr_unset_update_status_cb();
+  EXPECT_THAT(platform.subscriptions, IsEmpty());
+  EXPECT_TRUE(UpdateObserver().IsBeingUpdated());
+}
+
+class ModelStatusTest : public LibraryTest {
+ protected:
+  void listen() {
+    EXPECT_EQ(SVCMGR_ERROR_NONE, korvane_svcmgr_ai_register_status_cb(on_model_status, this));
   }
-  EXPECT_HEARD("model 0 17", "model 0 20", "model 0 24");
-  platform.emit(kModel, start, "event.other");
-  EXPECT_LOG_HAS("Received Unknown Event|");
-  ModelUpdateEventHandler::ModelEventCallback(nullptr, &start, nullptr);
-  ModelUpdateEventHandler::ModelEventCallback("event." SVCMGR_APP_ID ".model_status", nullptr,
-                                              nullptr);
-  EXPECT_LOG_HAS("INVALID PARAMETER|D ModelEventCallback: Model Event Callback is invoked|E ");
-  korvane_svcmgr_ai_register_status_cb(Callback(), nullptr);
-  platform.emit(kModel, start);
-  korvane_svcmgr_ai_register_status_cb(on_model_status, this);
-  platform.failures["event_remove_event_handler"] = -8;
-  EXPECT_EQ(-38, korvane_svcmgr_ai_deregister_status_cb());
-  platform.emit(kModel, start);
+  static void report(const bundle_s &event) { platform.emit(kModelStatus, event); }
+  /** Leaves a subscription without a callback. */
+  void deregister_in_vain() {
+    platform.failures["event_remove_event_handler"] = -EIO;
+    EXPECT_EQ(SVCMGR_ERROR_INVALID_OPERATION, korvane_svcmgr_ai_deregister_status_cb());
+  }
+};
+
+TEST_F(ModelStatusTest, EachStateIsReportedAndLogged) {
+  listen();
+  report({{"START", "x"}});
+  report({{"COMPLETED", "x"}});
+  report({{"FAILED", "x"}});
+  EXPECT_THAT(model_states, ElementsAre(SVCMGR_AI_STATE_START, SVCMGR_AI_STATE_COMPLETED,
+                                        SVCMGR_AI_STATE_FAILED));
+  expect_logged({"I ModelEventCallback: Received UPDATE EVENT : START",
+                 "I ModelEventCallback: Received UPDATE EVENT : COMPLETED",
+                 "I ModelEventCallback: Received UPDATE EVENT : FAILED"});
+}
+
+TEST_F(ModelStatusTest, AStartCountsBeforeAnEndAndACompletionBeforeAFailure) {
+  listen();
+  report({{"START", "x"}, {"COMPLETED", "x"}});
+  report({{"COMPLETED", "x"}, {"FAILED", "x"}});
+  EXPECT_THAT(model_states, ElementsAre(SVCMGR_AI_STATE_START, SVCMGR_AI_STATE_COMPLETED));
+}
+
+TEST_F(ModelStatusTest, AnEventWithoutAKnownTextIsOnlyLogged) {
+  listen();
+  report({{"Start", "x"}, {"START", Bytes{1}}});
+  EXPECT_THAT(model_states, IsEmpty());
+  expect_logged({"E ModelEventCallback: Received Unknown State"});
+}
+
+TEST_F(ModelStatusTest, AnEventOfAnotherNameIsOnlyLogged) {
+  listen();
+  platform.emit(kModelStatus, {{"START", "x"}}, "event.other");
+  EXPECT_THAT(model_states, IsEmpty());
+  expect_logged({"E ModelEventCallback: Received Unknown Event"});
+}
+
+TEST_F(ModelStatusTest, AnEventWithoutNameOrPayloadIsOnlyLogged) {
+  listen();
+  bundle_s event = {{"START", "x"}};
+  ModelUpdateEventHandler::ModelEventCallback(nullptr, &event, nullptr);
+  ModelUpdateEventHandler::ModelEventCallback("event.other", nullptr, nullptr);
+  EXPECT_THAT(model_states, IsEmpty());
+  EXPECT_THAT(platform.take_log(),
+              Contains("E ModelEventCallback: EVENT CALLBACK : INVALID PARAMETER").Times(2));
+}
+
+TEST_F(ModelStatusTest, ASecondCallbackReplacesTheFirst) {
+  korvane_svcmgr_ai_register_status_cb(ignore_model_status, &platform);
+  listen();
+  report({{"START", "x"}});
+  EXPECT_THAT(model_states, ElementsAre(SVCMGR_AI_STATE_START));
+  korvane_svcmgr_ai_register_status_cb(ignore_model_status, nullptr);
+  report({{"START", "x"}});
+  EXPECT_THAT(model_states, ElementsAre(SVCMGR_AI_STATE_START));
+  EXPECT_EQ(1, platform.count("event_add_event_handler"));
+}
+
+TEST_F(ModelStatusTest, ANullCallbackLeavesTheRegisteredOne) {
+  listen();
+  EXPECT_EQ(SVCMGR_ERROR_INVALID_PARAMETER, korvane_svcmgr_ai_register_status_cb(nullptr, nullptr));
+  report({{"START", "x"}});
+  EXPECT_THAT(model_states, ElementsAre(SVCMGR_AI_STATE_START));
+}
+
+TEST_F(ModelStatusTest, ARefusedSubscriptionIsTriedAgainByTheNextRegistration) {
+  platform.failures["event_add_event_handler"] = -EIO;
+  listen();
+  expect_logged({"E SetEventCallback: Failed to register event"});
+  platform.repair();
+  listen();
+  report({{"START", "x"}});
+  EXPECT_THAT(model_states, ElementsAre(SVCMGR_AI_STATE_START));
+}
+
+TEST_F(ModelStatusTest, DeregisteringWithoutARegistrationSucceeds) {
+  EXPECT_EQ(SVCMGR_ERROR_NONE, korvane_svcmgr_ai_deregister_status_cb());
+}
+
+TEST_F(ModelStatusTest, ARefusedRemovalIsReportedAndCountsAsDone) {
+  listen();
+  deregister_in_vain();
+  expect_logged({"E korvane_svcmgr_ai_deregister_status_cb: UnsetEventCallback Error"});
+  EXPECT_EQ(SVCMGR_ERROR_NONE, korvane_svcmgr_ai_deregister_status_cb());
+}
+
+TEST_F(ModelStatusTest, WithoutACallbackAnyEventIsLoggedAsSuch) {
+  listen();
+  deregister_in_vain();
   platform.take_log();
-  platform.emit(kModel, start, "event.other");
-  EXPECT_LOG_HAS("There is no registered callback|");
-  EXPECT_EQ(0, korvane_svcmgr_ai_deregister_status_cb());
-  EXPECT_HEARD();
+  platform.emit(kModelStatus, {{"START", "x"}}, "event.other");
+  EXPECT_THAT(model_states, IsEmpty());
+  expect_logged({"I ModelEventCallback: There is no registered callback"});
+}
+
+TEST_F(ModelStatusTest, AStatusIsReportedWithoutAConnection) {
+  connect();
+  listen();
+  korvane_svcmgr_disconnect();
+  report({{"START", "x"}});
+  EXPECT_THAT(model_states, ElementsAre(SVCMGR_AI_STATE_START));
+}
+
+TEST(SingletonTest, TwoThreadsMakeOneObject) {
+  struct Slow : Singleton<Slow> {
+    // Long enough for another thread to begin a second object, if it may.
+    Slow() { std::this_thread::sleep_for(std::chrono::milliseconds(20)); }
+  };
+  auto other = std::async(std::launch::async, [] { return &Slow::GetInstance(); });
+  EXPECT_EQ(&Slow::GetInstance(), other.get());
 }
 
 }  // namespace

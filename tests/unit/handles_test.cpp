@@ -2,76 +2,105 @@
 
 namespace {
 
+using Getter = int (*)(korvane_svcmgr_ai_model_info_h, char **);
+
 class HandlesTest : public LibraryTest {
  protected:
-  /** Calls a function that must fail, and log just its entry and one line. */
-  void fails(const ApiCall &function, Handles &in, Others &out, int code, const std::string &line) {
+  static ModelInfo model_with_title(const std::string &title) {
+    ModelInfo model;
+    model.set_title(title);
+    return model;
+  }
+  /** Expects that a text that was never set cannot be had. */
+  static void expect_unset(Getter get, const std::string &line) {
+    char *text = nullptr;
     platform.take_log();
-    EXPECT_EQ(code, function.call(in, out));
-    EXPECT_LOG(function.entry_line() + "E " + function.name + ": " + line + "|");
+    EXPECT_EQ(SVCMGR_ERROR_INVALID_OPERATION, get(ModelInfo().get(), &text));
+    expect_logged({"E korvane_svcmgr_ai_model_info_get_" + line});
+    EXPECT_EQ(nullptr, text);
   }
   Handles handles;
-  Others others;
-  const std::string m1 = " [m1|1.0|Title|Description]";
+  const std::string limit = std::string(2048, 'x');
 };
 
-TEST_F(HandlesTest, WithoutServiceManagerNothingHappens) {
-  connect();
-  platform.packages.clear();
-  for (const ApiCall &function : kApiCalls) {
-    fails(function, handles, others, SVCMGR_ERROR_NOT_SUPPORTED, "Not supported");
-  }
-  EXPECT_TRUE(others.untouched());
-  EXPECT_EQ(1U, platform.proxies.size()) << "still connected";
-  EXPECT_EQ(1U, platform.subscriptions.size()) << "and watching";
-  platform.repair();
-  EXPECT_EQ(0, handles.progress.percentage());
-  EXPECT_LOG_HAS("|D korvane_svcmgr_ai_progress_get_percentage: get [0]|");
-  platform.failures["package_info_create"] = -1;
-  EXPECT_EQ("1" + m1, describe(handles.models)) << "any other failure is ignored";
+TEST_F(HandlesTest, AListKeepsTheOrderAndDuplicates) {
+  handles.agents.add("");
+  handles.agents.add("agent.one");
+  EXPECT_THAT(Texts(handles.agents.begin(), handles.agents.end()),
+              ElementsAre("agent.one", "", "agent.one"));
 }
 
-TEST_F(HandlesTest, NullArguments) {
-  Handles no_handles(nullptr);
-  Others no_others(false);
-  for (const ApiCall &function : kApiCalls) {
-    if (function.takes_handle()) fails(function, no_handles, others, -22, function.null_text);
-    if (function.takes_other()) fails(function, handles, no_others, -22, function.null_text);
-  }
-  EXPECT_TRUE(others.untouched());
-  EXPECT_EQ(-22, korvane_svcmgr_ai_model_list_add(handles.models.get(), nullptr));
-  EXPECT_EQ("1" + m1, describe(handles.models));
+TEST_F(HandlesTest, AgentNamesHaveNoLimit) {
+  handles.agents.add(limit + "y");
+  EXPECT_EQ(limit + "y", handles.agents.at(1));
 }
 
-TEST_F(HandlesTest, TextsAreCopied) {
-  const std::string limit(2048, 'x'), longer = limit + "y";
-  handles.add_model({limit.c_str(), longer.c_str(), "", nullptr});
-  handles.add_model({"m1", "1.0", "Title", "Description"});
-  EXPECT_EQ("3" + m1 + " [" + limit + "|" + limit + "||unset]" + m1, describe(handles.models));
-  for (const std::string &id : {std::string("second"), longer}) handles.info.set_id(id);
-  EXPECT_EQ(limit + "|1.0|Title|Description", describe(handles.info));
-  handles.agents.add(longer);
-  EXPECT_EQ(longer, handles.agents.at(1)) << "names have no limit";
+TEST_F(HandlesTest, TextsOfModelsAreCutAt2048Characters) {
+  handles.info.set_id(limit);
+  handles.info.set_title(limit + "y");
+  EXPECT_EQ(limit + "|1.0|" + limit + "|Description", describe(handles.info));
+}
+
+TEST_F(HandlesTest, AnEmptyTextIsNoUnsetOne) {
+  EXPECT_EQ("unset|unset||unset", describe(model_with_title("")));
+}
+
+TEST_F(HandlesTest, ASecondTextReplacesTheFirst) {
+  handles.info.set_id("second");
+  EXPECT_EQ("second|1.0|Title|Description", describe(handles.info));
+}
+
+TEST_F(HandlesTest, AListHoldsCopiesOfModels) {
+  handles.models.add(model_with_title("t"));
+  handles.models.add(handles.info);
+  handles.info.set_id("changed");
+  handles.models.at(0).set_id("changed");
+  EXPECT_EQ("[m1|1.0|Title|Description][unset|unset|t|unset][m1|1.0|Title|Description]",
+            describe(handles.models));
+}
+
+TEST_F(HandlesTest, DestroyingAListDestroysItsModelsOneByOne) {
+  handles.models.add(handles.info);
   platform.take_log();
   handles.models = ModelList(nullptr);
-  const std::string destroy = "korvane_svcmgr_ai_model_info_destroy";
-  EXPECT_LOG_HAS("list_destroy|I " + destroy + ": " + destroy + "|I " + destroy) << "one by one";
+  const std::string list = "korvane_svcmgr_ai_model_list_destroy";
+  const std::string model = "korvane_svcmgr_ai_model_info_destroy";
+  EXPECT_THAT(platform.take_log(),
+              ElementsAre("I " + list + ": " + list, "I " + model + ": " + model,
+                          "I " + model + ": " + model));
 }
 
-TEST_F(HandlesTest, WhatIsNotThere) {
-  const auto agents = handles.agents.get();
-  const auto models = handles.models.get();
+TEST_F(HandlesTest, AnIndexOutsideAListIsRefused) {
+  Arguments a;
   for (const int index : {-1, 1, 1 << 30}) {
-    EXPECT_EQ(-1073741830, korvane_svcmgr_agent_list_get(agents, index, &others.text));
-    EXPECT_EQ(-1073741830, korvane_svcmgr_ai_model_list_get(models, index, &others.info));
-    EXPECT_LOG_HAS("|E korvane_svcmgr_ai_model_list_get: Out of Index!!!|");
+    EXPECT_EQ(SVCMGR_ERROR_OUT_OF_INDEX,
+              korvane_svcmgr_agent_list_get(a.agents(), index, &a.text_out));
+    EXPECT_EQ(SVCMGR_ERROR_OUT_OF_INDEX,
+              korvane_svcmgr_ai_model_list_get(a.models(), index, &a.info_out));
   }
-  const ModelInfo unset;
-  EXPECT_EQ(-38, korvane_svcmgr_ai_model_info_get_id(unset.get(), &others.text));
-  EXPECT_LOG_HAS("|E korvane_svcmgr_ai_model_info_get_id: handle has wrong data|");
-  EXPECT_EQ(-38, korvane_svcmgr_ai_model_info_get_title(unset.get(), &others.text));
-  EXPECT_LOG_HAS("|E korvane_svcmgr_ai_model_info_get_title: Handle has wrong data|");
-  EXPECT_TRUE(others.untouched());
+  EXPECT_TRUE(a.outputs_untouched());
+  expect_logged({"E korvane_svcmgr_ai_model_list_get: Out of Index!!!"});
+}
+
+TEST_F(HandlesTest, ATextThatWasNeverSetCannotBeHad) {
+  expect_unset(korvane_svcmgr_ai_model_info_get_id, "id: handle has wrong data");
+  expect_unset(korvane_svcmgr_ai_model_info_get_version, "version: Handle has wrong data");
+  expect_unset(korvane_svcmgr_ai_model_info_get_title, "title: Handle has wrong data");
+  expect_unset(korvane_svcmgr_ai_model_info_get_description, "description: Handle has wrong data");
+}
+
+TEST_F(HandlesTest, ANewProgressRecordIsZero) {
+  EXPECT_EQ("state 0, model 0 of 0, 0 %", describe(Progress()));
+  expect_logged({"D korvane_svcmgr_ai_progress_get_percentage: get [0]"});
+}
+
+TEST_F(HandlesTest, AProgressRecordStoresAnyNumber) {
+  Progress progress;
+  progress.set_state(SVCMGR_AI_STATE_START);
+  progress.set_index(-1);
+  progress.set_count(2);
+  progress.set_percentage(150);
+  EXPECT_EQ("state 17, model -1 of 2, 150 %", describe(progress));
 }
 
 }  // namespace

@@ -12,47 +12,45 @@ static_assert(KORVANE_SVCMGR_VERSION > KORVANE_SVCMGR_MAKE_VERSION(0, 999, 999),
 
 class CppHeaderTest : public LibraryTest {
  protected:
-  /** The code and the text that a call throws. */
+  /** What a call throws. */
   template <typename Call>
-  static std::pair<int, std::string> thrown_by(Call call) {
+  static std::system_error thrown_by(Call call) {
     try {
       call();
     } catch (const std::system_error &error) {
-      return {error.code().value(), error.what()};
+      return error;
     }
-    return {};
+    return std::system_error(std::error_code());
   }
 };
 
-TEST_F(CppHeaderTest, ListsAreRangesOfTheirEntries) {
+TEST_F(CppHeaderTest, AnIteratorOfAListWalksOverItsEntries) {
   Handles handles;
-  handles.agents.add("");
-  EXPECT_EQ(Texts(handles.agents.begin(), handles.agents.end()), (Texts{"agent.one", ""}));
-  handles.add_model({"m2", "", "", ""});
+  handles.models.add(ModelInfo());
   auto entry = handles.models.begin();
   EXPECT_EQ((entry++)->id(), "m1");
-  EXPECT_EQ((*entry).id(), "m2");
+  EXPECT_EQ((*entry).id(), std::nullopt);
   EXPECT_EQ(++entry, handles.models.end());
 }
 
-TEST_F(CppHeaderTest, NumbersAreWhatWasSet) {
+TEST_F(CppHeaderTest, AReleasedHandleIsTheCallers) {
   Progress progress;
-  progress.set_state(SVCMGR_AI_STATE_START);
-  progress.set_index(1);
-  progress.set_count(2);
-  progress.set_percentage(30);
-  on_progress(0, progress.release(), this);
-  EXPECT_HEARD("progress 0 17 1 2 30");
+  const auto handle = progress.release();
+  EXPECT_FALSE(progress);
+  EXPECT_EQ(SVCMGR_ERROR_NONE, korvane_svcmgr_ai_progress_destroy(handle));
 }
 
 TEST_F(CppHeaderTest, FailuresAreThrownWithTheirCode) {
-  EXPECT_EQ(thrown_by([] { ModelList().at(0); }).first, SVCMGR_ERROR_OUT_OF_INDEX);
-  EXPECT_EQ(thrown_by([] { ModelInfo(nullptr).id(); }).first, SVCMGR_ERROR_INVALID_PARAMETER);
-  EXPECT_EQ(thrown_by(svcmgr::is_being_updated).first, SVCMGR_ERROR_NOT_CONNECTED);
-  platform.packages.clear();
-  EXPECT_EQ(thrown_by([] { AgentList(); }).first, SVCMGR_ERROR_NOT_SUPPORTED);
-  EXPECT_EQ(thrown_by([] { svcmgr::check(SVCMGR_ERROR_NO_SPACE, "update"); }).second,
-            "update: the service manager has no space left");
+  EXPECT_EQ(thrown_by([] { ModelList().at(0); }).code(), SVCMGR_ERROR_OUT_OF_INDEX);
+  EXPECT_EQ(thrown_by([] { ModelInfo(nullptr).id(); }).code(), SVCMGR_ERROR_INVALID_PARAMETER);
+  EXPECT_EQ(thrown_by(svcmgr::is_being_updated).code(), SVCMGR_ERROR_NOT_CONNECTED);
+  platform.uninstall_service_manager();
+  EXPECT_EQ(thrown_by([] { AgentList(); }).code(), SVCMGR_ERROR_NOT_SUPPORTED);
+}
+
+TEST_F(CppHeaderTest, AFailureSaysWhatWasTriedAndWhatItMeans) {
+  EXPECT_STREQ(thrown_by([] { svcmgr::check(SVCMGR_ERROR_NO_SPACE, "update"); }).what(),
+               "update: the service manager has no space left");
 }
 
 TEST_F(CppHeaderTest, ErrorCodesHaveNames) {
@@ -69,7 +67,9 @@ TEST_F(CppHeaderTest, ErrorCodesEqualTheConditionThatMeansTheSame) {
 TEST_F(CppHeaderTest, AnUpdateOfListedAgentsSendsTheirNames) {
   connect();
   platform.answer(0);
-  svcmgr::request_update(Handles().agents);
+  svcmgr::AgentList agents;
+  agents.add("agent.one");
+  svcmgr::request_update(agents);
   EXPECT_THAT(platform.sent.back(), ::testing::Contains(ParcelValue("agent.one")));
 }
 

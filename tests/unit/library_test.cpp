@@ -1,7 +1,5 @@
 #include "library_test.h"
 
-#include <algorithm>
-#include <cstdlib>
 #include <utility>
 
 #include "SvcMgrAppProxyHandler.h"
@@ -9,64 +7,6 @@
 
 LibraryTest::~LibraryTest() {
   if (!directory_.empty()) std::filesystem::remove_all(directory_);
-}
-
-std::filesystem::path LibraryTest::directory() {
-  std::string name = std::filesystem::temp_directory_path() / "korvaneXXXXXX";
-  if (directory_.empty()) directory_ = mkdtemp(name.data());
-  return directory_;
-}
-
-void LibraryTest::hear(void *test, std::string text, std::initializer_list<int> values) {
-  const AllocationScope library(false);
-  auto *self = static_cast<LibraryTest *>(test);
-  for (const int value : values) text += " " + std::to_string(value);
-  self->heard.push_back(text);
-  const auto react = std::exchange(self->reaction, nullptr);
-  if (react) react();
-}
-
-void LibraryTest::on_connection(int result, korvane_svcmgr_connection_state_e state, void *test) {
-  hear(test, "connection", {result, state});
-}
-
-void LibraryTest::on_update_status(korvane_svcmgr_update_status_e status, void *test) {
-  hear(test, "update", {status});
-}
-
-void LibraryTest::on_model_status(int result, korvane_svcmgr_ai_state_e state, void *test) {
-  hear(test, "model", {result, state});
-}
-
-void LibraryTest::on_models(int result, korvane_svcmgr_ai_model_list_h list, void *test) {
-  const AllocationScope library(false);
-  hear(test,
-       "models " + std::to_string(result) + " " + (list ? describe(ModelList(list)) : "null"));
-}
-
-void LibraryTest::on_progress(int result, korvane_svcmgr_ai_progress_h handle, void *test) {
-  const AllocationScope library(false);
-  const Progress progress(handle);
-  if (!progress) return hear(test, "progress null", {result});
-  hear(test, "progress",
-       {result, progress.state(), progress.index(), progress.count(), progress.percentage()});
-}
-
-void LibraryTest::connect() {
-  ASSERT_EQ(0, start_connecting());
-  platform.report_connected();
-  platform.forget();
-  heard.clear();
-}
-
-void LibraryTest::answer(int kind, const Parcel &payload) {
-  const AllocationScope library(false);
-  Parcel event = {1, kind, -1, true};
-  for (const Parcel &request : platform.sent) {
-    if (request.size() > 2 && request[1] == ParcelValue(kind)) event[2] = request[2];
-  }
-  event.insert(event.end(), payload.begin(), payload.end());
-  platform.deliver(event);
 }
 
 void LibraryTest::TearDown() {
@@ -79,32 +19,119 @@ void LibraryTest::TearDown() {
   EXPECT_TRUE(platform.proxies.empty());
 }
 
+void LibraryTest::expect_logged(const Texts &lines) {
+  EXPECT_THAT(platform.log, ::testing::IsSupersetOf(lines));
+}
+
+std::filesystem::path LibraryTest::directory() {
+  std::string name = std::filesystem::temp_directory_path() / "korvaneXXXXXX";
+  if (directory_.empty()) directory_ = mkdtemp(name.data());
+  return directory_;
+}
+
+void LibraryTest::connect() {
+  ASSERT_EQ(SVCMGR_ERROR_NONE, start_connecting());
+  platform.report_connected();
+  platform.forget();
+  connection_states.clear();
+}
+
+bool LibraryTest::is_connected() {
+  return SvcMgrAppProxyHandler::GetInstance().IsConnected();
+}
+
+void LibraryTest::announce_update() {
+  const AllocationScope library(false);
+  platform.emit(".agent_status", {{"Update", "announced"}});
+}
+
+void LibraryTest::announce_launch() {
+  const AllocationScope library(false);
+  platform.emit(".agent_status", {{"Launch", "announced"}});
+}
+
+void LibraryTest::start_update() {
+  platform.emit(".update_status", {{"Start", Texts{"agent.one"}}});
+}
+
+void LibraryTest::complete_update() {
+  platform.emit(".update_status", {{"Complete", "done"}});
+}
+
+void LibraryTest::answer_delegate(int kind, const Parcel &payload) {
+  const AllocationScope library(false);
+  Parcel event = {1, kind, -1, true};
+  for (const Parcel &request : platform.sent) {
+    if (request.size() > 2 && request[1] == ParcelValue(kind)) event[2] = request[2];
+  }
+  event.insert(event.end(), payload.begin(), payload.end());
+  platform.deliver(event);
+}
+
+void LibraryTest::react() {
+  const auto taken = std::exchange(reaction, nullptr);
+  if (taken) taken();
+}
+
+void LibraryTest::on_connection(int result, korvane_svcmgr_connection_state_e state, void *test) {
+  const AllocationScope library(false);
+  const bool rejected = state == SVCMGR_CONNECTION_REJECTED;
+  EXPECT_EQ(rejected ? SVCMGR_ERROR_PERMISSION_DENIED : SVCMGR_ERROR_NONE, result);
+  static_cast<LibraryTest *>(test)->connection_states.push_back(state);
+  static_cast<LibraryTest *>(test)->react();
+}
+
+void LibraryTest::on_update_status(korvane_svcmgr_update_status_e status, void *test) {
+  const AllocationScope library(false);
+  static_cast<LibraryTest *>(test)->update_statuses.push_back(status);
+  static_cast<LibraryTest *>(test)->react();
+}
+
+void LibraryTest::on_model_status(int result, korvane_svcmgr_ai_state_e state, void *test) {
+  const AllocationScope library(false);
+  EXPECT_EQ(SVCMGR_ERROR_NONE, result);
+  static_cast<LibraryTest *>(test)->model_states.push_back(state);
+}
+
+void LibraryTest::on_models(int result, korvane_svcmgr_ai_model_list_h list, void *test) {
+  const AllocationScope library(false);
+  static_cast<LibraryTest *>(test)->answers.push_back({result, describe(ModelList(list))});
+  static_cast<LibraryTest *>(test)->react();
+}
+
+void LibraryTest::on_progress(int result, korvane_svcmgr_ai_progress_h progress, void *test) {
+  const AllocationScope library(false);
+  static_cast<LibraryTest *>(test)->answers.push_back({result, describe(Progress(progress))});
+  static_cast<LibraryTest *>(test)->react();
+}
+
 Handles::Handles() {
   agents.add("agent.one");
-  add_model({"m1", "1.0", "Title", "Description"});
-  info = models.at(0);
+  info.set_id("m1");
+  info.set_version("1.0");
+  info.set_title("Title");
+  info.set_description("Description");
+  models.add(info);
 }
 
-void Handles::add_model(const std::vector<const char *> &texts) {
-  ModelInfo model;
-  if (texts[0] != nullptr) model.set_id(texts[0]);
-  if (texts[1] != nullptr) model.set_version(texts[1]);
-  if (texts[2] != nullptr) model.set_title(texts[2]);
-  if (texts[3] != nullptr) model.set_description(texts[3]);
-  models.add(model);
+Arguments::~Arguments() {
+  if (text_out != unset<char *>()) std::free(text_out);
+  if (agents_out != unset<korvane_svcmgr_agent_list_h>())
+    korvane_svcmgr_agent_list_destroy(agents_out);
+  if (info_out != unset<korvane_svcmgr_ai_model_info_h>())
+    korvane_svcmgr_ai_model_info_destroy(info_out);
+  if (models_out != unset<korvane_svcmgr_ai_model_list_h>())
+    korvane_svcmgr_ai_model_list_destroy(models_out);
+  if (progress_out != unset<korvane_svcmgr_ai_progress_h>())
+    korvane_svcmgr_ai_progress_destroy(progress_out);
 }
 
-Others::~Others() {
-  if (!is_unset(text)) std::free(text);
-  if (!is_unset(agents)) korvane_svcmgr_agent_list_destroy(agents);
-  if (!is_unset(info)) korvane_svcmgr_ai_model_info_destroy(info);
-  if (!is_unset(models)) korvane_svcmgr_ai_model_list_destroy(models);
-  if (!is_unset(progress)) korvane_svcmgr_ai_progress_destroy(progress);
-}
-
-bool Others::untouched() const {
-  return number == -77 && !truth && is_unset(text) && is_unset(agents) && is_unset(info) &&
-         is_unset(models) && is_unset(progress);
+bool Arguments::outputs_untouched() const {
+  return number_out == kNoNumber && !truth_out && text_out == unset<char *>() &&
+         agents_out == unset<korvane_svcmgr_agent_list_h>() &&
+         info_out == unset<korvane_svcmgr_ai_model_info_h>() &&
+         models_out == unset<korvane_svcmgr_ai_model_list_h>() &&
+         progress_out == unset<korvane_svcmgr_ai_progress_h>();
 }
 
 std::string describe(const ModelInfo &info) {
@@ -116,79 +143,179 @@ std::string describe(const ModelInfo &info) {
 }
 
 std::string describe(const ModelList &list) {
-  std::string entries = std::to_string(list.size());
-  for (const ModelInfo &info : list) entries += " [" + describe(info) + "]";
+  if (!list) return "none";
+  std::string entries;
+  for (const ModelInfo &info : list) entries += "[" + describe(info) + "]";
   return entries;
 }
 
-// The table of the exported functions: how each logs its entry, complains of a missing pointer, and
-// is called.
-#define FUNCTION(function, level, message, null_text, arguments)         \
-  {                                                                      \
-    "korvane_svcmgr_" #function, level, message, null_text, #arguments,  \
-        []([[maybe_unused]] Handles &in, [[maybe_unused]] Others &out) { \
-          return korvane_svcmgr_##function arguments;                    \
-        }                                                                \
-  }
-#define AT_DEBUG(function, null_text, arguments) \
-  FUNCTION(function, "D ", "korvane_svcmgr_" #function, null_text, arguments)
-#define AT_INFO(function, arguments) \
-  FUNCTION(function, "I ", "korvane_svcmgr_" #function, kLoud, arguments)
-#define REQUEST(function, arguments) \
-  FUNCTION(function, "I ", "__ korvane_svcmgr_" #function " __", kPlain, arguments)
-#define CREATE_AND_DESTROY(object, member) \
-  AT_INFO(object##_create, (out.to(out.member))), AT_INFO(object##_destroy, (in.member.get()))
-#define TEXT_FIELD(field)                                                    \
-  AT_DEBUG(ai_model_info_set_##field, kQuiet, (in.info.get(), out.text_in)), \
-      AT_DEBUG(ai_model_info_get_##field, kQuiet, (in.info.get(), out.to(out.text)))
-#define NUMBER_FIELD(field, value)                                                                \
-  FUNCTION(ai_progress_set_##field, "D ", "set [" #value "]", kLoud, (in.progress.get(), value)), \
-      AT_DEBUG(ai_progress_get_##field, kLoud, (in.progress.get(), out.to(out.number)))
+std::string describe(const Progress &progress) {
+  if (!progress) return "none";
+  return "state " + std::to_string(progress.state()) + ", model " +
+         std::to_string(progress.index()) + " of " + std::to_string(progress.count()) + ", " +
+         std::to_string(progress.percentage()) + " %";
+}
 
-constexpr const char *kPlain = "parameter is NULL!!";
-constexpr const char *kQuiet = "Invalid parameter";
-constexpr const char *kLoud = "Invalid parameter!!";
+namespace {
+
+// What is logged about a missing pointer.
+constexpr const char *kIsNull = "parameter is NULL!!";
+constexpr const char *kInvalid = "Invalid parameter";
+constexpr const char *kInvalidLoud = "Invalid parameter!!";
+
+constexpr unsigned kTakesBoth = kTakesHandle | kTakesOther;
+
+using Call = int (*)(Arguments &);
+
+/** A function that logs a message of its own first. */
+ApiCall with_entry(const std::string &name, const std::string &message, const char *null_message,
+                   unsigned traits, Call call, const std::string &level = "D ") {
+  const std::string full_name = "korvane_svcmgr_" + name;
+  return {full_name, level + full_name + ": " + message, null_message, traits, call};
+}
+
+/** A function that logs its name first, at debug level. */
+ApiCall debug(const std::string &name, const char *null_message, unsigned traits, Call call) {
+  return with_entry(name, "korvane_svcmgr_" + name, null_message, traits, call);
+}
+
+/** A function that logs its name first, at info level. */
+ApiCall info(const std::string &name, const char *null_message, unsigned traits, Call call) {
+  return with_entry(name, "korvane_svcmgr_" + name, null_message, traits, call, "I ");
+}
+
+/** A function of the model service. */
+ApiCall request(const std::string &name, const char *null_message, unsigned traits, Call call) {
+  return with_entry(name, "__ korvane_svcmgr_" + name + " __", null_message, traits, call, "I ");
+}
+
+}  // namespace
 
 const std::vector<ApiCall> kApiCalls = {
-    AT_DEBUG(connect, kPlain, (out.callback, nullptr)),
-    AT_DEBUG(disconnect, kPlain, ()),
-    AT_DEBUG(get_client_api_level, kPlain, (out.to(out.number))),
-    AT_DEBUG(get_agent_api_level, kPlain, (out.to(out.number))),
-    AT_DEBUG(get_license_fulltext, kPlain, (out.to(out.text))),
-    AT_DEBUG(request_update, kPlain, ()),
-    AT_DEBUG(request_update_with_list, kPlain, (in.agents.get(), nullptr)),
-    AT_DEBUG(set_update_status_cb, kPlain, (out.callback, nullptr)),
-    AT_DEBUG(unset_update_status_cb, kPlain, ()),
-    AT_DEBUG(is_being_updated, kPlain, (out.to(out.truth))),
-    CREATE_AND_DESTROY(agent_list, agents),
-    CREATE_AND_DESTROY(ai_model_info, info),
-    CREATE_AND_DESTROY(ai_model_list, models),
-    AT_DEBUG(agent_list_get_size, kQuiet, (in.agents.get(), out.to(out.number))),
-    AT_DEBUG(agent_list_add, kLoud, (in.agents.get(), out.text_in)),
-    AT_DEBUG(agent_list_get, kLoud, (in.agents.get(), 0, out.to(out.text))),
-    TEXT_FIELD(id),
-    TEXT_FIELD(version),
-    TEXT_FIELD(title),
-    TEXT_FIELD(description),
-    AT_DEBUG(ai_model_list_get_size, kQuiet, (in.models.get(), out.to(out.number))),
-    AT_DEBUG(ai_model_list_add, kLoud, (in.models.get(), in.info.get())),
-    AT_DEBUG(ai_model_list_get, kLoud, (in.models.get(), 0, out.to(out.info))),
-    FUNCTION(ai_progress_create, "D ", "create progress", kLoud, (out.to(out.progress))),
-    FUNCTION(ai_progress_destroy, "D ", "destroy progress", kLoud, (in.progress.get())),
-    NUMBER_FIELD(state, 150),
-    NUMBER_FIELD(index, -1),
-    NUMBER_FIELD(count, 2),
-    NUMBER_FIELD(percentage, 101),
-    REQUEST(ai_request_usable_model_list, (out.callback, nullptr)),
-    REQUEST(ai_request_usable_model_list_with_description, (out.callback, nullptr)),
-    REQUEST(ai_request_usable_model_list_with_category, (out.callback, "vision", nullptr)),
-    REQUEST(ai_request_model_version_list, (in.info.get(), out.callback, nullptr)),
-    REQUEST(ai_request_to_update, (in.models.get(), out.callback, nullptr)),
-    REQUEST(ai_request_to_uninstall, (in.models.get(), out.callback, nullptr)),
-    REQUEST(ai_register_status_cb, (out.callback, nullptr)),
-    REQUEST(ai_deregister_status_cb, ())};
-
-const ApiCall &find_call(const std::string &name) {
-  const auto has_name = [&](const ApiCall &function) { return function.name == name; };
-  return *std::find_if(kApiCalls.begin(), kApiCalls.end(), has_name);
-}
+    debug("connect", kIsNull, kTakesOther,
+          [](auto &a) { return korvane_svcmgr_connect(a.callback(), nullptr); }),
+    debug("disconnect", kIsNull, 0, [](auto &) { return korvane_svcmgr_disconnect(); }),
+    debug("get_client_api_level", kIsNull, kTakesOther,
+          [](auto &a) { return korvane_svcmgr_get_client_api_level(a.out(a.number_out)); }),
+    debug("get_agent_api_level", kIsNull, kTakesOther,
+          [](auto &a) { return korvane_svcmgr_get_agent_api_level(a.out(a.number_out)); }),
+    debug("get_license_fulltext", kIsNull, kTakesOther,
+          [](auto &a) { return korvane_svcmgr_get_license_fulltext(a.out(a.text_out)); }),
+    debug("request_update", kIsNull, 0, [](auto &) { return korvane_svcmgr_request_update(); }),
+    debug("request_update_with_list", kIsNull, kTakesHandle | kNeedsVersion23,
+          [](auto &a) { return korvane_svcmgr_request_update_with_list(a.agents(), nullptr); }),
+    debug("set_update_status_cb", kIsNull, kTakesOther,
+          [](auto &a) { return korvane_svcmgr_set_update_status_cb(a.callback(), nullptr); }),
+    debug("unset_update_status_cb", kIsNull, 0,
+          [](auto &) { return korvane_svcmgr_unset_update_status_cb(); }),
+    debug("is_being_updated", kIsNull, kTakesOther,
+          [](auto &a) { return korvane_svcmgr_is_being_updated(a.out(a.truth_out)); }),
+    info("agent_list_create", kInvalidLoud, kTakesOther,
+         [](auto &a) { return korvane_svcmgr_agent_list_create(a.out(a.agents_out)); }),
+    info("agent_list_destroy", kInvalidLoud, kTakesHandle,
+         [](auto &a) { return korvane_svcmgr_agent_list_destroy(a.agents()); }),
+    info("ai_model_info_create", kInvalidLoud, kTakesOther,
+         [](auto &a) { return korvane_svcmgr_ai_model_info_create(a.out(a.info_out)); }),
+    info("ai_model_info_destroy", kInvalidLoud, kTakesHandle,
+         [](auto &a) { return korvane_svcmgr_ai_model_info_destroy(a.info()); }),
+    info("ai_model_list_create", kInvalidLoud, kTakesOther,
+         [](auto &a) { return korvane_svcmgr_ai_model_list_create(a.out(a.models_out)); }),
+    info("ai_model_list_destroy", kInvalidLoud, kTakesHandle,
+         [](auto &a) { return korvane_svcmgr_ai_model_list_destroy(a.models()); }),
+    debug("agent_list_get_size", kInvalid, kTakesBoth,
+          [](auto &a) {
+            return korvane_svcmgr_agent_list_get_size(a.agents(), a.out(a.number_out));
+          }),
+    debug("agent_list_add", kInvalidLoud, kTakesBoth,
+          [](auto &a) { return korvane_svcmgr_agent_list_add(a.agents(), a.text()); }),
+    debug("agent_list_get", kInvalidLoud, kTakesBoth,
+          [](auto &a) { return korvane_svcmgr_agent_list_get(a.agents(), 0, a.out(a.text_out)); }),
+    debug("ai_model_info_set_id", kInvalid, kTakesBoth,
+          [](auto &a) { return korvane_svcmgr_ai_model_info_set_id(a.info(), a.text()); }),
+    debug("ai_model_info_get_id", kInvalid, kTakesBoth,
+          [](auto &a) { return korvane_svcmgr_ai_model_info_get_id(a.info(), a.out(a.text_out)); }),
+    debug("ai_model_info_set_version", kInvalid, kTakesBoth,
+          [](auto &a) { return korvane_svcmgr_ai_model_info_set_version(a.info(), a.text()); }),
+    debug("ai_model_info_get_version", kInvalid, kTakesBoth,
+          [](auto &a) {
+            return korvane_svcmgr_ai_model_info_get_version(a.info(), a.out(a.text_out));
+          }),
+    debug("ai_model_info_set_title", kInvalid, kTakesBoth,
+          [](auto &a) { return korvane_svcmgr_ai_model_info_set_title(a.info(), a.text()); }),
+    debug("ai_model_info_get_title", kInvalid, kTakesBoth,
+          [](auto &a) {
+            return korvane_svcmgr_ai_model_info_get_title(a.info(), a.out(a.text_out));
+          }),
+    debug("ai_model_info_set_description", kInvalid, kTakesBoth,
+          [](auto &a) { return korvane_svcmgr_ai_model_info_set_description(a.info(), a.text()); }),
+    debug("ai_model_info_get_description", kInvalid, kTakesBoth,
+          [](auto &a) {
+            return korvane_svcmgr_ai_model_info_get_description(a.info(), a.out(a.text_out));
+          }),
+    debug("ai_model_list_get_size", kInvalid, kTakesBoth,
+          [](auto &a) {
+            return korvane_svcmgr_ai_model_list_get_size(a.models(), a.out(a.number_out));
+          }),
+    debug("ai_model_list_add", kInvalidLoud, kTakesHandle,
+          [](auto &a) { return korvane_svcmgr_ai_model_list_add(a.models(), a.info()); }),
+    debug(
+        "ai_model_list_get", kInvalidLoud, kTakesBoth,
+        [](auto &a) { return korvane_svcmgr_ai_model_list_get(a.models(), 0, a.out(a.info_out)); }),
+    with_entry("ai_progress_create", "create progress", kInvalidLoud, kTakesOther,
+               [](auto &a) { return korvane_svcmgr_ai_progress_create(a.out(a.progress_out)); }),
+    with_entry("ai_progress_destroy", "destroy progress", kInvalidLoud, kTakesHandle,
+               [](auto &a) { return korvane_svcmgr_ai_progress_destroy(a.progress()); }),
+    with_entry("ai_progress_set_state", "set [150]", kInvalidLoud, kTakesHandle,
+               [](auto &a) { return korvane_svcmgr_ai_progress_set_state(a.progress(), 150); }),
+    debug("ai_progress_get_state", kInvalidLoud, kTakesBoth,
+          [](auto &a) {
+            return korvane_svcmgr_ai_progress_get_state(a.progress(), a.out(a.number_out));
+          }),
+    with_entry("ai_progress_set_index", "set [-1]", kInvalidLoud, kTakesHandle,
+               [](auto &a) { return korvane_svcmgr_ai_progress_set_index(a.progress(), -1); }),
+    debug("ai_progress_get_index", kInvalidLoud, kTakesBoth,
+          [](auto &a) {
+            return korvane_svcmgr_ai_progress_get_index(a.progress(), a.out(a.number_out));
+          }),
+    with_entry("ai_progress_set_count", "set [2]", kInvalidLoud, kTakesHandle,
+               [](auto &a) { return korvane_svcmgr_ai_progress_set_count(a.progress(), 2); }),
+    debug("ai_progress_get_count", kInvalidLoud, kTakesBoth,
+          [](auto &a) {
+            return korvane_svcmgr_ai_progress_get_count(a.progress(), a.out(a.number_out));
+          }),
+    with_entry(
+        "ai_progress_set_percentage", "set [101]", kInvalidLoud, kTakesHandle,
+        [](auto &a) { return korvane_svcmgr_ai_progress_set_percentage(a.progress(), 101); }),
+    debug("ai_progress_get_percentage", kInvalidLoud, kTakesBoth,
+          [](auto &a) {
+            return korvane_svcmgr_ai_progress_get_percentage(a.progress(), a.out(a.number_out));
+          }),
+    request(
+        "ai_request_usable_model_list", kIsNull, kTakesOther | kNeedsVersion17,
+        [](auto &a) { return korvane_svcmgr_ai_request_usable_model_list(a.callback(), nullptr); }),
+    request("ai_request_usable_model_list_with_description", kIsNull, kTakesOther | kNeedsVersion17,
+            [](auto &a) {
+              return korvane_svcmgr_ai_request_usable_model_list_with_description(a.callback(),
+                                                                                  nullptr);
+            }),
+    request("ai_request_usable_model_list_with_category", kIsNull, kTakesOther | kNeedsVersion23,
+            [](auto &a) {
+              return korvane_svcmgr_ai_request_usable_model_list_with_category(a.callback(),
+                                                                               "vision", nullptr);
+            }),
+    request("ai_request_model_version_list", kIsNull, kTakesBoth | kNeedsVersion17,
+            [](auto &a) {
+              return korvane_svcmgr_ai_request_model_version_list(a.info(), a.callback(), nullptr);
+            }),
+    request("ai_request_to_update", kIsNull, kTakesBoth | kNeedsVersion17,
+            [](auto &a) {
+              return korvane_svcmgr_ai_request_to_update(a.models(), a.callback(), nullptr);
+            }),
+    request("ai_request_to_uninstall", kIsNull, kTakesBoth | kNeedsVersion17,
+            [](auto &a) {
+              return korvane_svcmgr_ai_request_to_uninstall(a.models(), a.callback(), nullptr);
+            }),
+    request("ai_register_status_cb", kIsNull, kTakesOther,
+            [](auto &a) { return korvane_svcmgr_ai_register_status_cb(a.callback(), nullptr); }),
+    request("ai_deregister_status_cb", kIsNull, 0,
+            [](auto &) { return korvane_svcmgr_ai_deregister_status_cb(); })};

@@ -5,10 +5,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
-#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -19,19 +19,13 @@ using korvane::svcmgr::AgentList;
 using korvane::svcmgr::ModelInfo;
 using korvane::svcmgr::ModelList;
 using korvane::svcmgr::Progress;
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
 
-/** A callback of any type that does nothing, or a null one. */
-struct Callback {
-  template <typename... Arguments>
-  using Function = void (*)(Arguments...);
-  template <typename... Arguments>
-  operator Function<Arguments...>() const {
-    return given ? [](Arguments...) {} : Function<Arguments...>();
-  }
-  bool given = true;
-};
-
-/** One application: its callbacks record what they hear as texts. Leaves the library idle. */
+/** One application, whose callbacks record what they receive. Leaves the library idle. */
 class LibraryTest : public ::testing::Test {
  protected:
   LibraryTest() { platform.reset(); }
@@ -41,32 +35,55 @@ class LibraryTest : public ::testing::Test {
   int start_connecting() { return korvane_svcmgr_connect(on_connection, this); }
   /** Connects, and forgets what was recorded on the way. */
   void connect();
-  /** Answers the last request of a kind that was sent. */
-  void answer(int kind, const Parcel &payload);
+  static bool is_connected();
+
+  // What the service manager does.
+  static void announce_update();
+  static void announce_launch();
+  static void lose_connection() { platform.report_disconnected(); }
+  static void start_update();
+  static void complete_update();
+  /** Answers the last request with a kind of delegate. */
+  static void answer_delegate(int kind, const Parcel &payload);
+
+  /** Expects lines in the log, among others. */
+  static void expect_logged(const Texts &lines);
+
   /** A folder of the test's own. */
   std::filesystem::path directory();
 
-  // Each takes the test as user data, records, and then does what reaction says, once.
+  // Each takes the test as user data.
   static void on_connection(int result, korvane_svcmgr_connection_state_e state, void *test);
   static void on_update_status(korvane_svcmgr_update_status_e status, void *test);
   static void on_model_status(int result, korvane_svcmgr_ai_state_e state, void *test);
   static void on_models(int result, korvane_svcmgr_ai_model_list_h list, void *test);
   static void on_progress(int result, korvane_svcmgr_ai_progress_h progress, void *test);
-  static void hear(void *test, std::string text, std::initializer_list<int> values = {});
+  // These do nothing.
+  static void ignore_connection(int, korvane_svcmgr_connection_state_e, void *) {}
+  static void ignore_update_status(korvane_svcmgr_update_status_e, void *) {}
+  static void ignore_model_status(int, korvane_svcmgr_ai_state_e, void *) {}
 
-  Texts heard;
+  /** The answer to a model request. */
+  struct Answer {
+    int result;
+    std::string contents;  ///< of the list or the progress record; "none" without one
+  };
+  std::vector<korvane_svcmgr_connection_state_e> connection_states;
+  std::vector<korvane_svcmgr_update_status_e> update_statuses;
+  std::vector<korvane_svcmgr_ai_state_e> model_states;
+  std::vector<Answer> answers;
+  /** What the application does inside its next callback. */
   std::function<void()> reaction;
 
  private:
+  void react();
+
   std::filesystem::path directory_;
 };
 
-/** One of each public handle, or null pointers. */
+/** One of each public handle. */
 struct Handles {
   Handles();
-  explicit Handles(std::nullptr_t none) : agents(none), info(none), models(none), progress(none) {}
-  /** Appends a model with those texts that are not null to models. */
-  void add_model(const std::vector<const char *> &texts);
 
   AgentList agents;  ///< "agent.one"
   ModelInfo info;    ///< "m1", "1.0", "Title", "Description"
@@ -74,64 +91,80 @@ struct Handles {
   Progress progress;
 };
 
-/** The other arguments of calls, and what came out; or null pointers. */
-struct Others {
-  explicit Others(bool all_given = true) : callback{all_given} {}
-  ~Others();
-  template <typename Value>
-  Value *to(Value &value) const {
-    return callback.given ? &value : nullptr;
-  }
-  /** Whether no call has put a pointer here; then it is not null either. */
-  template <typename Pointer>
-  static bool is_unset(Pointer pointer) {
-    return pointer == unset<Pointer>();
-  }
-  bool untouched() const;
+/** Arguments for any exported function: handles and others, of which all or none are given. */
+class Arguments {
+ public:
+  explicit Arguments(bool handles_given = true, bool others_given = true)
+      : handles_given_(handles_given), others_given_(others_given) {}
+  ~Arguments();
 
-  Callback callback;
-  const char *text_in = callback.given ? "a text that does not fit into a short string" : nullptr;
-  int number = -77;
-  bool truth = false;
-  char *text = unset<char *>();
-  korvane_svcmgr_agent_list_h agents = unset<korvane_svcmgr_agent_list_h>();
-  korvane_svcmgr_ai_model_info_h info = unset<korvane_svcmgr_ai_model_info_h>();
-  korvane_svcmgr_ai_model_list_h models = unset<korvane_svcmgr_ai_model_list_h>();
-  korvane_svcmgr_ai_progress_h progress = unset<korvane_svcmgr_ai_progress_h>();
+  auto agents() const { return handles_given_ ? handles.agents.get() : nullptr; }
+  auto info() const { return handles_given_ ? handles.info.get() : nullptr; }
+  auto models() const { return handles_given_ ? handles.models.get() : nullptr; }
+  auto progress() const { return handles_given_ ? handles.progress.get() : nullptr; }
+
+  /** A callback of any type, which does nothing. */
+  struct Callback {
+    template <typename... Parameters>
+    using Function = void (*)(Parameters...);
+    template <typename... Parameters>
+    operator Function<Parameters...>() const {
+      return given ? [](Parameters...) {} : Function<Parameters...>();
+    }
+    bool given;
+  };
+  Callback callback() const { return {others_given_}; }
+  const char *text() const { return others_given_ ? "too long for a short string" : nullptr; }
+  template <typename Output>
+  Output *out(Output &output) const {
+    return others_given_ ? &output : nullptr;
+  }
+  bool outputs_untouched() const;
+
+  Handles handles;
+  static constexpr int kNoNumber = -77;
+  int number_out = kNoNumber;
+  bool truth_out = false;
+  char *text_out = unset<char *>();
+  korvane_svcmgr_agent_list_h agents_out = unset<korvane_svcmgr_agent_list_h>();
+  korvane_svcmgr_ai_model_info_h info_out = unset<korvane_svcmgr_ai_model_info_h>();
+  korvane_svcmgr_ai_model_list_h models_out = unset<korvane_svcmgr_ai_model_list_h>();
+  korvane_svcmgr_ai_progress_h progress_out = unset<korvane_svcmgr_ai_progress_h>();
 
  private:
+  /** A pointer that is neither null nor made by the library. */
   template <typename Pointer>
   static Pointer unset() {
     static char place;
     return reinterpret_cast<Pointer>(&place);
   }
+  bool handles_given_, others_given_;
+};
+
+/** What an exported function takes and needs. */
+enum ApiTrait : unsigned {
+  kTakesHandle = 1,
+  kTakesOther = 2,
+  kNeedsVersion17 = 4,  ///< of the service manager
+  kNeedsVersion23 = 8,
 };
 
 /** An exported function, called with valid arguments. */
 struct ApiCall {
-  /** What it logs first. */
-  std::string entry_line() const { return level + name + ": " + message + "|"; }
-  /** Whether one of the Handles, or of the Others, is among the arguments. */
-  bool takes_handle() const { return arguments.find("in.") + 1 > 0; }
-  bool takes_other() const { return arguments.find("out.") + 1 > 0; }
+  bool has(ApiTrait trait) const { return (traits & trait) != 0; }
 
   std::string name;
-  std::string level, message;  ///< of its entry log line
-  std::string null_text;       ///< the message about a missing pointer
-  std::string arguments;       ///< as they are written
-  int (*call)(Handles &in, Others &out);
+  std::string entry;         ///< the line that it logs first
+  std::string null_message;  ///< about a missing pointer
+  unsigned traits;
+  int (*call)(Arguments &arguments);
 };
 extern const std::vector<ApiCall> kApiCalls;
-const ApiCall &find_call(const std::string &name);
-
-/** What the platform's log holds since the last look; what the application has heard. */
-#define EXPECT_LOG(expected) EXPECT_EQ(std::string(expected), platform.take_log())
-#define EXPECT_LOG_HAS(part) EXPECT_THAT(platform.take_log(), ::testing::HasSubstr(part))
-#define EXPECT_HEARD(...) EXPECT_EQ((Texts{__VA_ARGS__}), std::exchange(heard, {}))
 
 /** The four texts of a model, with "|" between them; "unset" for those without a value. */
 std::string describe(const ModelInfo &info);
-/** The number of entries of a list, and each entry in brackets. */
+/** Each entry in brackets; "none" without a list. */
 std::string describe(const ModelList &list);
+std::string describe(const Progress &progress);
 
 #endif  // KORVANE_TESTS_UNIT_LIBRARY_TEST_H_

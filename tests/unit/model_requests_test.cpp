@@ -1,173 +1,422 @@
+#include <algorithm>
 #include <climits>
-#include <tuple>
 
 #include "library_test.h"
 
 namespace {
 
 const std::string kAgent = SVCMGR_VENDOR_PREFIX ".agent";
-constexpr const char *kKey = "ai-agent-category";
+constexpr const char *kCategoryKey = "ai-agent-category";
+
+/** What of a model answer follows the result. */
+const Parcel kProgress = {SVCMGR_AI_STATE_START, 1, 2, 50};
+const Parcel kNoModels = {Count{0}, 0};
 
 class ModelRequestsTest : public LibraryTest {
  protected:
-  struct Request {
-    std::string wrapper;
-    int kind;
-    Parcel sent;  ///< after the block that names the delegate
-    std::string name;
-    std::function<int()> send;
-  };
-  ModelRequestsTest() {
-    handles.add_model({"m2", nullptr, "Only a title", nullptr});
-    platform.packages.push_back({kAgent, "4.5", {{kKey, "vision"}}});
+  /** The delegates that the requests name. */
+  enum Kind { kList = 1, kDescribedList = 2, kVersions = 3, kUpdate = 4, kUninstallation = 5 };
+
+  int request_list() { return korvane_svcmgr_ai_request_usable_model_list(on_models, this); }
+  int request_described_list() {
+    return korvane_svcmgr_ai_request_usable_model_list_with_description(on_models, this);
   }
-  /** Sends a request and delivers one answer to it; gives what the application hears. */
-  std::string answered(const Request &request, const Parcel &payload) {
-    EXPECT_EQ(0, request.send());
-    platform.take_log();
-    answer(request.kind, payload);
-    return std::exchange(heard, {}).back();
+  int request_list_of(const char *category) {
+    return korvane_svcmgr_ai_request_usable_model_list_with_category(on_models, category, this);
   }
-  /** Sends a request that must fail, and log both why and its code. */
-  void fails(const Request &request, const std::string &line, const std::string &code) {
-    const bool of_list = request.name.find("usable") == 0;
-    EXPECT_EQ(code, std::to_string(request.send()));
-    EXPECT_LOG_HAS("E " + request.wrapper + ": " + line + "|E korvane_svcmgr_ai_request_" +
-                   request.name + (of_list ? ": connection error [" : ": error [") + code + "]|");
+  int request_versions() {
+    return korvane_svcmgr_ai_request_model_version_list(handles.info.get(), on_models, this);
   }
+  int request_update() {
+    return korvane_svcmgr_ai_request_to_update(handles.models.get(), on_progress, this);
+  }
+  int request_uninstallation() {
+    return korvane_svcmgr_ai_request_to_uninstall(handles.models.get(), on_progress, this);
+  }
+  /** An agent of a category, installed after all others. */
+  static ScriptedPlatform::Package &install_agent(const std::string &id, const char *category) {
+    auto &agent = platform.install(id, "4.5");
+    agent.metadata = {{kCategoryKey, category}};
+    return agent;
+  }
+  /** The last request that was sent, without the number of its delegate. */
+  static Parcel last_sent() {
+    Parcel request = platform.sent.back();
+    request.erase(request.begin() + 2);
+    return request;
+  }
+  /** The agent that is asked for its models of category "vision"; empty when there is none. */
+  std::string agent_found() {
+    connect();
+    const int code = request_list_of("vision");
+    EXPECT_EQ(platform.sent.empty() ? SVCMGR_ERROR_INVALID_PARAMETER : SVCMGR_ERROR_NONE, code);
+    return platform.sent.empty() ? "" : std::get<std::string>(platform.sent.back()[4]);
+  }
+  /** Expects that each of the requests fails, logged with a message, and that nothing is sent. */
+  void expect_all_fail(int code, const std::string &message) {
+    for (const int result : {request_list(), request_described_list(), request_list_of("vision"),
+                             request_versions(), request_update(), request_uninstallation()})
+      EXPECT_EQ(code, result);
+    const std::string error = "error [" + std::to_string(code) + "]";
+    const std::string request = "E korvane_svcmgr_ai_request_";
+    expect_logged({"E GetUsableModelList: " + message,
+                   request + "usable_model_list: connection " + error,
+                   "E GetUsableModelListWithDesc: " + message,
+                   request + "usable_model_list_with_description: connection " + error,
+                   "E GetUsableModelListWithCategory: " + message,
+                   request + "usable_model_list_with_category: connection " + error,
+                   "E GetModelVersionList: " + message, request + "model_version_list: " + error,
+                   "E RequestToUpdate: " + message, request + "to_update: " + error,
+                   "E RequestToUninstall: " + message, request + "to_uninstall: " + error});
+    EXPECT_THAT(platform.sent, IsEmpty());
+  }
+  /** What the application receives for an answer to a request for models. */
+  Answer models_answered(int result, const Parcel &models) {
+    if (!is_connected()) connect();
+    request_list();
+    return answered(kList, result, models);
+  }
+  Answer answered(Kind kind, int result, const Parcel &payload) {
+    Parcel answer = {result};
+    answer.insert(answer.end(), payload.begin(), payload.end());
+    answer_delegate(kind, answer);
+    return answers.empty() ? Answer{-77, "not answered"} : answers.back();
+  }
+  int code_of_result(int result) { return models_answered(result, kNoModels).result; }
 
   Handles handles;
-#define REQUEST(name, ...) \
-#name, [this] { return korvane_svcmgr_ai_request_##name(__VA_ARGS__, this); }
-  const Request usable = {
-      "GetUsableModelList", 1, {"org.example.app", "1.2.3"}, REQUEST(usable_model_list, on_models)};
-  const Request described = {"GetUsableModelListWithDesc",
-                             2,
-                             {"org.example.app", "1.2.3"},
-                             REQUEST(usable_model_list_with_description, on_models)};
-  const Request of_category = {"GetUsableModelListWithCategory",
-                               1,
-                               {kAgent, "4.5"},
-                               REQUEST(usable_model_list_with_category, on_models, "vision")};
-  const Request versions = {"GetModelVersionList",
-                            3,
-                            {"m1", "", "", "", "org.example.app", "1.2.3"},
-                            REQUEST(model_version_list, handles.info.get(), on_models)};
-  const Request update = {"RequestToUpdate",
-                          4,
-                          {Count{2}, "m1", "1.0", "", "", "m2", "", "", "", 2},
-                          REQUEST(to_update, handles.models.get(), on_progress)};
-  const Request uninstall = {"RequestToUninstall",
-                             5,
-                             {Count{2}, "m1", "", "", "", "m2", "", "", "", 2},
-                             REQUEST(to_uninstall, handles.models.get(), on_progress)};
-  const std::vector<Request> requests = {usable,   described, of_category,
-                                         versions, update,    uninstall};
 };
 
-TEST_F(ModelRequestsTest, Layouts) {
+// What is sent.
+
+TEST_F(ModelRequestsTest, AListIsAskedForWithTheOwnIdAndVersion) {
   connect();
-  for (const Request &request : requests) {
-    EXPECT_EQ(0, request.send());
-    EXPECT_LOG_HAS("|D " + request.wrapper + ": " + request.wrapper + "|");
-    Parcel expected = {request.kind + 4, request.kind, platform.sent.back()[2], false};
-    expected.insert(expected.end(), request.sent.begin(), request.sent.end());
-    EXPECT_EQ(expected, platform.sent.back());
-  }
-  handles.info.set_id(std::string(2049, 'x'));
-  versions.send();
-  EXPECT_EQ(ParcelValue(std::string(2048, 'x')), platform.sent.back()[4]) << "cut when it was set";
-  update.send();
-  EXPECT_LOG_HAS("|D RequestToUpdate: [m1, 1.0]|D RequestToUpdate: [m2, ]|");
-  EXPECT_EQ(0, korvane_svcmgr_ai_request_to_uninstall(ModelList().get(), on_progress, this));
-  EXPECT_EQ((Parcel{Count{0}, 0}),
-            Parcel(platform.sent.back().begin() + 4, platform.sent.back().end()));
+  EXPECT_EQ(SVCMGR_ERROR_NONE, request_list());
+  EXPECT_EQ((Parcel{5, kList, false, "org.example.app", "1.2.3"}), last_sent());
+  EXPECT_EQ(SVCMGR_ERROR_NONE, request_described_list());
+  EXPECT_EQ((Parcel{6, kDescribedList, false, "org.example.app", "1.2.3"}), last_sent());
+  EXPECT_THAT(
+      platform.take_log(),
+      ::testing::IsSupersetOf({"D GetUsableModelList: GetUsableModelList",
+                               "D GetUsableModelListWithDesc: GetUsableModelListWithDesc"}));
 }
 
-TEST_F(ModelRequestsTest, Failures) {
-  for (const Request &request : requests) fails(request, "Not connected", "-107");
+TEST_F(ModelRequestsTest, TheOwnIdIsAskedForBeforeTheVersion) {
+  connect();
+  const std::function<int()> requests[] = {[this] { return request_list(); },
+                                           [this] { return request_described_list(); },
+                                           [this] { return request_versions(); }};
+  for (const auto &request : requests) {
+    platform.forget();
+    EXPECT_EQ(SVCMGR_ERROR_NONE, request());
+    const auto begin = platform.calls.begin(), end = platform.calls.end();
+    EXPECT_LT(std::find(begin, end, "app_get_id"), std::find(begin, end, "app_get_version"));
+  }
+}
+
+TEST_F(ModelRequestsTest, AListOfACategoryIsAskedForWithTheIdAndVersionOfItsAgent) {
+  connect();
+  install_agent(kAgent, "vision");
+  EXPECT_EQ(SVCMGR_ERROR_NONE, request_list_of("vision"));
+  EXPECT_EQ((Parcel{5, kList, false, kAgent, "4.5"}), last_sent());
+}
+
+TEST_F(ModelRequestsTest, VersionsAreAskedForWithOnlyTheIdOfTheModel) {
+  connect();
+  EXPECT_EQ(SVCMGR_ERROR_NONE, request_versions());
+  EXPECT_EQ((Parcel{7, kVersions, false, "m1", "", "", "", "org.example.app", "1.2.3"}),
+            last_sent());
+}
+
+TEST_F(ModelRequestsTest, AnUpdateNamesModelsAndVersions) {
+  connect();
+  ModelInfo without_version;
+  without_version.set_id("m2");
+  without_version.set_title("Only a title");
+  handles.models.add(without_version);
+  EXPECT_EQ(SVCMGR_ERROR_NONE, request_update());
+  EXPECT_EQ((Parcel{8, kUpdate, false, Count{2}, "m1", "1.0", "", "", "m2", "", "", "", 2}),
+            last_sent());
+  expect_logged({"D RequestToUpdate: [m1, 1.0]", "D RequestToUpdate: [m2, ]"});
+}
+
+TEST_F(ModelRequestsTest, AnUninstallationNamesModelsOnly) {
+  connect();
+  EXPECT_EQ(SVCMGR_ERROR_NONE, request_uninstallation());
+  EXPECT_EQ((Parcel{9, kUninstallation, false, Count{1}, "m1", "", "", "", 1}), last_sent());
+  expect_logged({"D RequestToUninstall: [m1]"});
+}
+
+TEST_F(ModelRequestsTest, AnEmptyListOfModelsIsSent) {
+  connect();
+  handles.models = ModelList();
+  EXPECT_EQ(SVCMGR_ERROR_NONE, request_update());
+  EXPECT_EQ((Parcel{8, kUpdate, false, Count{0}, 0}), last_sent());
+}
+
+// What is not sent.
+
+TEST_F(ModelRequestsTest, WithoutAPortAllFail) {
+  expect_all_fail(SVCMGR_ERROR_NOT_CONNECTED, "Not connected");
+}
+
+TEST_F(ModelRequestsTest, WithoutAConnectionAllFail) {
+  install_agent(kAgent, "vision");
   start_connecting();
-  for (const Request &request : requests) fails(request, "Unknown Exception", "-38");
-  platform.report_connected();
-  platform.failures["app_info_create"] = -9;
-  fails(of_category, "No such package for the category.", "-22");
-  platform.app_version = "";
-  for (const Request &request : {usable, described, versions})
-    fails(request, "Failed to get app info.", "-38");
-  handles.add_model({nullptr, "1.0", nullptr, nullptr});
-  for (const Request &request : {update, uninstall}) fails(request, "Unknown Exception", "-38");
-  EXPECT_EQ(0U, platform.sent.size());
+  expect_all_fail(SVCMGR_ERROR_INVALID_OPERATION, "Unknown Exception");
 }
 
-TEST_F(ModelRequestsTest, AgentsByCategory) {
-  connect();
-  using Package = ScriptedPlatform::Package;
-  const std::string middle = "my." + kAgent;
-  const Package agent = {kAgent, "4.5", {{kKey, "vision"}}}, broken = {middle, std::nullopt, {}},
-                no_application = {middle, "9", {}, false};
-  const std::tuple<std::vector<Package>, const char *, std::string> rows[] = {
-      {{agent, {middle, "9", {{kKey, "vision"}}}}, "vision", kAgent},
-      {{{"org.other", "1", {{kKey, "vision"}}}, agent}, "vision", kAgent},
-      {{{middle, "1", {{nullptr, "vision"}, {kKey, nullptr}, {kKey, "vision"}}}}, "vision", middle},
-      {{{kAgent, "1", {{"AI-agent-category", "vision"}, {kKey, "Vision"}}}}, "vision", ""},
-      {{{kAgent, "1", {{kKey, ""}}}}, "", kAgent},
-      {{agent}, nullptr, ""},
-      {{broken, agent}, "vision", ""},
-      {{no_application, agent}, "vision", ""},
-      {{agent, broken}, "vision", kAgent}};
-  for (const auto &[packages, category, found] : rows) {
-    platform.repair();
-    platform.packages.insert(platform.packages.end(), packages.begin(), packages.end());
-    platform.sent = {{0, 0, 0, 0, ""}};
-    EXPECT_EQ(found.empty() ? -22 : 0,
-              korvane_svcmgr_ai_request_usable_model_list_with_category(on_models, category, this));
-    EXPECT_EQ(found, std::get<std::string>(platform.sent.back()[4]));
-    const std::string wanted = category != nullptr ? category : "(null)";
-    EXPECT_LOG_HAS(found.empty() ? ": === category [" + wanted + "] ===|E " : "");
-  }
-}
-
-TEST_F(ModelRequestsTest, Results) {
-  connect();
-  const std::map<int, std::string> codes = {{0, "0"},   {2, "0"},           {3, "-1073741831"},
-                                            {5, "-28"}, {6, "-1073741829"}, {8, "-1073741826"},
-                                            {9, "-13"}, {10, "0"}};
-  for (int result = -2; result < 14; ++result) {
-    const std::string code = codes.count(result) == 1 ? codes.at(result) : "-38";
-    EXPECT_EQ("models " + code + " 0", answered(of_category, {result, Count{0}, 0}));
-    EXPECT_EQ("progress " + code + " 17 1 -2 150", answered(uninstall, {result, 17, 1, -2, 150}));
-  }
-}
-
-TEST_F(ModelRequestsTest, Conversions) {
-  connect();
-  const std::tuple<Parcel, std::string, std::string> rows[] = {
-      {{0, Count{0}, 0}, "0", "0"},
-      {{0, Count{1}, "a", "1", "t", "", 0}, "0", "0"},
-      {{0, Count{2}, "a", "1", "t", "", "b", "2", "u", "d", 1}, "2 [a|1|t|] [b|2|u|d]", "1"},
-      {{0, Count{2}, "a", "", "", "", "a", "", "", "", 3}, "2 [a|||] [a|||]", "3"},
-      {{0, Count{-4}, 2}, "0", "2"},
-      {{0, 2}, "0", "2"},
-      {{0, Count{INT_MAX}, "i", "v", "t", "d", 5}, "1 [i|v|t|d]", "5"}};
-  for (const Request &request : {usable, described, versions}) {
-    for (const auto &[payload, list, count] : rows) {
-      EXPECT_EQ("models 0 " + list, answered(request, payload));
-      EXPECT_THAT(platform.log, ::testing::HasSubstr("|I Convert: Successful conversion of [" +
-                                                     count + "] models.|"));
+TEST_F(ModelRequestsTest, AnApplicationWithoutIdOrVersionIsRefused) {
+  for (auto *text : {&platform.app_id, &platform.app_version}) {
+    platform.reset();
+    connect();
+    for (const std::optional<std::string> &missing : {std::optional<std::string>(""), {}}) {
+      *text = missing;
+      EXPECT_EQ(SVCMGR_ERROR_INVALID_OPERATION, request_list());
+      EXPECT_EQ(SVCMGR_ERROR_INVALID_OPERATION, request_described_list());
+      EXPECT_EQ(SVCMGR_ERROR_INVALID_OPERATION, request_versions());
     }
+    EXPECT_THAT(platform.take_log(), Contains(HasSubstr(": Failed to get app info.")).Times(6));
+    EXPECT_THAT(platform.sent, IsEmpty());
+    LibraryTest::TearDown();
   }
-  EXPECT_LOG_HAS("|I Convert: model [i - v - t - d]|");
-  EXPECT_EQ("models -38 0", answered(usable, {})) << "no result";
-  EXPECT_EQ("progress -38 17 1 2 3", answered(update, {7, 17, 1, 2, 3}));
-  EXPECT_LOG_HAS("D OnReceived: RequestToUpdateCB::OnReceived error_code[7], state[17]|");
-  platform.packages.erase(platform.packages.begin());
-  answer(4, {0, 17, 1, 2, 3});
-  platform.repair();
-  answer(4, {0, 17, 1, 2, 3});
-  EXPECT_HEARD("progress null 0", "progress 0 17 1 2 3");
+}
+
+TEST_F(ModelRequestsTest, AMissingIdOrVersionOfTheApplicationIsLogged) {
+  connect();
+  platform.app_version = "";
+  request_list();
+  platform.app_id = "";
+  request_list();
+  expect_logged(
+      {"E GetAppVersion: Failed to get app version.", "E GetAppId: Failed to get app ID."});
+}
+
+TEST_F(ModelRequestsTest, AModelWithoutAnIdIsRefused) {
+  connect();
+  handles.info = ModelInfo();
+  handles.models.add(handles.info);
+  EXPECT_EQ(SVCMGR_ERROR_INVALID_OPERATION, request_versions());
+  EXPECT_EQ(SVCMGR_ERROR_INVALID_OPERATION, request_update());
+  EXPECT_EQ(SVCMGR_ERROR_INVALID_OPERATION, request_uninstallation());
+  EXPECT_THAT(platform.take_log(), Contains(HasSubstr(": Unknown Exception")).Times(3));
+  EXPECT_THAT(platform.sent, IsEmpty());
+}
+
+// The agent of a category.
+
+TEST_F(ModelRequestsTest, OfSeveralAgentsTheFirstOneIsAsked) {
+  install_agent(kAgent, "vision");
+  install_agent(kAgent + ".second", "vision");
+  EXPECT_EQ(kAgent, agent_found());
+}
+
+TEST_F(ModelRequestsTest, APackageOfAnotherVendorIsPassedOver) {
+  install_agent("org.other", "vision");
+  install_agent(kAgent, "vision");
+  EXPECT_EQ(kAgent, agent_found());
+}
+
+TEST_F(ModelRequestsTest, TheVendorMayStandInTheMiddleOfAnId) {
+  install_agent("my." + kAgent, "vision");
+  EXPECT_EQ("my." + kAgent, agent_found());
+}
+
+TEST_F(ModelRequestsTest, OtherMetadataIsPassedOver) {
+  install_agent(kAgent + ".first", "Vision");
+  install_agent(kAgent, "vision").metadata = {
+      {nullptr, "vision"}, {kCategoryKey, nullptr}, {kCategoryKey, "vision"}};
+  EXPECT_EQ(kAgent, agent_found());
+}
+
+TEST_F(ModelRequestsTest, ACategoryUnderAnotherKeyDoesNotCount) {
+  install_agent(kAgent, "").metadata = {{"AI-agent-category", "vision"}};
+  EXPECT_EQ("", agent_found());
+}
+
+TEST_F(ModelRequestsTest, APackageThatCannotBeReadEndsTheSearch) {
+  for (auto text : {&ScriptedPlatform::Package::id, &ScriptedPlatform::Package::version}) {
+    install_agent("broken", "").*text = std::nullopt;
+    install_agent(kAgent, "vision");
+    EXPECT_EQ("", agent_found());
+    LibraryTest::TearDown();
+  }
+}
+
+TEST_F(ModelRequestsTest, APackageOfTheVendorWithoutAnApplicationEndsTheSearch) {
+  install_agent(kAgent + ".first", "").is_application = false;
+  install_agent(kAgent, "vision");
+  EXPECT_EQ("", agent_found());
+}
+
+TEST_F(ModelRequestsTest, AfterTheAgentIsFoundNoPackageIsLookedAt) {
+  install_agent(kAgent, "vision");
+  install_agent("broken", "").version = std::nullopt;
+  EXPECT_EQ(kAgent, agent_found());
+}
+
+TEST_F(ModelRequestsTest, AnEmptyCategoryMayBeAskedFor) {
+  connect();
+  install_agent(kAgent, "");
+  EXPECT_EQ(SVCMGR_ERROR_NONE, request_list_of(""));
+}
+
+TEST_F(ModelRequestsTest, ACategoryWithoutAnAgentIsNamedInTheLog) {
+  connect();
+  EXPECT_EQ(SVCMGR_ERROR_INVALID_PARAMETER, request_list_of("hearing"));
+  EXPECT_EQ(SVCMGR_ERROR_INVALID_PARAMETER, request_list_of(nullptr));
+  const std::string function = "GetUsableModelListWithCategory";
+  expect_logged({"D " + function + ": === category [hearing] ===",
+                 "D " + function + ": === category [(null)] ===",
+                 "E " + function + ": No such package for the category.",
+                 std::string("E korvane_svcmgr_ai_request_usable_model_list_with_category: "
+                             "connection error [-22]")});
+}
+
+// What is answered.
+
+TEST_F(ModelRequestsTest, ResultsOfTheServiceManagerBecomeCodes) {
+  for (const int success : {0, 2, 10}) EXPECT_EQ(SVCMGR_ERROR_NONE, code_of_result(success));
+  EXPECT_EQ(SVCMGR_ERROR_UPDATE_IN_PROGRESS, code_of_result(3));
+  EXPECT_EQ(SVCMGR_ERROR_NO_SPACE, code_of_result(5));
+  EXPECT_EQ(SVCMGR_ERROR_SERVICE_CODE_6, code_of_result(6));
+  EXPECT_EQ(SVCMGR_ERROR_QEL_DISABLED, code_of_result(8));
+  EXPECT_EQ(SVCMGR_ERROR_PERMISSION_DENIED, code_of_result(9));
+  for (const int other : {-1, 1, 4, 7, 11})
+    EXPECT_EQ(SVCMGR_ERROR_INVALID_OPERATION, code_of_result(other));
+}
+
+TEST_F(ModelRequestsTest, AnAnswerWithoutAResultIsAFailure) {
+  connect();
+  request_list();
+  answer_delegate(kList, {});
+  EXPECT_EQ(SVCMGR_ERROR_INVALID_OPERATION, answers.back().result);
+  EXPECT_EQ("", answers.back().contents);
+}
+
+TEST_F(ModelRequestsTest, AFailedRequestBringsItsModelsToo) {
+  const Answer answer = models_answered(5, {Count{1}, "a", "1", "t", "", 1});
+  EXPECT_EQ(SVCMGR_ERROR_NO_SPACE, answer.result);
+  EXPECT_EQ("[a|1|t|]", answer.contents);
+}
+
+TEST_F(ModelRequestsTest, ModelsArriveInTheirOrder) {
+  const Parcel models = {Count{2}, "b", "2", "u", "d", "a", "1", "t", "", 2};
+  EXPECT_EQ("[b|2|u|d][a|1|t|]", models_answered(0, models).contents);
+  EXPECT_THAT(
+      platform.take_log(),
+      ::testing::IsSupersetOf({"I OnReceived: GetUsableModelListCB::OnReceived error_code[0]",
+                               "I Convert: conver AIModelList to model_list_handle",
+                               "I Convert: model [b - 2 - u - d]",
+                               "I Convert: Successful conversion of [2] models."}));
+}
+
+TEST_F(ModelRequestsTest, AnEmptyListIsAListWithoutModels) {
+  EXPECT_EQ("", models_answered(0, kNoModels).contents);
+}
+
+TEST_F(ModelRequestsTest, AListThatClaimsNoModelsIsEmpty) {
+  EXPECT_EQ("", models_answered(0, {Count{1}, "a", "1", "t", "", 0}).contents);
+}
+
+TEST_F(ModelRequestsTest, AListThatClaimsFewerOrMoreModelsIsWhole) {
+  EXPECT_EQ("[a|||][b|||]",
+            models_answered(0, {Count{2}, "a", "", "", "", "b", "", "", "", 1}).contents);
+  EXPECT_EQ("[a|||]", models_answered(0, {Count{1}, "a", "", "", "", 3}).contents);
+  expect_logged({"I Convert: Successful conversion of [3] models."});
+}
+
+TEST_F(ModelRequestsTest, ANegativeOrMissingNumberOfModelsIsAnEmptyList) {
+  EXPECT_EQ("", models_answered(0, {Count{-4}, 2}).contents);
+  EXPECT_EQ("", models_answered(0, {2}).contents);
+  expect_logged({"I Convert: Successful conversion of [2] models."});
+}
+
+TEST_F(ModelRequestsTest, AListEndsWhereItCannotBeRead) {
+  const Parcel models = {Count{INT_MAX}, "a", "1", "t", "d", 5};
+  EXPECT_EQ("[a|1|t|d]", models_answered(0, models).contents);
+}
+
+TEST_F(ModelRequestsTest, ATextOfAnAnswerIsCutAt2048Characters) {
+  const std::string limit(2048, 'x');
+  EXPECT_EQ("[" + limit + "|||]",
+            models_answered(0, {Count{1}, limit + "y", "", "", "", 1}).contents);
+}
+
+TEST_F(ModelRequestsTest, EachTextOfAModelIsSetByItsFunction) {
+  models_answered(0, {Count{1}, "a", "1", "t", "", 1});
+  Texts expected;
+  for (const std::string field : {"id", "version", "title", "description"}) {
+    const std::string setter = "korvane_svcmgr_ai_model_info_set_" + field;
+    expected.push_back("D " + setter + ": " + setter);
+  }
+  EXPECT_EQ(expected, platform.log_of("model_info_set_"));
+}
+
+TEST_F(ModelRequestsTest, EachKindOfRequestIsAnswered) {
+  connect();
+  const Parcel model = {Count{1}, "a", "1", "t", "", 1};
+  request_described_list();
+  EXPECT_EQ("[a|1|t|]", answered(kDescribedList, 0, model).contents);
+  request_versions();
+  EXPECT_EQ("[a|1|t|]", answered(kVersions, 0, model).contents);
+  request_update();
+  EXPECT_EQ("state 17, model 1 of 2, 50 %", answered(kUpdate, 0, kProgress).contents);
+  request_uninstallation();
+  EXPECT_EQ("state 17, model 1 of 2, 50 %", answered(kUninstallation, 0, kProgress).contents);
+  EXPECT_EQ(4U, answers.size());
+  expect_logged({"I OnReceived: GetUsableModelListWithDescCB::OnReceived error_code[0]",
+                 "D OnReceived: GetModelVersionListCB::OnReceived error_code[0]",
+                 "D OnReceived: RequestToUpdateCB::OnReceived error_code[0], state[17]",
+                 "D OnReceived: RequestToUninstallCB::OnReceived [17]"});
+}
+
+TEST_F(ModelRequestsTest, EachReportOfProgressArrives) {
+  connect();
+  request_update();
+  answered(kUpdate, 0, kProgress);
+  answered(kUpdate, 7, {SVCMGR_AI_STATE_FAILED, 1, -2, 150});
+  ASSERT_EQ(2U, answers.size());
+  EXPECT_EQ("state 24, model 1 of -2, 150 %", answers[1].contents);
+  EXPECT_EQ(SVCMGR_ERROR_INVALID_OPERATION, answers[1].result);
+}
+
+TEST_F(ModelRequestsTest, AProgressRecordIsFilledInItsOrder) {
+  connect();
+  request_update();
+  answered(kUpdate, 0, kProgress);
+  const std::string set = "D korvane_svcmgr_ai_progress_set_";
+  EXPECT_THAT(platform.log_of(set),
+              ElementsAre(set + "index: set [1]", set + "count: set [2]",
+                          set + "percentage: set [50]", set + "state: set [17]"));
+}
+
+TEST_F(ModelRequestsTest, WithoutTheServiceManagerAnAnswerBringsNoHandle) {
+  connect();
+  request_list();
+  request_update();
+  platform.uninstall_service_manager();
+  EXPECT_EQ("none", answered(kList, 0, {Count{1}, "a", "1", "t", "", 1}).contents);
+  EXPECT_EQ("none", answered(kUpdate, 0, kProgress).contents);
+  EXPECT_EQ(SVCMGR_ERROR_NONE, answers.back().result);
+}
+
+TEST_F(ModelRequestsTest, AModelForWhichTheServiceManagerVanishesIsLeftOut) {
+  connect();
+  request_list();
+  platform.on_log = [](const std::string &line) {
+    if (line.find("Convert: model [") != std::string::npos) platform.uninstall_service_manager();
+    if (line.find("Convert: Successful") != std::string::npos) platform.repair();
+  };
+  EXPECT_EQ("", answered(kList, 0, {Count{1}, "a", "1", "t", "", 1}).contents);
+}
+
+TEST_F(ModelRequestsTest, AnAnsweredApplicationMayDisconnect) {
+  connect();
+  request_update();
   reaction = [] { korvane_svcmgr_disconnect(); };
-  EXPECT_EQ("progress 0 20 1 2 3", answered(update, {0, 20, 1, 2, 3}));
-  EXPECT_TRUE(platform.proxies.empty()) << "the answer's own port is gone";
+  EXPECT_EQ("state 17, model 1 of 2, 50 %", answered(kUpdate, 0, kProgress).contents);
+  EXPECT_TRUE(platform.proxies.empty());
 }
 
 }  // namespace

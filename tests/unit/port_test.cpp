@@ -14,9 +14,9 @@ namespace {
 
 using Port = SvcMgrAppPort;
 
-/** Drawn before any test runs. */
-const int kFirstNumbers[] = {Port::RequestToUninstallCallback(true).GetSeq(),
-                             Port::GetUsableModelListCallback(true).GetSeq()};
+// Drawn before any test runs.
+const int kFirstNumber = Port::RequestToUninstallCallback(true).GetSeq();
+const int kSecondNumber = Port::GetUsableModelListCallback(true).GetSeq();
 
 /** Takes whether the library's lock was free when this thread first wanted it. */
 thread_local std::promise<bool> *lock_tried = nullptr;
@@ -45,105 +45,202 @@ class PortTest : public LibraryTest, public Port::IEventListener {
     port.reset();
     LibraryTest::TearDown();
   }
-  void OnConnected() override { hear(this, "connected"); }
-  void OnDisconnected() override { hear(this, "disconnected"); }
-  void OnRejected() override { hear(this, "rejected"); }
+  void OnConnected() override { record("connected"); }
+  void OnDisconnected() override { record("disconnected"); }
+  void OnRejected() override { record("rejected"); }
+  void record(const std::string &event) {
+    events.push_back(event);
+    const auto taken = std::exchange(reaction, nullptr);
+    if (taken) taken();
+  }
 
-  /** Records its answers and its end, under its number counted from first. */
-  struct Progress : Port::RequestToUpdateCallback {
-    Progress(PortTest &owner, bool once) : RequestToUpdateCallback(once), test(owner) {}
-    ~Progress() override {
-      test.heard.push_back("gone " + name);
+  struct Delegate : Port::RequestToUpdateCallback {
+    Delegate(PortTest &owner, std::string its_name, bool once)
+        : RequestToUpdateCallback(once), test(owner), name(std::move(its_name)) {}
+    ~Delegate() override {
+      test.events.push_back(name + " deleted");
       if (at_end) at_end();
     }
-    void OnReceived(int code, AIUpdateProgressInfo) override { hear(&test, name, {code}); }
+    void OnReceived(int code, AIUpdateProgressInfo) override {
+      test.record(name + " answered " + std::to_string(code));
+    }
     PortTest &test;
-    const std::string name = std::to_string(GetSeq() - test.first);
+    const std::string name;
     std::function<void()> at_end;
   };
 
   void open() {
     port = std::make_unique<Port>(this, SVCMGR_APP_ID);
     port->Connect(true);
-    heard.clear();
-    first = Port::RequestToUpdateCallback(false).GetSeq() + 1;
+    events.clear();
+  }
+  void send(std::unique_ptr<Delegate> delegate) {
+    const AIModelInfo model("id", "1", "title", "text");
+    port->RequestToUpdate(std::move(delegate), AIModelList({model, {}}, 7));
   }
   /** Sends a request; its delegate, which the port owns. */
-  Progress *request(bool once = false) {
-    const AIModelInfo model("id", "1", "title", "text");
-    auto delegate = std::make_unique<Progress>(*this, once);
-    Progress *const registered = delegate.get();
-    port->RequestToUpdate(std::move(delegate), AIModelList({model, {}}, 7));
+  Delegate *request(const std::string &name, bool once = false) {
+    auto delegate = std::make_unique<Delegate>(*this, name, once);
+    Delegate *const registered = delegate.get();
+    send(std::move(delegate));
     return registered;
   }
-  void answer_to(int number, int kind = 4, bool once = false, int command = 1) {
-    platform.deliver({command, kind, first + number, once, 3, 17, 1, 2, 50});
+  /** An event of the service manager for one delegate. */
+  struct Event {
+    int command = 1, kind = 4, number = 0, code = 0;
+    bool once = false;
+    Parcel parcel() const { return {command, kind, number, once, code, 17, 1, 2, 50}; }
+  };
+  static Event event_for(const Delegate *delegate) {
+    Event event;
+    event.number = delegate->GetSeq();
+    return event;
   }
-  void remove(int kind) {
-    port->RemoveDelegateByTag(std::to_string(kind) + "::" + std::to_string(first));
+  static void deliver(const Event &event) { platform.deliver(event.parcel()); }
+  static void answer(const Delegate *delegate) { deliver(event_for(delegate)); }
+  /** Gives a delegate the number of another one. */
+  static void rename(Delegate &delegate, const Delegate &other) {
+    rpc_port_parcel_s identity = {{other.GetId(), other.GetSeq(), false}};
+    Port::CallbackBase::ReadDelegate(&identity, delegate);
   }
 
+  Texts events;
   std::unique_ptr<Port> port = std::make_unique<Port>(this, SVCMGR_APP_ID);
-  int first = Port::RequestToUpdateCallback(false).GetSeq() + 1;
 };
 
-TEST_F(PortTest, DelegatesAreFoundByKindAndNumber) {
-  EXPECT_THAT(kFirstNumbers, ::testing::ElementsAre(0, 1));
+// Requests and their delegates.
+
+TEST_F(PortTest, DelegatesOfAllKindsDrawFromOneSequence) {
+  EXPECT_EQ(0, kFirstNumber);
+  EXPECT_EQ(1, kSecondNumber);
+}
+
+TEST_F(PortTest, ThreadsDrawDistinctNumbers) {
+  const auto draw = [] {
+    std::set<int> numbers;
+    for (int i = 0; i < 1000; ++i) numbers.insert(Port::RequestToUpdateCallback(true).GetSeq());
+    return numbers;
+  };
+  auto others = std::async(std::launch::async, draw);
+  std::set<int> numbers = draw();
+  numbers.merge(others.get());
+  EXPECT_EQ(2000U, numbers.size());
+}
+
+TEST_F(PortTest, ARequestNamesItsDelegateBeforeItsArguments) {
   open();
-  for (const bool once : {false, false, true}) request(once);
-  const Parcel models = {Count{2}, "id", "1", "title", "text", "", "", "", "", 7};
-  Parcel last_request = {8, 4, first + 2, true};
-  last_request.insert(last_request.end(), models.begin(), models.end());
-  EXPECT_EQ(last_request, platform.sent.back());
-  answer_to(1, 4, true);
-  answer_to(1);
-  EXPECT_HEARD("1 3", "1 3") << "the service does not decide how long a delegate lives";
-  answer_to(0, 5);
-  answer_to(3);
-  for (const int command : {0, 2}) answer_to(0, 4, false, command);
-  EXPECT_HEARD() << "another kind, another number, another command";
-  answer_to(2);
-  answer_to(2);
-  EXPECT_HEARD("2 3", "gone 2") << "once";
-  remove(5);
-  remove(4);
-  EXPECT_HEARD("gone 0");
-  platform.report_rejected();
-  platform.report_disconnected();
-  answer_to(1);
-  EXPECT_HEARD("rejected", "gone 1", "disconnected");
-  request();
-  port.reset();
-  EXPECT_HEARD("gone 3");
+  const int number = request("a", true)->GetSeq();
+  EXPECT_EQ((Parcel{8, 4, number, true, Count{2}, "id", "1", "title", "text", "", "", "", "", 7}),
+            platform.sent.back());
+}
+
+TEST_F(PortTest, AnAnswerReachesOnlyItsDelegate) {
+  open();
+  request("a");
+  const Delegate *b = request("b");
+  request("c");
+  Event event = event_for(b);
+  event.code = 3;
+  deliver(event);
+  deliver(event);
+  EXPECT_THAT(events, ElementsAre("b answered 3", "b answered 3"));
+}
+
+TEST_F(PortTest, TheServiceManagerDoesNotDecideHowLongADelegateLives) {
+  open();
+  Event event = event_for(request("a"));
+  event.once = true;
+  deliver(event);
+  deliver(event);
+  EXPECT_THAT(events, ElementsAre("a answered 0", "a answered 0"));
+}
+
+TEST_F(PortTest, ADelegateForOneAnswerIsDeletedAfterIt) {
+  open();
+  const Event event = event_for(request("a", true));
+  deliver(event);
+  deliver(event);
+  EXPECT_THAT(events, ElementsAre("a answered 0", "a deleted"));
+}
+
+TEST_F(PortTest, AnEventForNoneIsDropped) {
+  open();
+  const Event valid = event_for(request("a"));
+  Event other_kind = valid, other_number = valid, result = valid, other_command = valid;
+  other_kind.kind = 5;
+  other_number.number += 1;
+  result.command = 0;
+  other_command.command = 2;
+  for (const Event &event : {other_kind, other_number, result, other_command}) deliver(event);
+  EXPECT_THAT(events, IsEmpty());
+}
+
+TEST_F(PortTest, AnEventThatCannotBeReadIsLost) {
+  for (const char *refused : {"rpc_port_parcel_create_from_port", "rpc_port_proxy_get_port"}) {
+    platform.failures[refused] = -EIO;
+    open();
+    answer(request("a"));
+    EXPECT_THAT(events, IsEmpty());
+    expect_logged({"P OnReceivedCB: Failed to create parcel from port"});
+    platform.repair();
+  }
 }
 
 TEST_F(PortTest, ADelegateKeepsTheIdentityThatItWasRegisteredWith) {
   open();
-  request();
-  Progress *const second = request();
-  rpc_port_parcel_s identity_of_the_first = {{4, first, false}};
-  Port::CallbackBase::ReadDelegate(&identity_of_the_first, *second);
-
-  answer_to(1);
-  EXPECT_HEARD("1 3");
-  remove(4);
-  remove(4);
-  EXPECT_HEARD("gone 0");
+  const Delegate *a = request("a");
+  Delegate *b = request("b");
+  const Event event = event_for(b);
+  rename(*b, *a);
+  deliver(event);
+  EXPECT_THAT(events, ElementsAre("b answered 0"));
 }
 
 TEST_F(PortTest, OfEqualDelegatesTheFirstOneCounts) {
   open();
-  rpc_port_parcel_s identity = {{4, first, false}};
-  request();
-  auto equal = std::make_unique<Progress>(*this, false);
-  Port::CallbackBase::ReadDelegate(&identity, *equal);
-  port->RequestToUpdate(std::move(equal), {});
+  const Delegate *a = request("a");
+  auto b = std::make_unique<Delegate>(*this, "b", false);
+  rename(*b, *a);
+  const Event event = event_for(a);
+  const std::string tag = a->GetTag();
+  send(std::move(b));
+  deliver(event);
+  port->RemoveDelegateByTag(tag);
+  deliver(event);
+  EXPECT_THAT(events, ElementsAre("a answered 0", "a deleted", "b answered 0"));
+}
 
-  answer_to(0);
-  EXPECT_HEARD("0 3");
-  remove(4);
-  answer_to(0);
-  EXPECT_HEARD("gone 0", "1 3");
+TEST_F(PortTest, ADelegateIsRemovedByItsTag) {
+  open();
+  const Event event = event_for(request("a"));
+  port->RemoveDelegateByTag("5::" + std::to_string(event.number));
+  EXPECT_THAT(events, IsEmpty());
+  port->RemoveDelegateByTag("4::" + std::to_string(event.number));
+  deliver(event);
+  EXPECT_THAT(events, ElementsAre("a deleted"));
+}
+
+TEST_F(PortTest, ARejectionKeepsTheDelegates) {
+  open();
+  const Delegate *a = request("a");
+  platform.report_rejected();
+  answer(a);
+  EXPECT_THAT(events, ElementsAre("rejected", "a answered 0"));
+}
+
+TEST_F(PortTest, ALossDeletesTheDelegatesBeforeItIsReported) {
+  open();
+  const Event event = event_for(request("a"));
+  platform.report_disconnected();
+  deliver(event);
+  EXPECT_THAT(events, ElementsAre("a deleted", "disconnected"));
+}
+
+TEST_F(PortTest, APortDeletesItsDelegates) {
+  open();
+  request("a");
+  port.reset();
+  EXPECT_THAT(events, ElementsAre("a deleted"));
 }
 
 TEST_F(PortTest, ADelegateThatIsDroppedFindsNoOther) {
@@ -151,76 +248,130 @@ TEST_F(PortTest, ADelegateThatIsDroppedFindsNoOther) {
                                         [this] { port.reset(); }};
   for (const auto &end : ends) {
     open();
-    for (Progress *delegate : {request(), request(), request()}) {
-      delegate->at_end = [this, dropping = port.get()] {
-        for (const int number : {0, 1, 2}) {
-          answer_to(number);
-          dropping->RemoveDelegateByTag("4::" + std::to_string(first + number));
-        }
+    const std::vector<Delegate *> delegates = {request("a"), request("b"), request("c")};
+    Texts tags;
+    std::vector<Event> answers_to_all;
+    for (const Delegate *delegate : delegates) {
+      tags.push_back(delegate->GetTag());
+      answers_to_all.push_back(event_for(delegate));
+    }
+    for (Delegate *delegate : delegates) {
+      delegate->at_end = [&, dropping = port.get()] {
+        for (const Event &event : answers_to_all) deliver(event);
+        for (const std::string &tag : tags) dropping->RemoveDelegateByTag(tag);
       };
     }
     end();
-    EXPECT_THAT(heard, ::testing::IsSupersetOf({"gone 0", "gone 1", "gone 2"}));
-    EXPECT_THAT(heard, ::testing::Not(::testing::Contains(::testing::EndsWith(" 3"))));
+    EXPECT_THAT(events, ::testing::IsSupersetOf({"a deleted", "b deleted", "c deleted"}));
+    EXPECT_THAT(events, Not(Contains(HasSubstr("answered"))));
   }
 }
 
-TEST_F(PortTest, Failures) {
-  EXPECT_THROW(request(), NotConnectedSocketException);
-  EXPECT_HEARD("gone 0");
+// Failures.
+
+TEST_F(PortTest, BeforeTheConnectionNothingIsSent) {
+  EXPECT_THROW(request("a"), NotConnectedSocketException);
+  EXPECT_THAT(events, ElementsAre("a deleted"));
+  EXPECT_THROW(port->get_license(), NotConnectedSocketException);
+  EXPECT_THAT(platform.take_log(),
+              ElementsAre("P RequestToUpdate: Not connected", "P get_license: Not connected"));
+  EXPECT_THAT(platform.sent, IsEmpty());
+}
+
+TEST_F(PortTest, ADelegateStaysRegisteredAfterAFailedSend) {
   open();
-  platform.failures["rpc_port_parcel_send"] = -7;
-  EXPECT_THROW(port->request_update(), InvalidIOException);
-  EXPECT_THROW(request(), InvalidIOException);
-  EXPECT_LOG_HAS("P RequestToUpdate: Failed to send parcel. result(-7)|");
-  platform.repair();
-  answer_to(0);
-  EXPECT_HEARD("0 3") << "stays registered after a failed send";
-  platform.main_port.incoming = {{1, 99}, {"0", 98}, {}, {0, 13}, {0, 14}, {0}};
-  EXPECT_EQ(13, port->get_agent_api_level()) << "the first result";
-  EXPECT_EQ(14, port->request_update());
-  EXPECT_EQ("", port->get_license()) << "a text that cannot be read is empty";
-  EXPECT_THROW(port->get_license(), InvalidProtocolException);
-  platform.answer(5);
-  std::thread([this] { EXPECT_EQ(5, port->request_update()) << "the lock is free"; }).join();
-  for (const char *refused : {"rpc_port_parcel_create_from_port", "rpc_port_proxy_get_port"}) {
-    platform.failures[refused] = -5;
-    open();
-    request();
-    answer_to(0);
-    EXPECT_HEARD() << "an event that cannot be read is lost";
-    EXPECT_LOG_HAS("P OnReceivedCB: Failed to create parcel from port|");
-    platform.repair();
-  }
+  platform.failures["rpc_port_parcel_send"] = -EIO;
+  auto delegate = std::make_unique<Delegate>(*this, "a", false);
+  const Event event = event_for(delegate.get());
+  EXPECT_THROW(send(std::move(delegate)), InvalidIOException);
+  deliver(event);
+  EXPECT_THAT(events, ElementsAre("a answered 0"));
 }
 
-TEST_F(PortTest, WhoIsToldMayDoAnything) {
-  using Deed = std::function<void()>;
-  const Deed answered = [this] { answer_to(0); }, lost = [] { platform.report_disconnected(); },
-             destroy = [this] { port.reset(); };
-  const std::pair<Deed, Deed> rows[] = {{answered, [this] { request(); }},
-                                        {answered, [this] { remove(4); }},
-                                        {answered, lost},
-                                        {answered, destroy},
-                                        {lost, destroy},
-                                        {[] { platform.report_connected(); }, destroy},
-                                        {[] { platform.report_rejected(); }, destroy}};
+TEST_F(PortTest, AFailedSendIsLoggedBeforeTheRequestIsReleased) {
+  open();
+  platform.failures["rpc_port_parcel_send"] = -EIO;
+  platform.forget();
+  EXPECT_THROW(port->request_update(), InvalidIOException);
+  EXPECT_THAT(platform.calls,
+              ElementsAre("rpc_port_parcel_create", "rpc_port_parcel_write_int32",
+                          "rpc_port_parcel_send", "dlog_print", "rpc_port_parcel_destroy"));
+  EXPECT_THAT(platform.log, ElementsAre("P request_update: Failed to send parcel. result(-5)"));
+}
+
+TEST_F(PortTest, AfterAFailedCallAnotherThreadMayCall) {
+  open();
+  EXPECT_THROW(port->request_update(), InvalidProtocolException);
+  platform.answer(5);
+  std::thread([this] { EXPECT_EQ(5, port->request_update()); }).join();
+}
+
+TEST_F(PortTest, AMissingReplyIsAnInvalidProtocol) {
+  open();
+  EXPECT_THROW(port->get_license(), InvalidProtocolException);
+  EXPECT_THAT(platform.take_log(), ElementsAre("P get_license: Invalid protocol"));
+}
+
+TEST_F(PortTest, ATextThatCannotBeReadIsEmpty) {
+  open();
+  platform.main_port.incoming = {{0}};
+  EXPECT_EQ("", port->get_license());
+}
+
+TEST_F(PortTest, TheFirstResultIsTheReplyAfterAnyNumberOfStrayParcels) {
+  open();
+  platform.main_port.incoming.assign(1000, {1, 99});
+  for (const Parcel &parcel : {Parcel{"0", 98}, Parcel{}, Parcel{0, 13}, Parcel{0, 14}})
+    platform.main_port.incoming.push_back(parcel);
+  EXPECT_EQ(13, port->get_agent_api_level());
+  EXPECT_EQ(14, port->request_update());
+}
+
+// What a callback does.
+
+TEST_F(PortTest, AnAnsweredDelegateMayDoAnything) {
+  const std::function<void()> deeds[] = {
+      [this] { request("b"); }, [] { platform.report_disconnected(); }, [this] { port.reset(); }};
   for (const bool once : {false, true}) {
-    for (const auto &[event, deed] : rows) {
+    for (const auto &deed : deeds) {
       open();
-      request(once);
+      const Delegate *a = request("a", once);
       reaction = deed;
-      event();
-      EXPECT_EQ(nullptr, reaction) << "was done";
+      answer(a);
+      EXPECT_EQ(nullptr, reaction);
       port.reset();
-      EXPECT_THAT(heard, ::testing::Contains("gone 0").Times(1));
+      EXPECT_THAT(events, Contains("a deleted").Times(1));
     }
   }
 }
 
-TEST_F(PortTest, TwoThreadsNeverTakeEachOthersAnswers) {
+TEST_F(PortTest, AnAnsweredDelegateMayBeRemoved) {
+  open();
+  const Delegate *a = request("a");
+  reaction = [this, tag = a->GetTag()] { port->RemoveDelegateByTag(tag); };
+  answer(a);
+  EXPECT_THAT(events, ElementsAre("a answered 0", "a deleted"));
+}
+
+TEST_F(PortTest, TheListenerMayDestroyThePort) {
+  const std::function<void()> reports[] = {[] { platform.report_connected(); },
+                                           [] { platform.report_disconnected(); },
+                                           [] { platform.report_rejected(); }};
+  for (const auto &report : reports) {
+    open();
+    request("a");
+    reaction = [this] { port.reset(); };
+    report();
+    EXPECT_EQ(nullptr, port);
+    EXPECT_THAT(events, Contains("a deleted").Times(1));
+  }
+}
+
+// Threads.
+
+TEST_F(PortTest, ASecondThreadWaitsUntilTheFirstHasItsAnswer) {
   const std::function<void()> second_calls[] = {[this] { EXPECT_EQ(4, port->request_update()); },
-                                                [this] { request(); }};
+                                                [this] { request("a"); }};
   for (const auto &second_call : second_calls) {
     open();
     platform.forget();
@@ -239,18 +390,6 @@ TEST_F(PortTest, TwoThreadsNeverTakeEachOthersAnswers) {
     EXPECT_EQ(2, port->get_agent_api_level());
     second.join();
   }
-}
-
-TEST_F(PortTest, ThreadsDrawDistinctNumbers) {
-  const auto draw = [] {
-    std::set<int> numbers;
-    for (int i = 0; i < 1000; ++i) numbers.insert(Port::RequestToUpdateCallback(true).GetSeq());
-    return numbers;
-  };
-  auto others = std::async(std::launch::async, draw);
-  std::set<int> numbers = draw();
-  numbers.merge(others.get());
-  EXPECT_EQ(2000U, numbers.size());
 }
 
 }  // namespace

@@ -36,7 +36,7 @@ template <typename Body>
 int scripted(const char *function, Body body) {
   const AllocationScope library(false);
   const std::lock_guard<std::recursive_mutex> guard(platform.lock);
-  ++platform.calls[function];
+  platform.calls.emplace_back(function);
   const auto failure = platform.failures.find(function);
   if (failure != platform.failures.end()) return failure->second;
   if constexpr (std::is_void_v<decltype(body())>) {
@@ -118,6 +118,7 @@ void ScriptedPlatform::reset() {
   app_version = "1.2.3";
   on_send = nullptr;
   before_read = nullptr;
+  on_log = nullptr;
   main_port.incoming.clear();
   callback_port.incoming.clear();
   subscriptions.clear();
@@ -127,7 +128,27 @@ void ScriptedPlatform::reset() {
 
 void ScriptedPlatform::repair() {
   failures.clear();
-  packages = {{SVCMGR_APP_ID, "2.3.0", {}}};
+  packages.clear();
+  install(SVCMGR_APP_ID, "2.3.0");
+}
+
+ScriptedPlatform::Package &ScriptedPlatform::install(const std::string &id,
+                                                     const std::string &version) {
+  Package &package = packages.emplace_back();
+  package.id = id;
+  package.version = version;
+  return package;
+}
+
+Texts ScriptedPlatform::log_of(const std::string &text) const {
+  Texts lines;
+  for (const std::string &line : log)
+    if (line.find(text) != std::string::npos) lines.push_back(line);
+  return lines;
+}
+
+std::ptrdiff_t ScriptedPlatform::count(const std::string &function) const {
+  return std::count(calls.begin(), calls.end(), function);
 }
 
 void ScriptedPlatform::forget() {
@@ -176,7 +197,8 @@ int dlog_print(int priority, const char *tag, const char *format, ...) {
       {"6 SERVICE_MANAGER_CLIENT \033[0;31m %s: %s(%d) > \033[0;m", "E "},
       {"6 RPC_PORT_PROXY %s: %s(%d) > ", "P "}};
   const AllocationScope library(false);
-  const std::lock_guard<std::recursive_mutex> guard(platform.lock);
+  std::unique_lock<std::recursive_mutex> guard(platform.lock);
+  platform.calls.emplace_back(__func__);
   const std::string form = std::to_string(priority) + " " + tag + " " + format;
   const std::size_t begin = form.find("> ") + 2;
   const std::size_t end = std::min(form.find("\033[0;m"), form.size());
@@ -192,7 +214,11 @@ int dlog_print(int priority, const char *tag, const char *format, ...) {
 
   const auto level = levels.find(form.substr(0, begin) + form.substr(end));
   require(level != levels.end() && file.find('/') == std::string::npos, form);
-  platform.log += level->second + function + ": " + message + "|";
+  const std::string line = level->second + function + ": " + message;
+  platform.log.push_back(line);
+  const auto on_log = platform.on_log;
+  guard.unlock();
+  if (on_log) on_log(line);
   return 0;
 }
 
@@ -208,15 +234,29 @@ int rpc_port_proxy_destroy(rpc_port_proxy_h proxy) {
   return destroy(__func__, proxy);
 }
 
-#define SCRIPTED_EVENT(event)                                                                \
-  int rpc_port_proxy_add_##event##_event_cb(                                                 \
-      rpc_port_proxy_h proxy, rpc_port_proxy_##event##_event_cb callback, void *user_data) { \
-    return scripted(__func__, [&] { proxy->event = {callback, user_data}; });                \
-  }
-SCRIPTED_EVENT(connected)
-SCRIPTED_EVENT(disconnected)
-SCRIPTED_EVENT(rejected)
-SCRIPTED_EVENT(received)
+int rpc_port_proxy_add_connected_event_cb(rpc_port_proxy_h proxy,
+                                          rpc_port_proxy_connected_event_cb callback,
+                                          void *user_data) {
+  return scripted(__func__, [&] { proxy->connected = {callback, user_data}; });
+}
+
+int rpc_port_proxy_add_disconnected_event_cb(rpc_port_proxy_h proxy,
+                                             rpc_port_proxy_disconnected_event_cb callback,
+                                             void *user_data) {
+  return scripted(__func__, [&] { proxy->disconnected = {callback, user_data}; });
+}
+
+int rpc_port_proxy_add_rejected_event_cb(rpc_port_proxy_h proxy,
+                                         rpc_port_proxy_rejected_event_cb callback,
+                                         void *user_data) {
+  return scripted(__func__, [&] { proxy->rejected = {callback, user_data}; });
+}
+
+int rpc_port_proxy_add_received_event_cb(rpc_port_proxy_h proxy,
+                                         rpc_port_proxy_received_event_cb callback,
+                                         void *user_data) {
+  return scripted(__func__, [&] { proxy->received = {callback, user_data}; });
+}
 
 int rpc_port_proxy_connect(rpc_port_proxy_h, const char *app_id, const char *port_name) {
   return scripted(__func__, [&] {
@@ -263,16 +303,29 @@ int rpc_port_parcel_destroy(rpc_port_parcel_h parcel) {
   return destroy(__func__, parcel);
 }
 
-#define SCRIPTED_NUMBER(name, type, Stored)                                             \
-  int rpc_port_parcel_write_##name(rpc_port_parcel_h parcel, type value) {              \
-    return write(__func__, parcel, Stored{value});                                      \
-  }                                                                                     \
-  int rpc_port_parcel_read_##name(rpc_port_parcel_h parcel, type *value) {              \
-    return read<Stored>(__func__, parcel, [=](Stored found) { *value = type(found); }); \
-  }
-SCRIPTED_NUMBER(int32, int, int)
-SCRIPTED_NUMBER(bool, bool, bool)
-SCRIPTED_NUMBER(array_count, int, Count)
+int rpc_port_parcel_write_int32(rpc_port_parcel_h parcel, int value) {
+  return write(__func__, parcel, value);
+}
+
+int rpc_port_parcel_read_int32(rpc_port_parcel_h parcel, int *value) {
+  return read<int>(__func__, parcel, [=](int found) { *value = found; });
+}
+
+int rpc_port_parcel_write_bool(rpc_port_parcel_h parcel, bool value) {
+  return write(__func__, parcel, value);
+}
+
+int rpc_port_parcel_read_bool(rpc_port_parcel_h parcel, bool *value) {
+  return read<bool>(__func__, parcel, [=](bool found) { *value = found; });
+}
+
+int rpc_port_parcel_write_array_count(rpc_port_parcel_h parcel, int count) {
+  return write(__func__, parcel, Count{count});
+}
+
+int rpc_port_parcel_read_array_count(rpc_port_parcel_h parcel, int *count) {
+  return read<Count>(__func__, parcel, [=](Count found) { *count = found.value; });
+}
 
 int rpc_port_parcel_write_string(rpc_port_parcel_h parcel, const char *text) {
   return write(__func__, parcel, text);

@@ -27,7 +27,6 @@
 /** An array count in a parcel; distinct from an int32. */
 struct Count {
   int value;
-  explicit operator int() const { return value; }
   bool operator==(const Count &other) const { return value == other.value; }
 };
 
@@ -69,8 +68,12 @@ struct ScriptedPlatform {
   void reset();
   /** Forgets the calls, the log and what was sent. */
   void forget();
-  /** Ends all failures and installs the service manager again. */
+  /** Ends all failures and installs only the service manager again. */
   void repair();
+  /** Adds a package, which may be given metadata. */
+  Package &install(const std::string &id, const std::string &version);
+  Package &service_manager() { return packages.front(); }
+  void uninstall_service_manager() { packages.erase(packages.begin()); }
   /** From now on the service answers each request on the main port with this result. */
   void answer(const ParcelValue &result);
 
@@ -82,7 +85,11 @@ struct ScriptedPlatform {
   /** Calls the subscribers of an event of the service manager; they may hear another name. */
   void emit(const std::string &suffix, const bundle_s &data, const char *name = nullptr);
 
-  std::string take_log() { return std::exchange(log, {}); }
+  Texts take_log() { return std::exchange(log, {}); }
+  /** How often a platform function was called. */
+  std::ptrdiff_t count(const std::string &function) const;
+  /** The lines of the log that contain a text. */
+  Texts log_of(const std::string &text) const;
 
   std::vector<Package> packages;
   std::optional<std::string> app_id, app_version, resource_path;
@@ -90,10 +97,11 @@ struct ScriptedPlatform {
   rpc_port_s main_port, callback_port;
   std::function<void()> on_send;      ///< called for each parcel that was sent
   std::function<void()> before_read;  ///< called once, before the next parcel is read from a port
+  std::function<void(const std::string &line)> on_log;  ///< called for each line that was logged
 
-  std::map<std::string, int> calls;  ///< how often each platform function was called
-  std::vector<Parcel> sent;          ///< on the main port
-  std::string log;  ///< lines "<level> <function>: <message>|"; level D, I, E, or P for the proxy's
+  Texts calls;  ///< the platform functions, dlog_print too, in the order of their calls
+  std::vector<Parcel> sent;  ///< on the main port
+  Texts log;  ///< lines "<level> <function>: <message>"; level D, I, E, or P for the proxy's
 
   std::list<rpc_port_proxy_h> proxies;
   std::list<event_handler_s> subscriptions;

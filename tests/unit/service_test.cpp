@@ -1,113 +1,209 @@
-#include <cstdlib>
-#include <tuple>
-
 #include "SvcMgrAppProxyHandler.h"
 #include "UpdateObserver.h"
 #include "library_test.h"
 
-using ::testing::ElementsAre;
-
 namespace {
 
-constexpr int kDisabled = SVCMGR_ERROR_QEL_DISABLED;
-constexpr int kBusy = SVCMGR_ERROR_UPDATE_IN_PROGRESS;
+constexpr const char *kDisabledMark = "SVCMGR_ERROR_QEL_DISABLED";
 
+/** A request that the service manager answers at once. */
 class ServiceTest : public LibraryTest {
  protected:
-  struct Function {
-    std::string name;
-    Parcel request;
-    int call(Handles &in, Others &out) const {
-      return find_call("korvane_svcmgr_" + name).call(in, out);
-    }
-  };
-  const Function kLevel{"get_agent_api_level", {2}};
-  const Function kLicense{"get_license_fulltext", {3}};
-  const Function kUpdate{"request_update", {4}};
-  const Function kListed{"request_update_with_list", {10, Count{1}, "agent.one", 1}};
-  Handles handles;
+  ServiceTest() { agents.add("agent.one"); }
+  ~ServiceTest() override { std::free(license); }
+
+  int ask_level(int answer) {
+    platform.answer(answer);
+    return korvane_svcmgr_get_agent_api_level(&level);
+  }
+  int ask_license(const std::string &answer) {
+    platform.answer(answer);
+    return korvane_svcmgr_get_license_fulltext(&license);
+  }
+  static int request_update(int answer) {
+    platform.answer(answer);
+    return korvane_svcmgr_request_update();
+  }
+  int request_update_with_list(int answer) {
+    platform.answer(answer);
+    return korvane_svcmgr_request_update_with_list(agents.get(), nullptr);
+  }
+  /** Expects that the handler's calls fail, each with its own value. */
+  void expect_all_fail(int code_with_list, const std::string &line,
+                       const std::string &line_with_list) {
+    auto &handler = SvcMgrAppProxyHandler::GetInstance();
+    platform.take_log();
+    EXPECT_EQ(-1, handler.get_agent_api_level());
+    EXPECT_EQ("", handler.get_license());
+    EXPECT_EQ(SVCMGR_ERROR_INVALID_OPERATION, handler.request_update());
+    EXPECT_EQ(code_with_list, handler.request_update_with_list(agents.get(), nullptr));
+    const Texts log = platform.take_log();
+    EXPECT_THAT(log, Contains("E get_agent_api_level: " + line));
+    EXPECT_THAT(log, Contains("E get_license: " + line));
+    EXPECT_THAT(log, Contains("E request_update: " + line));
+    EXPECT_THAT(log, Contains("E request_update_with_list: " + line_with_list));
+  }
+
+  AgentList agents;
+  int level = -77;
+  char *license = nullptr;
 };
 
-TEST_F(ServiceTest, Answers) {
+TEST_F(ServiceTest, AnyOtherAnswerIsALevel) {
   connect();
-  const std::string marker = "SVCMGR_ERROR_QEL_DISABLED", text(5000, 'x');
-  // What the service answers, the code, the line that is logged last, and what is handed out.
-  const std::tuple<const Function &, ParcelValue, int, std::string, std::string> rows[] = {
-      {kLevel, 0, 0, "agent level : 0", "0"},
-      {kLevel, -38, 0, "agent level : -38", "-38"},
-      {kLevel, -1, SVCMGR_ERROR_INVALID_API_LEVEL, "invalid api level", ""},
-      {kLevel, kDisabled, kDisabled, "QEL is disabled", ""},
-      {kLicense, text, 0, "agent license : " + text, text},
-      {kLicense, "", 0, "can't get agent license", ""},
-      {kLicense, marker, kDisabled, "QEL is disabled", ""},
-      {kLicense, marker + " ", 0, "agent license : " + marker + " ", marker + " "},
-      {kUpdate, 0, 0, "", ""},
-      {kUpdate, kDisabled, kDisabled, "QEL is disabled", ""},
-      {kUpdate, -13, -13, "Permission denied", ""},
-      {kUpdate, kBusy, -107, "Failed to invoke_request_update. err = -1073741831", ""},
-      {kListed, 0, 0, "", ""},
-      {kListed, -13, -13, "Permission denied", ""},
-      {kListed, kBusy, kBusy, "Service Manager is progressing updates", ""},
-      {kListed, kDisabled, kDisabled, "QEL is disabled", ""},
-      {kListed, 5, -107, "Failed to invoke_request_update. err = 5", ""}};
-  for (const auto &[function, reply, code, line, handed_out] : rows) {
-    platform.forget();
+  for (const int answer : {0, 11, -38}) {
+    EXPECT_EQ(SVCMGR_ERROR_NONE, ask_level(answer));
+    EXPECT_EQ(answer, level);
+  }
+  expect_logged({"D korvane_svcmgr_get_agent_api_level: agent level : -38"});
+  EXPECT_EQ(Parcel{2}, platform.sent.back());
+}
+
+TEST_F(ServiceTest, ALevelOfMinusOneIsInvalid) {
+  connect();
+  EXPECT_EQ(SVCMGR_ERROR_INVALID_API_LEVEL, ask_level(-1));
+  expect_logged({"I korvane_svcmgr_get_agent_api_level: invalid api level"});
+  EXPECT_EQ(-77, level);
+}
+
+TEST_F(ServiceTest, AnAnswerWithoutANumberIsNoLevel) {
+  connect();
+  platform.on_send = [] { platform.main_port.incoming = {{0}}; };
+  EXPECT_EQ(SVCMGR_ERROR_INVALID_API_LEVEL, korvane_svcmgr_get_agent_api_level(&level));
+  EXPECT_EQ(SVCMGR_ERROR_NOT_CONNECTED, korvane_svcmgr_request_update());
+}
+
+TEST_F(ServiceTest, ADisabledSchemeIsNoLevel) {
+  connect();
+  EXPECT_EQ(SVCMGR_ERROR_QEL_DISABLED, ask_level(SVCMGR_ERROR_QEL_DISABLED));
+  expect_logged({"I korvane_svcmgr_get_agent_api_level: QEL is disabled"});
+  EXPECT_EQ(-77, level);
+}
+
+TEST_F(ServiceTest, ALicenceIsHandedOutWhole) {
+  connect();
+  const std::string text(5000, 'x');
+  EXPECT_EQ(SVCMGR_ERROR_NONE, ask_license(text));
+  EXPECT_EQ(text, license);
+  expect_logged({"D korvane_svcmgr_get_license_fulltext: agent license : " + text});
+  EXPECT_EQ(Parcel{3}, platform.sent.back());
+}
+
+TEST_F(ServiceTest, AnEmptyLicenceIsNotWritten) {
+  connect();
+  EXPECT_EQ(SVCMGR_ERROR_NONE, ask_license(""));
+  expect_logged({"I korvane_svcmgr_get_license_fulltext: can't get agent license"});
+  EXPECT_EQ(nullptr, license);
+}
+
+TEST_F(ServiceTest, TheMarkOfADisabledSchemeIsNoLicence) {
+  connect();
+  EXPECT_EQ(SVCMGR_ERROR_QEL_DISABLED, ask_license(kDisabledMark));
+  expect_logged({"I korvane_svcmgr_get_license_fulltext: QEL is disabled"});
+  EXPECT_EQ(nullptr, license);
+}
+
+TEST_F(ServiceTest, ALicenceMayBeginWithThatMark) {
+  connect();
+  EXPECT_EQ(SVCMGR_ERROR_NONE, ask_license(std::string(kDisabledMark) + " "));
+  EXPECT_EQ(std::string(kDisabledMark) + " ", license);
+}
+
+TEST_F(ServiceTest, AnswersToAnUpdateRequestAreCodes) {
+  connect();
+  EXPECT_EQ(SVCMGR_ERROR_NONE, request_update(0));
+  EXPECT_EQ(Parcel{4}, platform.sent.back());
+  EXPECT_EQ(SVCMGR_ERROR_QEL_DISABLED, request_update(SVCMGR_ERROR_QEL_DISABLED));
+  EXPECT_EQ(SVCMGR_ERROR_PERMISSION_DENIED, request_update(SVCMGR_ERROR_PERMISSION_DENIED));
+  EXPECT_EQ(SVCMGR_ERROR_NOT_CONNECTED, request_update(SVCMGR_ERROR_UPDATE_IN_PROGRESS));
+  EXPECT_EQ(SVCMGR_ERROR_NOT_CONNECTED, request_update(5));
+  const std::string begin = "I korvane_svcmgr_request_update: ";
+  EXPECT_THAT(
+      platform.take_log(),
+      ::testing::IsSupersetOf({begin + "QEL is disabled", begin + "Permission denied",
+                               begin + "Failed to invoke_request_update. err = -1073741831"}));
+}
+
+TEST_F(ServiceTest, AnswersToAnUpdateRequestWithAListAreCodes) {
+  connect();
+  EXPECT_EQ(SVCMGR_ERROR_NONE, request_update_with_list(0));
+  EXPECT_EQ(SVCMGR_ERROR_QEL_DISABLED, request_update_with_list(SVCMGR_ERROR_QEL_DISABLED));
+  EXPECT_EQ(SVCMGR_ERROR_PERMISSION_DENIED,
+            request_update_with_list(SVCMGR_ERROR_PERMISSION_DENIED));
+  EXPECT_EQ(SVCMGR_ERROR_UPDATE_IN_PROGRESS,
+            request_update_with_list(SVCMGR_ERROR_UPDATE_IN_PROGRESS));
+  EXPECT_EQ(SVCMGR_ERROR_NOT_CONNECTED, request_update_with_list(5));
+  const std::string begin = "I korvane_svcmgr_request_update_with_list: ";
+  expect_logged({begin + "QEL is disabled", begin + "Permission denied",
+                 begin + "Service Manager is progressing updates",
+                 begin + "Failed to invoke_request_update. err = 5"});
+}
+
+TEST_F(ServiceTest, AListIsSentInItsOrder) {
+  connect();
+  for (const char *name : {"", "b", "b"}) agents.add(name);
+  EXPECT_EQ(SVCMGR_ERROR_NONE, request_update_with_list(0));
+  EXPECT_EQ((Parcel{10, Count{4}, "agent.one", "", "b", "b", 4}), platform.sent.back());
+  expect_logged({"D request_update_with_list: RequestInstall",
+                 "D request_update_with_list: [agent.one]", "D request_update_with_list: []"});
+}
+
+TEST_F(ServiceTest, AnEmptyListIsSent) {
+  connect();
+  agents = AgentList();
+  EXPECT_EQ(SVCMGR_ERROR_NONE, request_update_with_list(0));
+  EXPECT_EQ((Parcel{10, Count{0}, 0}), platform.sent.back());
+}
+
+TEST_F(ServiceTest, TheSecondArgumentOfARequestWithAListIsNotLookedAt) {
+  connect();
+  platform.answer(0);
+  int anything = 7;
+  EXPECT_EQ(SVCMGR_ERROR_NONE, korvane_svcmgr_request_update_with_list(agents.get(), &anything));
+  EXPECT_EQ((Parcel{10, Count{1}, "agent.one", 1}), platform.sent.back());
+}
+
+TEST_F(ServiceTest, AnUpdateCountsAsRequestedBeforeItsAnswer) {
+  connect();
+  const std::function<void()> requests[] = {[] { korvane_svcmgr_request_update(); },
+                                            [this] { request_update_with_list(0); }};
+  for (const auto &request : requests) {
     UpdateObserver().FinishUpdate();
-    bool idle_when_sent = false;
-    platform.on_send = [&, reply = reply] {
-      idle_when_sent = UpdateObserver().IsIdle();
-      platform.main_port.incoming = {{0, reply}};
-    };
-    Others out;
-    EXPECT_EQ(code, function.call(handles, out)) << function.name;
-    EXPECT_LOG_HAS(line.empty() ? "" : function.name + ": " + line + "|");
-    const std::string given = Others::is_unset(out.text) ? std::to_string(out.number) : out.text;
-    EXPECT_TRUE(handed_out.empty() ? out.untouched() : given == handed_out) << given;
-    EXPECT_THAT(platform.sent, ElementsAre(function.request));
-    const bool asks_only = &function == &kLevel || &function == &kLicense;
-    EXPECT_EQ(asks_only, idle_when_sent) << "an update counts as requested before its answer";
+    platform.before_read = [] { EXPECT_FALSE(UpdateObserver().IsIdle()); };
+    request();
+    EXPECT_EQ(nullptr, platform.before_read);
   }
 }
 
-TEST_F(ServiceTest, ListsOfAgents) {
+TEST_F(ServiceTest, QuestionsAreNoRequests) {
   connect();
-  platform.answer(0);
-  for (const char *name : {"", "b", "b"}) handles.agents.add(name);
-  EXPECT_EQ(0, korvane_svcmgr_request_update_with_list(handles.agents.get(), nullptr));
-  EXPECT_LOG_HAS("|D request_update_with_list: [agent.one]|D request_update_with_list: []|");
-  EXPECT_EQ(0, korvane_svcmgr_request_update_with_list(AgentList().get(), nullptr));
-  EXPECT_THAT(platform.sent, ElementsAre(Parcel{10, Count{4}, "agent.one", "", "b", "b", 4},
-                                         Parcel{10, Count{0}, 0}));
+  ask_level(11);
+  ask_license("a licence");
+  EXPECT_TRUE(UpdateObserver().IsIdle());
 }
 
-TEST_F(ServiceTest, Failures) {
-  auto &handler = SvcMgrAppProxyHandler::GetInstance();
-  const auto all_fail = [&](int code_with_list, const std::string &line) {
-    EXPECT_EQ(-1, handler.get_agent_api_level());
-    EXPECT_EQ("", handler.get_license());
-    EXPECT_EQ(-38, handler.request_update());
-    EXPECT_EQ(code_with_list, handler.request_update_with_list(handles.agents.get(), nullptr));
-    EXPECT_LOG_HAS(line);
-  };
-  all_fail(-107, "|E request_update: Not connected|");
-  EXPECT_TRUE(UpdateObserver().IsIdle()) << "nothing was requested";
+TEST_F(ServiceTest, WithoutAPortNothingIsRequested) {
+  expect_all_fail(SVCMGR_ERROR_NOT_CONNECTED, "Not connected", "Not connected");
+  EXPECT_TRUE(UpdateObserver().IsIdle());
+}
+
+TEST_F(ServiceTest, APortWithoutAConnectionFails) {
   start_connecting();
-  Others out;
-  EXPECT_EQ(-107, kLicense.call(handles, out)) << "not connected yet";
-  EXPECT_LOG_HAS("|I korvane_svcmgr_get_license_fulltext: not initialized|");
-  all_fail(-38, "P request_update: Not connected|E request_update: PROXY EXCEPTION!!!|");
+  expect_all_fail(SVCMGR_ERROR_INVALID_OPERATION, "PROXY EXCEPTION!!!", "Unknown Exception");
   EXPECT_FALSE(UpdateObserver().IsIdle());
-  platform.report_connected();
-  all_fail(-38, "P request_update: Invalid protocol|E request_update: PROXY EXCEPTION!!!|");
-  platform.on_send = [] { platform.main_port.incoming = {{0}}; };
-  EXPECT_EQ(SVCMGR_ERROR_INVALID_API_LEVEL, kLevel.call(handles, out))
-      << "an answer without a number";
-  EXPECT_EQ(-107, kUpdate.call(handles, out));
-  EXPECT_TRUE(out.untouched());
-  for (const std::string function : {"rpc_port_parcel_send", "rpc_port_parcel_create"}) {
-    platform.failures[function] = -9;
-    all_fail(-38, "|E request_update_with_list: Unknown Exception|");
-    platform.repair();
+}
+
+TEST_F(ServiceTest, AMissingAnswerIsAFailure) {
+  connect();
+  expect_all_fail(SVCMGR_ERROR_INVALID_OPERATION, "PROXY EXCEPTION!!!", "Unknown Exception");
+}
+
+TEST_F(ServiceTest, ARequestThatCannotBeMadeOrSentIsAFailure) {
+  for (const char *function : {"rpc_port_parcel_create", "rpc_port_parcel_send"}) {
+    connect();
+    platform.failures[function] = -EIO;
+    expect_all_fail(SVCMGR_ERROR_INVALID_OPERATION, "PROXY EXCEPTION!!!", "Unknown Exception");
+    LibraryTest::TearDown();
   }
 }
 
