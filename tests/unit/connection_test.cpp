@@ -39,6 +39,11 @@ class ConnectionTest : public LibraryTest {
   }
 };
 
+class ConnectedTest : public ConnectionTest {
+ protected:
+  ConnectedTest() { connect(); }
+};
+
 // Connecting and disconnecting.
 
 TEST_F(ConnectionTest, TheOutcomeIsReportedLater) {
@@ -73,8 +78,7 @@ TEST_F(ConnectionTest, AConnectWhileConnectingReplacesTheCallback) {
   EXPECT_EQ(1, connections_started());
 }
 
-TEST_F(ConnectionTest, AConnectWhileConnectedIsRefused) {
-  connect();
+TEST_F(ConnectedTest, AConnectWhileConnectedIsRefused) {
   EXPECT_EQ(SVCMGR_ERROR_ALREADY_CONNECTED, korvane_svcmgr_connect(ignore_connection, nullptr));
   expect_logged({"E korvane_svcmgr_connect: already connected\n"});
   lose_connection();
@@ -82,8 +86,7 @@ TEST_F(ConnectionTest, AConnectWhileConnectedIsRefused) {
   EXPECT_EQ(0, connections_started());
 }
 
-TEST_F(ConnectionTest, AConnectAfterALossReplacesOnlyTheCallback) {
-  connect();
+TEST_F(ConnectedTest, AConnectAfterALossReplacesOnlyTheCallback) {
   lose_connection();
   EXPECT_EQ(SVCMGR_ERROR_NONE, korvane_svcmgr_connect(ignore_connection, nullptr));
   EXPECT_EQ(0, connections_started());
@@ -92,8 +95,7 @@ TEST_F(ConnectionTest, AConnectAfterALossReplacesOnlyTheCallback) {
   EXPECT_THAT(connection_states, ElementsAre(kLost));
 }
 
-TEST_F(ConnectionTest, ARejectionEndsTheConnectionAndKeepsThePort) {
-  connect();
+TEST_F(ConnectedTest, ARejectionEndsTheConnectionAndKeepsThePort) {
   reject_connection();
   EXPECT_THAT(connection_states, ElementsAre(kRejected));
   EXPECT_FALSE(is_connected());
@@ -111,15 +113,13 @@ TEST_F(ConnectionTest, ADisconnectWhileConnectingChangesNothing) {
   EXPECT_TRUE(has_port());
 }
 
-TEST_F(ConnectionTest, ADisconnectIsNotReported) {
-  connect();
+TEST_F(ConnectedTest, ADisconnectIsNotReported) {
   EXPECT_EQ(SVCMGR_ERROR_NONE, korvane_svcmgr_disconnect());
   EXPECT_FALSE(is_connected() || has_port() || is_watching());
   EXPECT_THAT(connection_states, IsEmpty());
 }
 
-TEST_F(ConnectionTest, AConnectAfterADisconnectMakesANewConnection) {
-  connect();
+TEST_F(ConnectedTest, AConnectAfterADisconnectMakesANewConnection) {
   korvane_svcmgr_disconnect();
   start_connecting();
   establish_connection();
@@ -134,8 +134,7 @@ TEST_F(ConnectionTest, ACallbackMayDisconnect) {
   EXPECT_FALSE(is_connected() || has_port() || is_watching());
 }
 
-TEST_F(ConnectionTest, ACallbackMayReplaceItself) {
-  connect();
+TEST_F(ConnectedTest, ACallbackMayReplaceItself) {
   reaction = [] { korvane_svcmgr_connect(ignore_connection, nullptr); };
   restart_service_manager();
   EXPECT_THAT(connection_states, ElementsAre(kLost));
@@ -188,47 +187,41 @@ TEST_F(ConnectionTest, AnyOtherFailureToConnectIsOnlyLogged) {
 
 // The service manager restarts.
 
-TEST_F(ConnectionTest, ARestartIsReportedAsLossAndConnection) {
-  connect();
+TEST_F(ConnectedTest, ARestartIsReportedAsLossAndConnection) {
   restart_service_manager();
   EXPECT_THAT(connection_states, ElementsAre(kLost, kConnected));
   EXPECT_TRUE(is_connected() && is_watching());
   EXPECT_TRUE(UpdateObserver().IsIdle());
 }
 
-TEST_F(ConnectionTest, ALaunchWhileConnectedIsIgnored) {
-  connect();
+TEST_F(ConnectedTest, ALaunchWhileConnectedIsIgnored) {
   announce_launch();
   EXPECT_TRUE(is_connected());
   EXPECT_EQ(0, connections_started());
 }
 
-TEST_F(ConnectionTest, ALaunchAfterADisconnectIsIgnored) {
-  connect();
+TEST_F(ConnectedTest, ALaunchAfterADisconnectIsIgnored) {
   platform.failures["event_remove_event_handler"] = -EIO;
   korvane_svcmgr_disconnect();
   announce_launch();
   EXPECT_FALSE(has_port());
 }
 
-TEST_F(ConnectionTest, AFailedReconnectionGivesUp) {
-  connect();
+TEST_F(ConnectedTest, AFailedReconnectionGivesUp) {
   lose_connection();
   platform.failures["rpc_port_proxy_connect"] = -EIO;
   announce_launch();
   EXPECT_FALSE(has_port() || is_watching());
 }
 
-TEST_F(ConnectionTest, ALaunchThatIsNoTextIsIgnored) {
-  connect();
+TEST_F(ConnectedTest, ALaunchThatIsNoTextIsIgnored) {
   lose_connection();
   platform.emit(".agent_status", {{"Update", Bytes{1}}, {"Launch", Bytes{1}}});
   EXPECT_EQ(0, connections_started());
   EXPECT_TRUE(UpdateObserver().IsIdle());
 }
 
-TEST_F(ConnectionTest, AnEventOfAnotherNameIsIgnored) {
-  connect();
+TEST_F(ConnectedTest, AnEventOfAnotherNameIsIgnored) {
   platform.emit(".agent_status", {{"Update", "announced"}}, "event.other");
   EXPECT_TRUE(UpdateObserver().IsIdle());
 }
@@ -246,47 +239,41 @@ TEST_F(ConnectionTest, ARefusedSubscriptionIsTriedAgainWithTheNextConnection) {
 
 // The service manager is updated.
 
-TEST_F(ConnectionTest, AnAnnouncedUpdateIsNotReported) {
-  connect();
+TEST_F(ConnectedTest, AnAnnouncedUpdateIsNotReported) {
   update_service_manager();
   EXPECT_THAT(connection_states, IsEmpty());
   EXPECT_TRUE(is_connected() && is_watching());
   EXPECT_TRUE(UpdateObserver().IsBeingUpdated());
 }
 
-TEST_F(ConnectionTest, AnAnnouncedUpdateIsLogged) {
-  connect();
+TEST_F(ConnectedTest, AnAnnouncedUpdateIsLogged) {
   announce_update();
   expect_logged(
       {"I PrepareSvcmgrUpdate: The connection to the proxy will be disconnected "
        "soonas the service-manager is updated."});
 }
 
-TEST_F(ConnectionTest, AnAnnouncementCountsBeforeALaunchInTheSameEvent) {
-  connect();
+TEST_F(ConnectedTest, AnAnnouncementCountsBeforeALaunchInTheSameEvent) {
   lose_connection();
   platform.emit(".agent_status", {{"Update", "announced"}, {"Launch", "announced"}});
   EXPECT_EQ(0, connections_started());
   EXPECT_TRUE(UpdateObserver().IsSvcmgrUpdatePrepared());
 }
 
-TEST_F(ConnectionTest, DuringAnUpdateTheLibraryIsNotConnected) {
-  connect();
+TEST_F(ConnectedTest, DuringAnUpdateTheLibraryIsNotConnected) {
   announce_update();
   lose_connection();
   EXPECT_EQ(SVCMGR_ERROR_NOT_CONNECTED, korvane_svcmgr_request_update());
   EXPECT_TRUE(UpdateObserver().IsBeingUpdated());
 }
 
-TEST_F(ConnectionTest, ALossAfterTheUpdateIsReported) {
-  connect();
+TEST_F(ConnectedTest, ALossAfterTheUpdateIsReported) {
   update_service_manager();
   lose_connection();
   EXPECT_THAT(connection_states, ElementsAre(kLost));
 }
 
-TEST_F(ConnectionTest, ARejectedReconnectionIsNotTriedAgain) {
-  connect();
+TEST_F(ConnectedTest, ARejectedReconnectionIsNotTriedAgain) {
   announce_update();
   lose_connection();
   announce_launch();
@@ -297,8 +284,7 @@ TEST_F(ConnectionTest, ARejectedReconnectionIsNotTriedAgain) {
   EXPECT_TRUE(UpdateObserver().IsReconnectingAfterSvcmgrUpdate());
 }
 
-TEST_F(ConnectionTest, AnUpdateAnnouncedAfterTheLossIsReported) {
-  connect();
+TEST_F(ConnectedTest, AnUpdateAnnouncedAfterTheLossIsReported) {
   lose_connection();
   announce_update();
   announce_launch();
@@ -307,8 +293,7 @@ TEST_F(ConnectionTest, AnUpdateAnnouncedAfterTheLossIsReported) {
   EXPECT_TRUE(UpdateObserver().IsSvcmgrUpdatePrepared());
 }
 
-TEST_F(ConnectionTest, AnAnnouncedUpdateOutlivesADisconnect) {
-  connect();
+TEST_F(ConnectedTest, AnAnnouncedUpdateOutlivesADisconnect) {
   announce_update();
   korvane_svcmgr_disconnect();
   start_connecting();
@@ -317,38 +302,33 @@ TEST_F(ConnectionTest, AnAnnouncedUpdateOutlivesADisconnect) {
   EXPECT_TRUE(UpdateObserver().IsSvcmgrUpdatePrepared());
 }
 
-TEST_F(ConnectionTest, AnUpdateOfAgentsIsNoUpdateOfTheServiceManager) {
-  connect();
+TEST_F(ConnectedTest, AnUpdateOfAgentsIsNoUpdateOfTheServiceManager) {
   UpdateObserver().StartUpdate();
   restart_service_manager();
   EXPECT_THAT(connection_states, ElementsAre(kLost, kConnected));
   EXPECT_TRUE(UpdateObserver().IsBeingUpdated());
 }
 
-TEST_F(ConnectionTest, AnAnnouncementCountsDuringAnUpdateOfAgents) {
-  connect();
+TEST_F(ConnectedTest, AnAnnouncementCountsDuringAnUpdateOfAgents) {
   UpdateObserver().StartUpdate();
   announce_update();
   EXPECT_TRUE(UpdateObserver().IsSvcmgrUpdatePrepared());
 }
 
-TEST_F(ConnectionTest, ARequestEndsAnAnnouncement) {
-  connect();
+TEST_F(ConnectedTest, ARequestEndsAnAnnouncement) {
   announce_update();
   request_update();
   lose_connection();
   EXPECT_THAT(connection_states, ElementsAre(kLost));
 }
 
-TEST_F(ConnectionTest, ARequestEndsAnUpdateOfAgents) {
-  connect();
+TEST_F(ConnectedTest, ARequestEndsAnUpdateOfAgents) {
   UpdateObserver().StartUpdate();
   request_update();
   EXPECT_FALSE(UpdateObserver().IsBeingUpdated() || UpdateObserver().IsIdle());
 }
 
-TEST_F(ConnectionTest, AfterAnUpdateARequestLetsARestartBeReportedAgain) {
-  connect();
+TEST_F(ConnectedTest, AfterAnUpdateARequestLetsARestartBeReportedAgain) {
   update_service_manager();
   request_update();
   restart_service_manager();
@@ -369,8 +349,7 @@ TEST_F(ConnectionTest, AfterAnUpdateAStartOrEndLetsARestartBeReportedAgain) {
               ElementsAre(SVCMGR_UPDATE_STATUS_STARTED, SVCMGR_UPDATE_STATUS_COMPLETED));
 }
 
-TEST_F(ConnectionTest, ASecondUpdateIsNotReportedEither) {
-  connect();
+TEST_F(ConnectedTest, ASecondUpdateIsNotReportedEither) {
   update_service_manager();
   update_service_manager();
   EXPECT_THAT(connection_states, IsEmpty());

@@ -27,17 +27,14 @@ Bytes bytes_of(std::int32_t code) {
 
 class UpdateStatusTest : public LibraryTest {
  protected:
+  UpdateStatusTest() { listen(); }
   void listen() {
     EXPECT_EQ(SVCMGR_ERROR_NONE, korvane_svcmgr_set_update_status_cb(on_update_status, this));
-  }
-  void request_and_listen() {
-    UpdateObserver().RequestUpdate();
-    listen();
   }
   static void report(const bundle_s &event) { platform.emit(kUpdateStatus, event); }
   /** The status that a requested update ends with. */
   korvane_svcmgr_update_status_e end_of_update(const bundle_s &event) {
-    request_and_listen();
+    UpdateObserver().RequestUpdate();
     report(event);
     return update_statuses.back();
   }
@@ -51,21 +48,19 @@ class UpdateStatusTest : public LibraryTest {
 };
 
 TEST_F(UpdateStatusTest, AStartIsReportedInAnyState) {
-  listen();
   start_update();
   start_update();
   EXPECT_THAT(update_statuses, ElementsAre(kStarted, kStarted));
 }
 
 TEST_F(UpdateStatusTest, AnEndIsReportedOnce) {
-  request_and_listen();
+  UpdateObserver().RequestUpdate();
   complete_update();
   complete_update();
   EXPECT_THAT(update_statuses, ElementsAre(kCompleted));
 }
 
 TEST_F(UpdateStatusTest, AnEndWithoutAKnownUpdateIsNotReported) {
-  listen();
   complete_update();
   report({{kOwnId, bytes_of(0)}});
   report({{"Fail", bytes_of(1)}});
@@ -74,7 +69,6 @@ TEST_F(UpdateStatusTest, AnEndWithoutAKnownUpdateIsNotReported) {
 
 TEST_F(UpdateStatusTest, AnUpdateIsUnderWayFromItsStartToItsEnd) {
   connect();
-  listen();
   EXPECT_FALSE(is_being_updated());
   reaction = [] { EXPECT_TRUE(is_being_updated()); };
   start_update();
@@ -95,7 +89,6 @@ TEST_F(UpdateStatusTest, AnUpdateOutlivesTheConnection) {
   connect();
   start_update();
   listen();
-  start_update();
   korvane_svcmgr_disconnect();
   connect();
   EXPECT_TRUE(is_being_updated());
@@ -128,7 +121,7 @@ TEST_F(UpdateStatusTest, AResultWithTooFewBytesIsAFailure) {
 }
 
 TEST_F(UpdateStatusTest, AStartCountsBeforeAllOtherKeys) {
-  request_and_listen();
+  UpdateObserver().RequestUpdate();
   report({{"Start", Texts{"a"}}, {kOwnId, bytes_of(0)}, {"Complete", "x"}, {"Fail", bytes_of(1)}});
   EXPECT_THAT(update_statuses, ElementsAre(kStarted));
   EXPECT_TRUE(UpdateObserver().IsBeingUpdated());
@@ -144,7 +137,7 @@ TEST_F(UpdateStatusTest, ACompletionCountsBeforeAFailure) {
 }
 
 TEST_F(UpdateStatusTest, ValuesOfOtherTypesAreNotThere) {
-  request_and_listen();
+  UpdateObserver().RequestUpdate();
   report({{"Start", "x"}, {kOwnId, "x"}, {"Complete", Texts{"x"}}, {"Fail", "x"}});
   EXPECT_THAT(update_statuses, IsEmpty());
   EXPECT_FALSE(UpdateObserver().IsIdle());
@@ -157,21 +150,21 @@ TEST_F(UpdateStatusTest, AnApplicationWithoutIdStillLearnsOfTheEnd) {
 }
 
 TEST_F(UpdateStatusTest, AnEventOfAnotherNameIsIgnored) {
-  listen();
   platform.emit(kUpdateStatus, {{"Start", Texts{}}}, "event.other");
   UpdateStatusEventHandler::UpdateEventCallback(nullptr, nullptr, nullptr);
   EXPECT_THAT(update_statuses, IsEmpty());
 }
 
 TEST_F(UpdateStatusTest, AnExceptionOfTheApplicationEndsUpInTheLog) {
-  listen();
   reaction = [] { throw "an exception of the application"; };
   start_update();
   expect_logged({"E UpdateEventCallback: Event was not handled: unknown exception"});
 }
 
 TEST_F(UpdateStatusTest, ASecondCallbackReplacesTheFirst) {
-  korvane_svcmgr_set_update_status_cb(ignore_update_status, &platform);
+  korvane_svcmgr_set_update_status_cb(ignore_update_status, nullptr);
+  start_update();
+  EXPECT_THAT(update_statuses, IsEmpty());
   listen();
   start_update();
   EXPECT_THAT(update_statuses, ElementsAre(kStarted));
@@ -179,13 +172,13 @@ TEST_F(UpdateStatusTest, ASecondCallbackReplacesTheFirst) {
 }
 
 TEST_F(UpdateStatusTest, ANullCallbackLeavesTheRegisteredOne) {
-  listen();
   EXPECT_EQ(SVCMGR_ERROR_INVALID_PARAMETER, korvane_svcmgr_set_update_status_cb(nullptr, nullptr));
   start_update();
   EXPECT_THAT(update_statuses, ElementsAre(kStarted));
 }
 
 TEST_F(UpdateStatusTest, ARefusedSubscriptionIsLoggedAndTriedAgainByTheNextSet) {
+  korvane_svcmgr_unset_update_status_cb();
   platform.failures["event_add_event_handler"] = -EIO;
   listen();
   expect_logged(
@@ -199,7 +192,6 @@ TEST_F(UpdateStatusTest, ARefusedSubscriptionIsLoggedAndTriedAgainByTheNextSet) 
 }
 
 TEST_F(UpdateStatusTest, ARefusedRemovalIsNotTriedAgain) {
-  listen();
   platform.failures["event_remove_event_handler"] = -EIO;
   EXPECT_EQ(SVCMGR_ERROR_NONE, korvane_svcmgr_unset_update_status_cb());
   EXPECT_EQ(SVCMGR_ERROR_NONE, korvane_svcmgr_unset_update_status_cb());
@@ -207,7 +199,6 @@ TEST_F(UpdateStatusTest, ARefusedRemovalIsNotTriedAgain) {
 }
 
 TEST_F(UpdateStatusTest, WithoutACallbackTheStateIsStillFollowed) {
-  listen();
   platform.failures["event_remove_event_handler"] = -EIO;
   korvane_svcmgr_unset_update_status_cb();
   start_update();
@@ -218,7 +209,6 @@ TEST_F(UpdateStatusTest, WithoutACallbackTheStateIsStillFollowed) {
 }
 
 TEST_F(UpdateStatusTest, UnsettingTheCallbackUnsubscribesAndKeepsTheState) {
-  listen();
   start_update();
   korvane_svcmgr_unset_update_status_cb();
   EXPECT_THAT(platform.subscriptions, IsEmpty());
@@ -230,6 +220,7 @@ class ModelStatusTest : public LibraryTest {
   void listen() {
     EXPECT_EQ(SVCMGR_ERROR_NONE, korvane_svcmgr_ai_register_status_cb(on_model_status, this));
   }
+  ModelStatusTest() { listen(); }
   static void report(const bundle_s &event) { platform.emit(kModelStatus, event); }
   /** Leaves a subscription without a callback. */
   void deregister_in_vain() {
@@ -239,7 +230,6 @@ class ModelStatusTest : public LibraryTest {
 };
 
 TEST_F(ModelStatusTest, EachStateIsReportedAndLogged) {
-  listen();
   report({{"START", "x"}});
   report({{"COMPLETED", "x"}});
   report({{"FAILED", "x"}});
@@ -251,28 +241,24 @@ TEST_F(ModelStatusTest, EachStateIsReportedAndLogged) {
 }
 
 TEST_F(ModelStatusTest, AStartCountsBeforeAnEndAndACompletionBeforeAFailure) {
-  listen();
   report({{"START", "x"}, {"COMPLETED", "x"}});
   report({{"COMPLETED", "x"}, {"FAILED", "x"}});
   EXPECT_THAT(model_states, ElementsAre(SVCMGR_AI_STATE_START, SVCMGR_AI_STATE_COMPLETED));
 }
 
 TEST_F(ModelStatusTest, AnEventWithoutAKnownTextIsOnlyLogged) {
-  listen();
   report({{"Start", "x"}, {"START", Bytes{1}}});
   EXPECT_THAT(model_states, IsEmpty());
   expect_logged({"E ModelEventCallback: Received Unknown State"});
 }
 
 TEST_F(ModelStatusTest, AnEventOfAnotherNameIsOnlyLogged) {
-  listen();
   platform.emit(kModelStatus, {{"START", "x"}}, "event.other");
   EXPECT_THAT(model_states, IsEmpty());
   expect_logged({"E ModelEventCallback: Received Unknown Event"});
 }
 
 TEST_F(ModelStatusTest, AnEventWithoutNameOrPayloadIsOnlyLogged) {
-  listen();
   bundle_s event = {{"START", "x"}};
   ModelUpdateEventHandler::ModelEventCallback(nullptr, &event, nullptr);
   ModelUpdateEventHandler::ModelEventCallback("event.other", nullptr, nullptr);
@@ -282,24 +268,23 @@ TEST_F(ModelStatusTest, AnEventWithoutNameOrPayloadIsOnlyLogged) {
 }
 
 TEST_F(ModelStatusTest, ASecondCallbackReplacesTheFirst) {
-  korvane_svcmgr_ai_register_status_cb(ignore_model_status, &platform);
-  listen();
-  report({{"START", "x"}});
-  EXPECT_THAT(model_states, ElementsAre(SVCMGR_AI_STATE_START));
   korvane_svcmgr_ai_register_status_cb(ignore_model_status, nullptr);
+  report({{"START", "x"}});
+  EXPECT_THAT(model_states, IsEmpty());
+  listen();
   report({{"START", "x"}});
   EXPECT_THAT(model_states, ElementsAre(SVCMGR_AI_STATE_START));
   EXPECT_EQ(1, platform.count("event_add_event_handler"));
 }
 
 TEST_F(ModelStatusTest, ANullCallbackLeavesTheRegisteredOne) {
-  listen();
   EXPECT_EQ(SVCMGR_ERROR_INVALID_PARAMETER, korvane_svcmgr_ai_register_status_cb(nullptr, nullptr));
   report({{"START", "x"}});
   EXPECT_THAT(model_states, ElementsAre(SVCMGR_AI_STATE_START));
 }
 
 TEST_F(ModelStatusTest, ARefusedSubscriptionIsTriedAgainByTheNextRegistration) {
+  korvane_svcmgr_ai_deregister_status_cb();
   platform.failures["event_add_event_handler"] = -EIO;
   listen();
   expect_logged({"E SetEventCallback: Failed to register event"});
@@ -314,14 +299,12 @@ TEST_F(ModelStatusTest, DeregisteringWithoutARegistrationSucceeds) {
 }
 
 TEST_F(ModelStatusTest, ARefusedRemovalIsReportedAndCountsAsDone) {
-  listen();
   deregister_in_vain();
   expect_logged({"E korvane_svcmgr_ai_deregister_status_cb: UnsetEventCallback Error"});
   EXPECT_EQ(SVCMGR_ERROR_NONE, korvane_svcmgr_ai_deregister_status_cb());
 }
 
 TEST_F(ModelStatusTest, WithoutACallbackAnyEventIsLoggedAsSuch) {
-  listen();
   deregister_in_vain();
   platform.take_log();
   platform.emit(kModelStatus, {{"START", "x"}}, "event.other");
@@ -331,7 +314,6 @@ TEST_F(ModelStatusTest, WithoutACallbackAnyEventIsLoggedAsSuch) {
 
 TEST_F(ModelStatusTest, AStatusIsReportedWithoutAConnection) {
   connect();
-  listen();
   korvane_svcmgr_disconnect();
   report({{"START", "x"}});
   EXPECT_THAT(model_states, ElementsAre(SVCMGR_AI_STATE_START));

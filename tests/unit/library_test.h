@@ -58,10 +58,16 @@ class LibraryTest : public ::testing::Test {
   static void on_model_status(int result, korvane_svcmgr_ai_state_e state, void *test);
   static void on_models(int result, korvane_svcmgr_ai_model_list_h list, void *test);
   static void on_progress(int result, korvane_svcmgr_ai_progress_h progress, void *test);
-  // These do nothing.
-  static void ignore_connection(int, korvane_svcmgr_connection_state_e, void *) {}
-  static void ignore_update_status(korvane_svcmgr_update_status_e, void *) {}
-  static void ignore_model_status(int, korvane_svcmgr_ai_state_e, void *) {}
+  // These take null as user data, and do nothing.
+  static void ignore_connection(int, korvane_svcmgr_connection_state_e, void *none) {
+    EXPECT_EQ(nullptr, none);
+  }
+  static void ignore_update_status(korvane_svcmgr_update_status_e, void *none) {
+    EXPECT_EQ(nullptr, none);
+  }
+  static void ignore_model_status(int, korvane_svcmgr_ai_state_e, void *none) {
+    EXPECT_EQ(nullptr, none);
+  }
 
   /** The answer to a model request. */
   struct Answer {

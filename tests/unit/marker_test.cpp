@@ -225,10 +225,8 @@ TEST_F(MarkerTest, TheSearchBeginsAboveTheResources) {
   const fs::path root = install_application();
   write(root / "file", Elf32({marker(5)}));
   EXPECT_EQ(5, level());
-  EXPECT_THAT(
-      platform.take_log(),
-      Contains("D korvane_svcmgr_get_client_api_level: Start to find highest API level in " +
-               root.string() + "/"));
+  expect_logged({"D korvane_svcmgr_get_client_api_level: Start to find highest API level in " +
+                 root.string() + "/"});
 }
 
 TEST_F(MarkerTest, AnApplicationWithoutMarkersIsLogged) {

@@ -14,6 +14,8 @@ const Parcel kNoModels = {Count{0}, 0};
 
 class ModelRequestsTest : public LibraryTest {
  protected:
+  ModelRequestsTest() { connect(); }
+
   /** The delegates that the requests name. */
   enum Kind { kList = 1, kDescribedList = 2, kVersions = 3, kUpdate = 4, kUninstallation = 5 };
 
@@ -39,15 +41,15 @@ class ModelRequestsTest : public LibraryTest {
     agent.metadata = {{kCategoryKey, category}};
     return agent;
   }
-  /** The last request that was sent, without the number of its delegate. */
-  static Parcel last_sent() {
+  /** What a successful request sent, without the number of its delegate. */
+  static Parcel sent_by(int code) {
+    EXPECT_EQ(SVCMGR_ERROR_NONE, code);
     Parcel request = platform.sent.back();
     request.erase(request.begin() + 2);
     return request;
   }
   /** The agent that is asked for its models of category "vision"; empty when there is none. */
   std::string agent_found() {
-    connect();
     const int code = request_list_of("vision");
     EXPECT_EQ(platform.sent.empty() ? SVCMGR_ERROR_INVALID_PARAMETER : SVCMGR_ERROR_NONE, code);
     return platform.sent.empty() ? "" : std::get<std::string>(platform.sent.back()[4]);
@@ -72,7 +74,6 @@ class ModelRequestsTest : public LibraryTest {
   }
   /** What the application receives for an answer to a request for models. */
   Answer models_answered(int result, const Parcel &models) {
-    if (!is_connected()) connect();
     request_list();
     return answered(kList, result, models);
   }
@@ -90,110 +91,82 @@ class ModelRequestsTest : public LibraryTest {
 // What is sent.
 
 TEST_F(ModelRequestsTest, AListIsAskedForWithTheOwnIdAndVersion) {
-  connect();
-  EXPECT_EQ(SVCMGR_ERROR_NONE, request_list());
-  EXPECT_EQ((Parcel{5, kList, false, "org.example.app", "1.2.3"}), last_sent());
-  EXPECT_EQ(SVCMGR_ERROR_NONE, request_described_list());
-  EXPECT_EQ((Parcel{6, kDescribedList, false, "org.example.app", "1.2.3"}), last_sent());
-  EXPECT_THAT(
-      platform.take_log(),
-      ::testing::IsSupersetOf({"D GetUsableModelList: GetUsableModelList",
-                               "D GetUsableModelListWithDesc: GetUsableModelListWithDesc"}));
+  EXPECT_EQ((Parcel{5, kList, false, "org.example.app", "1.2.3"}), sent_by(request_list()));
+  EXPECT_EQ((Parcel{6, kDescribedList, false, "org.example.app", "1.2.3"}),
+            sent_by(request_described_list()));
+  expect_logged({"D GetUsableModelList: GetUsableModelList",
+                 "D GetUsableModelListWithDesc: GetUsableModelListWithDesc"});
 }
 
 TEST_F(ModelRequestsTest, TheOwnIdIsAskedForBeforeTheVersion) {
-  connect();
-  const std::function<int()> requests[] = {[this] { return request_list(); },
-                                           [this] { return request_described_list(); },
-                                           [this] { return request_versions(); }};
-  for (const auto &request : requests) {
+  for (auto request : {korvane_svcmgr_ai_request_usable_model_list,
+                       korvane_svcmgr_ai_request_usable_model_list_with_description}) {
     platform.forget();
-    EXPECT_EQ(SVCMGR_ERROR_NONE, request());
+    request(on_models, this);
     const auto begin = platform.calls.begin(), end = platform.calls.end();
     EXPECT_LT(std::find(begin, end, "app_get_id"), std::find(begin, end, "app_get_version"));
   }
 }
 
 TEST_F(ModelRequestsTest, AListOfACategoryIsAskedForWithTheIdAndVersionOfItsAgent) {
-  connect();
   install_agent(kAgent, "vision");
-  EXPECT_EQ(SVCMGR_ERROR_NONE, request_list_of("vision"));
-  EXPECT_EQ((Parcel{5, kList, false, kAgent, "4.5"}), last_sent());
+  EXPECT_EQ((Parcel{5, kList, false, kAgent, "4.5"}), sent_by(request_list_of("vision")));
 }
 
 TEST_F(ModelRequestsTest, VersionsAreAskedForWithOnlyTheIdOfTheModel) {
-  connect();
-  EXPECT_EQ(SVCMGR_ERROR_NONE, request_versions());
   EXPECT_EQ((Parcel{7, kVersions, false, "m1", "", "", "", "org.example.app", "1.2.3"}),
-            last_sent());
+            sent_by(request_versions()));
 }
 
 TEST_F(ModelRequestsTest, AnUpdateNamesModelsAndVersions) {
-  connect();
   ModelInfo without_version;
   without_version.set_id("m2");
   without_version.set_title("Only a title");
   handles.models.add(without_version);
-  EXPECT_EQ(SVCMGR_ERROR_NONE, request_update());
   EXPECT_EQ((Parcel{8, kUpdate, false, Count{2}, "m1", "1.0", "", "", "m2", "", "", "", 2}),
-            last_sent());
+            sent_by(request_update()));
   expect_logged({"D RequestToUpdate: [m1, 1.0]", "D RequestToUpdate: [m2, ]"});
 }
 
 TEST_F(ModelRequestsTest, AnUninstallationNamesModelsOnly) {
-  connect();
-  EXPECT_EQ(SVCMGR_ERROR_NONE, request_uninstallation());
-  EXPECT_EQ((Parcel{9, kUninstallation, false, Count{1}, "m1", "", "", "", 1}), last_sent());
+  EXPECT_EQ((Parcel{9, kUninstallation, false, Count{1}, "m1", "", "", "", 1}),
+            sent_by(request_uninstallation()));
   expect_logged({"D RequestToUninstall: [m1]"});
 }
 
 TEST_F(ModelRequestsTest, AnEmptyListOfModelsIsSent) {
-  connect();
   handles.models = ModelList();
-  EXPECT_EQ(SVCMGR_ERROR_NONE, request_update());
-  EXPECT_EQ((Parcel{8, kUpdate, false, Count{0}, 0}), last_sent());
+  EXPECT_EQ((Parcel{8, kUpdate, false, Count{0}, 0}), sent_by(request_update()));
 }
 
 // What is not sent.
 
 TEST_F(ModelRequestsTest, WithoutAPortAllFail) {
+  korvane_svcmgr_disconnect();
   expect_all_fail(SVCMGR_ERROR_NOT_CONNECTED, "Not connected");
 }
 
 TEST_F(ModelRequestsTest, WithoutAConnectionAllFail) {
   install_agent(kAgent, "vision");
+  korvane_svcmgr_disconnect();
   start_connecting();
   expect_all_fail(SVCMGR_ERROR_INVALID_OPERATION, "Unknown Exception");
 }
 
 TEST_F(ModelRequestsTest, AnApplicationWithoutIdOrVersionIsRefused) {
-  for (auto *text : {&platform.app_id, &platform.app_version}) {
-    platform.reset();
-    connect();
-    for (const std::optional<std::string> &missing : {std::optional<std::string>(""), {}}) {
-      *text = missing;
-      EXPECT_EQ(SVCMGR_ERROR_INVALID_OPERATION, request_list());
-      EXPECT_EQ(SVCMGR_ERROR_INVALID_OPERATION, request_described_list());
-      EXPECT_EQ(SVCMGR_ERROR_INVALID_OPERATION, request_versions());
-    }
-    EXPECT_THAT(platform.take_log(), Contains(HasSubstr(": Failed to get app info.")).Times(6));
-    EXPECT_THAT(platform.sent, IsEmpty());
-    LibraryTest::TearDown();
+  for (auto *text : {&platform.app_version, &platform.app_id}) {
+    *text = text == &platform.app_id ? std::nullopt : std::optional<std::string>("");
+    EXPECT_EQ(SVCMGR_ERROR_INVALID_OPERATION, request_list());
+    EXPECT_EQ(SVCMGR_ERROR_INVALID_OPERATION, request_described_list());
+    EXPECT_EQ(SVCMGR_ERROR_INVALID_OPERATION, request_versions());
   }
-}
-
-TEST_F(ModelRequestsTest, AMissingIdOrVersionOfTheApplicationIsLogged) {
-  connect();
-  platform.app_version = "";
-  request_list();
-  platform.app_id = "";
-  request_list();
+  EXPECT_THAT(platform.sent, IsEmpty());
+  EXPECT_THAT(platform.log_of(": Failed to get app info."), ::testing::SizeIs(6));
   expect_logged(
       {"E GetAppVersion: Failed to get app version.", "E GetAppId: Failed to get app ID."});
 }
 
 TEST_F(ModelRequestsTest, AModelWithoutAnIdIsRefused) {
-  connect();
   handles.info = ModelInfo();
   handles.models.add(handles.info);
   EXPECT_EQ(SVCMGR_ERROR_INVALID_OPERATION, request_versions());
@@ -239,7 +212,7 @@ TEST_F(ModelRequestsTest, APackageThatCannotBeReadEndsTheSearch) {
     install_agent("broken", "").*text = std::nullopt;
     install_agent(kAgent, "vision");
     EXPECT_EQ("", agent_found());
-    LibraryTest::TearDown();
+    platform.repair();
   }
 }
 
@@ -256,13 +229,11 @@ TEST_F(ModelRequestsTest, AfterTheAgentIsFoundNoPackageIsLookedAt) {
 }
 
 TEST_F(ModelRequestsTest, AnEmptyCategoryMayBeAskedFor) {
-  connect();
   install_agent(kAgent, "");
   EXPECT_EQ(SVCMGR_ERROR_NONE, request_list_of(""));
 }
 
 TEST_F(ModelRequestsTest, ACategoryWithoutAnAgentIsNamedInTheLog) {
-  connect();
   EXPECT_EQ(SVCMGR_ERROR_INVALID_PARAMETER, request_list_of("hearing"));
   EXPECT_EQ(SVCMGR_ERROR_INVALID_PARAMETER, request_list_of(nullptr));
   const std::string function = "GetUsableModelListWithCategory";
@@ -287,7 +258,6 @@ TEST_F(ModelRequestsTest, ResultsOfTheServiceManagerBecomeCodes) {
 }
 
 TEST_F(ModelRequestsTest, AnAnswerWithoutAResultIsAFailure) {
-  connect();
   request_list();
   answer_delegate(kList, {});
   EXPECT_EQ(SVCMGR_ERROR_INVALID_OPERATION, answers.back().result);
@@ -303,12 +273,10 @@ TEST_F(ModelRequestsTest, AFailedRequestBringsItsModelsToo) {
 TEST_F(ModelRequestsTest, ModelsArriveInTheirOrder) {
   const Parcel models = {Count{2}, "b", "2", "u", "d", "a", "1", "t", "", 2};
   EXPECT_EQ("[b|2|u|d][a|1|t|]", models_answered(0, models).contents);
-  EXPECT_THAT(
-      platform.take_log(),
-      ::testing::IsSupersetOf({"I OnReceived: GetUsableModelListCB::OnReceived error_code[0]",
-                               "I Convert: conver AIModelList to model_list_handle",
-                               "I Convert: model [b - 2 - u - d]",
-                               "I Convert: Successful conversion of [2] models."}));
+  expect_logged({"I OnReceived: GetUsableModelListCB::OnReceived error_code[0]",
+                 "I Convert: conver AIModelList to model_list_handle",
+                 "I Convert: model [b - 2 - u - d]",
+                 "I Convert: Successful conversion of [2] models."});
 }
 
 TEST_F(ModelRequestsTest, AnEmptyListIsAListWithoutModels) {
@@ -354,7 +322,6 @@ TEST_F(ModelRequestsTest, EachTextOfAModelIsSetByItsFunction) {
 }
 
 TEST_F(ModelRequestsTest, EachKindOfRequestIsAnswered) {
-  connect();
   const Parcel model = {Count{1}, "a", "1", "t", "", 1};
   request_described_list();
   EXPECT_EQ("[a|1|t|]", answered(kDescribedList, 0, model).contents);
@@ -372,7 +339,6 @@ TEST_F(ModelRequestsTest, EachKindOfRequestIsAnswered) {
 }
 
 TEST_F(ModelRequestsTest, EachReportOfProgressArrives) {
-  connect();
   request_update();
   answered(kUpdate, 0, kProgress);
   answered(kUpdate, 7, {SVCMGR_AI_STATE_FAILED, 1, -2, 150});
@@ -382,7 +348,6 @@ TEST_F(ModelRequestsTest, EachReportOfProgressArrives) {
 }
 
 TEST_F(ModelRequestsTest, AProgressRecordIsFilledInItsOrder) {
-  connect();
   request_update();
   answered(kUpdate, 0, kProgress);
   const std::string set = "D korvane_svcmgr_ai_progress_set_";
@@ -392,7 +357,6 @@ TEST_F(ModelRequestsTest, AProgressRecordIsFilledInItsOrder) {
 }
 
 TEST_F(ModelRequestsTest, WithoutTheServiceManagerAnAnswerBringsNoHandle) {
-  connect();
   request_list();
   request_update();
   platform.uninstall_service_manager();
@@ -402,7 +366,6 @@ TEST_F(ModelRequestsTest, WithoutTheServiceManagerAnAnswerBringsNoHandle) {
 }
 
 TEST_F(ModelRequestsTest, AModelForWhichTheServiceManagerVanishesIsLeftOut) {
-  connect();
   request_list();
   platform.on_log = [](const std::string &line) {
     if (line.find("Convert: model [") != std::string::npos) platform.uninstall_service_manager();
@@ -412,7 +375,6 @@ TEST_F(ModelRequestsTest, AModelForWhichTheServiceManagerVanishesIsLeftOut) {
 }
 
 TEST_F(ModelRequestsTest, AnAnsweredApplicationMayDisconnect) {
-  connect();
   request_update();
   reaction = [] { korvane_svcmgr_disconnect(); };
   EXPECT_EQ("state 17, model 1 of 2, 50 %", answered(kUpdate, 0, kProgress).contents);

@@ -41,6 +41,7 @@ namespace {
 
 class PortTest : public LibraryTest, public Port::IEventListener {
  protected:
+  PortTest() { open(); }
   void TearDown() override {
     port.reset();
     LibraryTest::TearDown();
@@ -105,7 +106,7 @@ class PortTest : public LibraryTest, public Port::IEventListener {
   }
 
   Texts events;
-  std::unique_ptr<Port> port = std::make_unique<Port>(this, SVCMGR_APP_ID);
+  std::unique_ptr<Port> port;
 };
 
 // Requests and their delegates.
@@ -128,14 +129,12 @@ TEST_F(PortTest, ThreadsDrawDistinctNumbers) {
 }
 
 TEST_F(PortTest, ARequestNamesItsDelegateBeforeItsArguments) {
-  open();
   const int number = request("a", true)->GetSeq();
   EXPECT_EQ((Parcel{8, 4, number, true, Count{2}, "id", "1", "title", "text", "", "", "", "", 7}),
             platform.sent.back());
 }
 
 TEST_F(PortTest, AnAnswerReachesOnlyItsDelegate) {
-  open();
   request("a");
   const Delegate *b = request("b");
   request("c");
@@ -147,7 +146,6 @@ TEST_F(PortTest, AnAnswerReachesOnlyItsDelegate) {
 }
 
 TEST_F(PortTest, TheServiceManagerDoesNotDecideHowLongADelegateLives) {
-  open();
   Event event = event_for(request("a"));
   event.once = true;
   deliver(event);
@@ -156,7 +154,6 @@ TEST_F(PortTest, TheServiceManagerDoesNotDecideHowLongADelegateLives) {
 }
 
 TEST_F(PortTest, ADelegateForOneAnswerIsDeletedAfterIt) {
-  open();
   const Event event = event_for(request("a", true));
   deliver(event);
   deliver(event);
@@ -164,7 +161,6 @@ TEST_F(PortTest, ADelegateForOneAnswerIsDeletedAfterIt) {
 }
 
 TEST_F(PortTest, AnEventForNoneIsDropped) {
-  open();
   const Event valid = event_for(request("a"));
   Event other_kind = valid, other_number = valid, result = valid, other_command = valid;
   other_kind.kind = 5;
@@ -187,7 +183,6 @@ TEST_F(PortTest, AnEventThatCannotBeReadIsLost) {
 }
 
 TEST_F(PortTest, ADelegateKeepsTheIdentityThatItWasRegisteredWith) {
-  open();
   const Delegate *a = request("a");
   Delegate *b = request("b");
   const Event event = event_for(b);
@@ -197,7 +192,6 @@ TEST_F(PortTest, ADelegateKeepsTheIdentityThatItWasRegisteredWith) {
 }
 
 TEST_F(PortTest, OfEqualDelegatesTheFirstOneCounts) {
-  open();
   const Delegate *a = request("a");
   auto b = std::make_unique<Delegate>(*this, "b", false);
   rename(*b, *a);
@@ -211,7 +205,6 @@ TEST_F(PortTest, OfEqualDelegatesTheFirstOneCounts) {
 }
 
 TEST_F(PortTest, ADelegateIsRemovedByItsTag) {
-  open();
   const Event event = event_for(request("a"));
   port->RemoveDelegateByTag("5::" + std::to_string(event.number));
   EXPECT_THAT(events, IsEmpty());
@@ -221,7 +214,6 @@ TEST_F(PortTest, ADelegateIsRemovedByItsTag) {
 }
 
 TEST_F(PortTest, ARejectionKeepsTheDelegates) {
-  open();
   const Delegate *a = request("a");
   platform.report_rejected();
   answer(a);
@@ -229,7 +221,6 @@ TEST_F(PortTest, ARejectionKeepsTheDelegates) {
 }
 
 TEST_F(PortTest, ALossDeletesTheDelegatesBeforeItIsReported) {
-  open();
   const Event event = event_for(request("a"));
   platform.report_disconnected();
   deliver(event);
@@ -237,7 +228,6 @@ TEST_F(PortTest, ALossDeletesTheDelegatesBeforeItIsReported) {
 }
 
 TEST_F(PortTest, APortDeletesItsDelegates) {
-  open();
   request("a");
   port.reset();
   EXPECT_THAT(events, ElementsAre("a deleted"));
@@ -270,6 +260,7 @@ TEST_F(PortTest, ADelegateThatIsDroppedFindsNoOther) {
 // Failures.
 
 TEST_F(PortTest, BeforeTheConnectionNothingIsSent) {
+  port = std::make_unique<Port>(this, SVCMGR_APP_ID);
   EXPECT_THROW(request("a"), NotConnectedSocketException);
   EXPECT_THAT(events, ElementsAre("a deleted"));
   EXPECT_THROW(port->get_license(), NotConnectedSocketException);
@@ -279,7 +270,6 @@ TEST_F(PortTest, BeforeTheConnectionNothingIsSent) {
 }
 
 TEST_F(PortTest, ADelegateStaysRegisteredAfterAFailedSend) {
-  open();
   platform.failures["rpc_port_parcel_send"] = -EIO;
   auto delegate = std::make_unique<Delegate>(*this, "a", false);
   const Event event = event_for(delegate.get());
@@ -289,7 +279,6 @@ TEST_F(PortTest, ADelegateStaysRegisteredAfterAFailedSend) {
 }
 
 TEST_F(PortTest, AFailedSendIsLoggedBeforeTheRequestIsReleased) {
-  open();
   platform.failures["rpc_port_parcel_send"] = -EIO;
   platform.forget();
   EXPECT_THROW(port->request_update(), InvalidIOException);
@@ -300,26 +289,22 @@ TEST_F(PortTest, AFailedSendIsLoggedBeforeTheRequestIsReleased) {
 }
 
 TEST_F(PortTest, AfterAFailedCallAnotherThreadMayCall) {
-  open();
   EXPECT_THROW(port->request_update(), InvalidProtocolException);
   platform.answer(5);
   std::thread([this] { EXPECT_EQ(5, port->request_update()); }).join();
 }
 
 TEST_F(PortTest, AMissingReplyIsAnInvalidProtocol) {
-  open();
   EXPECT_THROW(port->get_license(), InvalidProtocolException);
   EXPECT_THAT(platform.take_log(), ElementsAre("P get_license: Invalid protocol"));
 }
 
 TEST_F(PortTest, ATextThatCannotBeReadIsEmpty) {
-  open();
   platform.main_port.incoming = {{0}};
   EXPECT_EQ("", port->get_license());
 }
 
 TEST_F(PortTest, TheFirstResultIsTheReplyAfterAnyNumberOfStrayParcels) {
-  open();
   platform.main_port.incoming.assign(1000, {1, 99});
   for (const Parcel &parcel : {Parcel{"0", 98}, Parcel{}, Parcel{0, 13}, Parcel{0, 14}})
     platform.main_port.incoming.push_back(parcel);
@@ -346,7 +331,6 @@ TEST_F(PortTest, AnAnsweredDelegateMayDoAnything) {
 }
 
 TEST_F(PortTest, AnAnsweredDelegateMayBeRemoved) {
-  open();
   const Delegate *a = request("a");
   reaction = [this, tag = a->GetTag()] { port->RemoveDelegateByTag(tag); };
   answer(a);

@@ -234,29 +234,15 @@ int rpc_port_proxy_destroy(rpc_port_proxy_h proxy) {
   return destroy(__func__, proxy);
 }
 
-int rpc_port_proxy_add_connected_event_cb(rpc_port_proxy_h proxy,
-                                          rpc_port_proxy_connected_event_cb callback,
-                                          void *user_data) {
-  return scripted(__func__, [&] { proxy->connected = {callback, user_data}; });
-}
-
-int rpc_port_proxy_add_disconnected_event_cb(rpc_port_proxy_h proxy,
-                                             rpc_port_proxy_disconnected_event_cb callback,
-                                             void *user_data) {
-  return scripted(__func__, [&] { proxy->disconnected = {callback, user_data}; });
-}
-
-int rpc_port_proxy_add_rejected_event_cb(rpc_port_proxy_h proxy,
-                                         rpc_port_proxy_rejected_event_cb callback,
-                                         void *user_data) {
-  return scripted(__func__, [&] { proxy->rejected = {callback, user_data}; });
-}
-
-int rpc_port_proxy_add_received_event_cb(rpc_port_proxy_h proxy,
-                                         rpc_port_proxy_received_event_cb callback,
-                                         void *user_data) {
-  return scripted(__func__, [&] { proxy->received = {callback, user_data}; });
-}
+#define SCRIPTED_EVENT(event)                                                                \
+  int rpc_port_proxy_add_##event##_event_cb(                                                 \
+      rpc_port_proxy_h proxy, rpc_port_proxy_##event##_event_cb callback, void *user_data) { \
+    return scripted(__func__, [&] { proxy->event = {callback, user_data}; });                \
+  }
+SCRIPTED_EVENT(connected)
+SCRIPTED_EVENT(disconnected)
+SCRIPTED_EVENT(rejected)
+SCRIPTED_EVENT(received)
 
 int rpc_port_proxy_connect(rpc_port_proxy_h, const char *app_id, const char *port_name) {
   return scripted(__func__, [&] {
