@@ -127,7 +127,7 @@ Arguments::~Arguments() {
 }
 
 bool Arguments::outputs_untouched() const {
-  return number_out == kNoNumber && !truth_out && text_out == unset<char *>() &&
+  return number_out == kNoNumber && truth_out && text_out == unset<char *>() &&
          agents_out == unset<korvane_svcmgr_agent_list_h>() &&
          info_out == unset<korvane_svcmgr_ai_model_info_h>() &&
          models_out == unset<korvane_svcmgr_ai_model_list_h>() &&

@@ -130,7 +130,7 @@ class Arguments {
   Handles handles;
   static constexpr int kNoNumber = -77;
   int number_out = kNoNumber;
-  bool truth_out = false;
+  bool truth_out = true;
   char *text_out = unset<char *>();
   korvane_svcmgr_agent_list_h agents_out = unset<korvane_svcmgr_agent_list_h>();
   korvane_svcmgr_ai_model_info_h info_out = unset<korvane_svcmgr_ai_model_info_h>();

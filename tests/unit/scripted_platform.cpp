@@ -147,7 +147,7 @@ Texts ScriptedPlatform::log_of(const std::string &text) const {
   return lines;
 }
 
-std::ptrdiff_t ScriptedPlatform::count(const std::string &function) const {
+std::ptrdiff_t ScriptedPlatform::count(std::string_view function) const {
   return std::count(calls.begin(), calls.end(), function);
 }
 

@@ -16,6 +16,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <variant>
 #include <vector>
@@ -87,7 +88,7 @@ struct ScriptedPlatform {
 
   Texts take_log() { return std::exchange(log, {}); }
   /** How often a platform function was called. */
-  std::ptrdiff_t count(const std::string &function) const;
+  std::ptrdiff_t count(std::string_view function) const;
   /** The lines of the log that contain a text. */
   Texts log_of(const std::string &text) const;
 
@@ -99,7 +100,8 @@ struct ScriptedPlatform {
   std::function<void()> before_read;  ///< called once, before the next parcel is read from a port
   std::function<void(const std::string &line)> on_log;  ///< called for each line that was logged
 
-  Texts calls;  ///< the platform functions, dlog_print too, in the order of their calls
+  /** The platform functions, dlog_print too, in the order of their calls. */
+  std::vector<std::string_view> calls;
   std::vector<Parcel> sent;  ///< on the main port
   Texts log;  ///< lines "<level> <function>: <message>"; level D, I, E, or P for the proxy's
 

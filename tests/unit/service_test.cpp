@@ -40,11 +40,8 @@ class ServiceTest : public LibraryTest {
     EXPECT_EQ("", handler.get_license());
     EXPECT_EQ(SVCMGR_ERROR_INVALID_OPERATION, handler.request_update());
     EXPECT_EQ(code_with_list, handler.request_update_with_list(agents.get(), nullptr));
-    const Texts log = platform.take_log();
-    EXPECT_THAT(log, Contains("E get_agent_api_level: " + line));
-    EXPECT_THAT(log, Contains("E get_license: " + line));
-    EXPECT_THAT(log, Contains("E request_update: " + line));
-    EXPECT_THAT(log, Contains("E request_update_with_list: " + line_with_list));
+    expect_logged({"E get_agent_api_level: " + line, "E get_license: " + line,
+                   "E request_update: " + line, "E request_update_with_list: " + line_with_list});
   }
 
   AgentList agents;
