@@ -37,6 +37,7 @@ TEST_F(ApiFrameTest, WithoutTheServiceManagerNothingIsDone) {
     expect_failure(function, arguments, SVCMGR_ERROR_NOT_SUPPORTED, "Not supported");
   EXPECT_TRUE(is_connected());
   EXPECT_EQ(1U, platform.subscriptions.size());
+  platform.repair();  // so that the handles can be destroyed
 }
 
 TEST_F(ApiFrameTest, AMissingServiceManagerCountsBeforeAMissingPointer) {
