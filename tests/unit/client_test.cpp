@@ -6,9 +6,6 @@ namespace {
 
 using korvane::svcmgr::Client;
 using korvane::svcmgr::Request;
-using ::testing::Contains;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 using namespace std::chrono_literals;
 using Milliseconds = std::chrono::milliseconds;
 
@@ -93,9 +90,9 @@ class ClientTest : public LibraryTest {
     return request;
   }
 
-  void answer_models(int result = kSuccess) { answer(kModels, {result, Count{0}, 0}); }
+  void answer_models(int result = kSuccess) { answer_delegate(kModels, {result, Count{0}, 0}); }
   void report(int state, int percentage = 0, int result = kSuccess) {
-    answer(kUpdate, {result, state, 0, 1, percentage});
+    answer_delegate(kUpdate, {result, state, 0, 1, percentage});
   }
   /** What the test wants done in the next handler. */
   void react() {
@@ -124,7 +121,7 @@ TEST_F(ClientTest, ARequestEndsWithItsAnswer) {
   int size = 0;
   const Request request = sent(client->request_usable_model_list(
       [&](std::error_code error, const ModelList &models) { size = error ? -1 : models.size(); }));
-  answer(kModels, {kSuccess, Count{2}, "a", "1", "", "", "b", "1", "", "", 2});
+  answer_delegate(kModels, {kSuccess, Count{2}, "a", "1", "", "", "b", "1", "", "", 2});
   EXPECT_EQ(size, 2);
 }
 
@@ -138,7 +135,7 @@ TEST_F(ClientTest, ARequestEndsWithTheCodeOfTheServiceManager) {
 TEST_F(ClientTest, ANullListWithSuccessIsLackOfMemory) {
   connect();
   const Request request = sent(request_models());
-  platform.packages.clear();  // no list can be made
+  platform.uninstall_service_manager();  // no list can be made
   answer_models();
   EXPECT_THAT(ends, ElementsAre(SVCMGR_ERROR_OUT_OF_MEMORY));
 }
@@ -414,7 +411,7 @@ TEST_F(ClientTest, AConnectionThatCannotBeStartedIsTriedAgainEverySecond) {
   platform.failures["rpc_port_proxy_connect"] = -5;
   EXPECT_EQ(client->connect(), SVCMGR_ERROR_CONNECTION_FAILED);
   run_for(3s);
-  EXPECT_EQ(platform.calls["rpc_port_proxy_connect"], 4);
+  EXPECT_EQ(platform.count("rpc_port_proxy_connect"), 4);
   platform.repair();
   run_for(1s);
   platform.report_connected();
@@ -479,7 +476,7 @@ TEST_F(ClientTest, AReportedConnectionEndsWhatWasSentBeforeIt) {
 TEST_F(ClientTest, AServiceManagerThatIsNotInstalledForTheMomentIsNoLoss) {
   connect();
   const Request request = sent(request_models());
-  platform.packages.clear();
+  platform.uninstall_service_manager();
   run_for(5s);
   platform.repair();
   answer_models();
