@@ -1,6 +1,6 @@
+#include <atomic>
 #include <chrono>
 #include <cstring>
-#include <future>
 #include <thread>
 
 #include "ModelUpdateEventHandler.h"
@@ -319,13 +319,20 @@ TEST_F(ModelStatusTest, AStatusIsReportedWithoutAConnection) {
   EXPECT_THAT(model_states, ElementsAre(SVCMGR_AI_STATE_START));
 }
 
+struct Slow : Singleton<Slow> {
+  // Long enough for another thread to begin a second object, if it may.
+  Slow() {
+    ++made;
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  static inline std::atomic<int> made{0};
+};
+
 TEST(SingletonTest, TwoThreadsMakeOneObject) {
-  struct Slow : Singleton<Slow> {
-    // Long enough for another thread to begin a second object, if it may.
-    Slow() { std::this_thread::sleep_for(std::chrono::milliseconds(20)); }
-  };
-  auto other = std::async(std::launch::async, [] { return &Slow::GetInstance(); });
-  EXPECT_EQ(&Slow::GetInstance(), other.get());
+  std::thread other(&Slow::GetInstance);
+  Slow::GetInstance();
+  other.join();
+  EXPECT_EQ(1, Slow::made);
 }
 
 }  // namespace
