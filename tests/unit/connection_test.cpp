@@ -46,9 +46,12 @@ class ConnectedTest : public ConnectionTest {
 
 // Connecting and disconnecting.
 
-TEST_F(ConnectionTest, InsideConnectedTheLibraryIsConnectedAndWatches) {
+TEST_F(ConnectionTest, InsideConnectedTheLibraryWatchesAndCanBeUsed) {
   start_connecting();
-  reaction = [] { EXPECT_TRUE(is_connected() && is_watching()); };
+  reaction = [] {
+    EXPECT_TRUE(is_connected() && is_watching());
+    request_update();
+  };
   establish_connection();
   EXPECT_EQ(nullptr, reaction);
 }

@@ -162,12 +162,13 @@ TEST_F(PortTest, ADelegateForOneAnswerIsDeletedAfterIt) {
 
 TEST_F(PortTest, AnEventForNoneIsDropped) {
   const Event valid = event_for(request("a"));
-  Event other_kind = valid, other_number = valid, result = valid, other_command = valid;
-  other_kind.kind = 5;
-  other_number.number += 1;
-  result.command = 0;
-  other_command.command = 2;
-  for (const Event &event : {other_kind, other_number, result, other_command}) deliver(event);
+  for (const int neighbour : {-1, 1}) {
+    Event other_kind = valid, other_number = valid, other_command = valid;
+    other_kind.kind += neighbour;
+    other_number.number += neighbour;
+    other_command.command += neighbour;
+    for (const Event &event : {other_kind, other_number, other_command}) deliver(event);
+  }
   EXPECT_THAT(events, IsEmpty());
 }
 
