@@ -290,6 +290,9 @@ TEST_F(PortTest, AFailedSendIsLoggedBeforeTheRequestIsReleased) {
 }
 
 TEST_F(PortTest, AfterAFailedCallAnotherThreadMayCall) {
+  platform.failures["rpc_port_parcel_send"] = -EIO;
+  EXPECT_THROW(port->request_update(), InvalidIOException);
+  platform.repair();
   EXPECT_THROW(port->request_update(), InvalidProtocolException);
   platform.answer(5);
   std::thread([this] { EXPECT_EQ(5, port->request_update()); }).join();
