@@ -296,6 +296,7 @@ TEST_F(ConnectedTest, AnAnnouncementCountsDuringAnUpdateOfAgents) {
   UpdateObserver().StartUpdate();
   announce_update();
   EXPECT_TRUE(UpdateObserver().IsSvcmgrUpdatePrepared());
+  EXPECT_TRUE(UpdateObserver().IsBeingUpdated());
 }
 
 TEST_F(ConnectedTest, ARequestEndsAnAnnouncement) {
