@@ -1,4 +1,4 @@
-/** The update of agents. */
+/** Updates of agents. */
 #ifndef KORVANE_EMULATOR_AGENT_UPDATE_H_
 #define KORVANE_EMULATOR_AGENT_UPDATE_H_
 
@@ -14,9 +14,9 @@
 namespace korvane::emulator {
 
 /**
- * At most one update at a time, followed by update-status events: "Start", the
- * result for each application that asked for it, "Complete" or "Fail". Agents
- * have their new versions when the result is told.
+ * Runs at most one update at a time. It publishes update-status events: "Start", a result for each
+ * application that requested the update, then "Complete" or "Fail". The new versions are installed
+ * before the result is published.
  */
 class AgentUpdate {
  public:
@@ -27,13 +27,13 @@ class AgentUpdate {
   bool running() const { return running_; }
   const std::vector<std::string> &agents() const { return agents_; }
 
-  /** Starts an update on behalf of an application; one that is running serves it too. */
+  /** Starts an update on behalf of an application, or joins the one that is running. */
   void request(const std::string &app_id, std::vector<std::string> agents);
 
  private:
   void schedule_step();
   void step();
-  /** 0, or why the agents do not have their new versions. */
+  /** 0, or the code that explains why the agents could not be updated. */
   std::int32_t apply();
   void finish();
 

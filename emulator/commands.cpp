@@ -13,7 +13,7 @@ namespace korvane::emulator {
 
 namespace {
 
-/** Words that make no sense. */
+/** Invalid arguments of a command. */
 struct UsageError : std::invalid_argument {
   using std::invalid_argument::invalid_argument;
 };
@@ -21,23 +21,23 @@ struct UsageError : std::invalid_argument {
 using Run = std::function<void(Service &, const Words &, const Respond &)>;
 
 struct Argument {
-  std::string shown;     ///< as the help shows it, in brackets when it may be left out
-  Words choices = {};    ///< what it can be; empty when that is no list of words
-  bool is_open = false;  ///< whether other words can be right, too
+  std::string shown;     ///< as shown in the help, in brackets when optional
+  Words choices = {};    ///< possible values; empty when they are not a list
+  bool is_open = false;  ///< whether other values are valid, too
 };
 
 struct Command {
   std::string name;
   std::vector<Argument> arguments;
   const char *help;
-  std::size_t least;  ///< number of arguments
+  std::size_t least;  ///< the least number of arguments
   std::size_t most;
   Run run;
 };
 
 constexpr std::size_t kAnyNumber = std::numeric_limits<std::size_t>::max();
 
-/** A command that is done when its action returns; the action's text is the output. */
+/** A command that is complete when its action returns. The output is the text that it returns. */
 template <typename Action>
 Run at_once(Action action) {
   return [action](Service &service, const Words &arguments, const Respond &respond) {
@@ -45,7 +45,7 @@ Run at_once(Action action) {
   };
 }
 
-/** A command that only sets a fault or makes something happen, and has no output. */
+/** A command without output, which sets a fault or causes an event. */
 template <typename Action>
 Run silently(Action action) {
   return at_once([action](Service &service, const Words &arguments) {
@@ -54,7 +54,7 @@ Run silently(Action action) {
   });
 }
 
-/** Signed or unsigned 32-bit, decimal or with 0x. */
+/** A signed or unsigned 32-bit number, decimal or hexadecimal with 0x. */
 std::int32_t parse_number(const std::string &text) {
   std::size_t used = 0;
   long long value = 0;
@@ -90,7 +90,7 @@ Words names_of(const std::vector<Row> &rows) {
   return names;
 }
 
-/** The row of a table that has this name. */
+/** The row of a table with this name. */
 template <typename Row>
 const Row &row_of(const std::vector<Row> &rows, const std::string &name) {
   check_choice(name, names_of(rows));
@@ -103,7 +103,7 @@ Argument one_of(const Words &choices) {
   return {shown, choices};
 }
 
-/** The name of a method, or one of these words. */
+/** The name of a method, or one of the given words. */
 Argument method_or(const std::string &shown, const Words &others = {}) {
   Words choices = names_of(methods());
   choices.insert(choices.end(), others.begin(), others.end());
@@ -194,7 +194,7 @@ void send_garbage(Service &service, const Words &words) {
   service.port().send_garbage(port, row_of(garbage_kinds(), words[1]).bytes);
 }
 
-/** Tells, once the service manager is back, what was wrong then, if anything. */
+/** Answers the command once the service manager is back, with the problem if there was one. */
 Service::Back when_back(const Respond &respond) {
   return [respond](const std::string &problem) {
     respond({problem.empty() ? Outcome::kOk : Outcome::kRefused, problem});
@@ -219,7 +219,7 @@ void stop(Service &service, const Words &, const Respond &respond) {
   respond({Outcome::kOk, "", true});
 }
 
-/** A command that sets one number which is used once. */
+/** A command that sets a number for one use. */
 Run once(std::optional<std::int32_t> Faults::*code) {
   return silently([code](Service &service, const Words &words) {
     service.faults().*code = parse_number(words[0]);
@@ -307,7 +307,7 @@ std::string help(const Command &command) {
   return "  " + synopsis(command) + "\n        " + command.help + "\n";
 }
 
-/** Throws UsageError. */
+/** Throws UsageError for invalid arguments. */
 const Command &parse_command(const Words &words) {
   if (words.empty()) {
     throw UsageError("no command; choose one of " + command_line::listed(next_words({})));

@@ -1,4 +1,4 @@
-/** What a running emulator can be told to do. */
+/** The control commands of a running emulator. */
 #ifndef KORVANE_EMULATOR_COMMANDS_H_
 #define KORVANE_EMULATOR_COMMANDS_H_
 
@@ -10,19 +10,19 @@
 
 namespace korvane::emulator {
 
-/** Every command, its arguments and what it does. */
+/** The help text: every command, its arguments and its effect. */
 std::string commands_help();
 
-/** What one command does and takes; none when there is no such command. */
+/** The help of one command; none when there is no such command. */
 std::optional<std::string> command_help(const std::string &name);
 
-/** The words that may follow these. */
+/** The possible next words after these. */
 Words next_words(const Words &words);
 
-/** What is wrong with the command or the number of its arguments, if anything. */
+/** Describes an unknown command or a wrong number of arguments; none when both are correct. */
 std::optional<std::string> usage_error(const Words &words);
 
-/** Failures, of whatever kind, are outcomes. */
+/** Executes a command. Every error is reported as an outcome. */
 void execute_command(Service &service, const Words &words, const Respond &respond);
 
 }  // namespace korvane::emulator

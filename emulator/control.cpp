@@ -18,7 +18,7 @@ namespace korvane::emulator {
 
 namespace {
 
-/** How long a caller may take to ask, and to read its answer. */
+/** The time limit for a client to send its command and to read the answer. */
 constexpr std::chrono::seconds kPatience(5);
 constexpr int kRequestStallMs = 10000;
 constexpr int kNoLimit = -1;
@@ -28,12 +28,12 @@ host::Bytes bytes_of(const Json &document) {
   return {text.begin(), text.end()};
 }
 
-/** Throws std::runtime_error when the bytes are no JSON. */
+/** Throws std::runtime_error when the bytes are not JSON. */
 Json parse(const host::Bytes &bytes) {
   return parse_json({bytes.begin(), bytes.end()});
 }
 
-/** Throws std::runtime_error when the bytes are no command. */
+/** Throws std::runtime_error when the bytes are not a command. */
 Words parse_words(const host::Bytes &bytes) {
   const Json document = parse(bytes);
   Words words;
@@ -44,7 +44,7 @@ Words parse_words(const host::Bytes &bytes) {
   return words;
 }
 
-/** Throws std::runtime_error when the bytes are no outcome. */
+/** Throws std::runtime_error when the bytes are not an outcome. */
 Outcome parse_outcome(const host::Bytes &bytes) {
   const Json document = parse(bytes);
   try {
@@ -55,13 +55,13 @@ Outcome parse_outcome(const host::Bytes &bytes) {
   }
 }
 
-/** Stands for the process at the other end, even when the kernel uses its number again. */
+/** A descriptor for the peer process; it stays valid when the kernel reuses the process ID. */
 host::UniqueFd process_of(const host::UniqueFd &socket) {
   return host::UniqueFd(
       static_cast<int>(syscall(SYS_pidfd_open, host::peer_process(socket.get()), 0)));
 }
 
-/** Returns once the process that the descriptor stands for has ended. */
+/** Waits until the process of the descriptor has ended. */
 void await_end(const host::UniqueFd &process) {
   pollfd entry = {process.get(), POLLIN, 0};
   while (poll(&entry, 1, kNoLimit) < 0 && errno == EINTR) {

@@ -1,4 +1,4 @@
-/** The control socket, by which a running emulator is told what to do. */
+/** The control socket, which receives the commands for a running emulator. */
 #ifndef KORVANE_EMULATOR_CONTROL_H_
 #define KORVANE_EMULATOR_CONTROL_H_
 
@@ -17,22 +17,22 @@
 
 namespace korvane::emulator {
 
-/** What a command came to. */
+/** The outcome of a command. */
 struct Outcome {
   enum Status { kOk = 0, kRefused = 1, kUsage = 2 };
   Status status;
   std::string text;
-  bool is_last = false;  ///< the emulator ends, and the command is done when it has
+  bool is_last = false;  ///< the emulator exits; the client waits for that
 };
 
 using Words = std::vector<std::string>;
-/** Called once, now or later. */
+/** Called once, immediately or later. */
 using Respond = std::function<void(const Outcome &)>;
 
 /**
- * One command per connection: a frame with a JSON array of words, answered by a
- * frame with a JSON object. Driven by a main loop, which callers never hold up;
- * other users are turned away, and so is who sends anything else.
+ * Serves one command per connection. The command is a frame with a JSON array of words, the answer
+ * a frame with a JSON object. The server is driven by a main loop and never blocks it. It rejects
+ * other users and peers that send anything else.
  */
 class ControlServer {
  public:
@@ -50,8 +50,8 @@ class ControlServer {
     host::MainLoop::SourceId source = 0;
     host::FrameReader reader;
     bool has_asked = false;
-    host::Bytes answer;          ///< not taken yet
-    host::ScopedTimer patience;  ///< while it is to ask, or to take its answer
+    host::Bytes answer;          ///< not sent yet
+    host::ScopedTimer patience;  ///< limit for the command and for reading the answer
   };
 
   void accept(host::UniqueFd socket);
@@ -69,7 +69,7 @@ class ControlServer {
   std::map<std::uint64_t, Caller> callers_;
 };
 
-/** Has a command executed by the emulator that listens at the path, and waits for the outcome. */
+/** Sends a command to the emulator that listens at the path, and waits for the outcome. */
 Outcome send_command(const std::filesystem::path &path, const Words &words);
 
 }  // namespace korvane::emulator

@@ -17,7 +17,7 @@ std::string name_of(const std::string &status) {
   return "event." SVCMGR_APP_ID "." + status;
 }
 
-/** Puts values into a bundle, and tells them. */
+/** Writes values to a bundle and to the trace. */
 struct Entry {
   host::EventBundle &bundle;
   const std::string &key;

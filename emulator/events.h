@@ -1,4 +1,4 @@
-/** The service manager's application events. */
+/** Publishes the application events of the service manager. */
 #ifndef KORVANE_EMULATOR_EVENTS_H_
 #define KORVANE_EMULATOR_EVENTS_H_
 
@@ -18,7 +18,7 @@ constexpr char kModelStatus[] = "model_status";
 
 using EventPayload = std::vector<std::pair<std::string, host::EventBundle::Value>>;
 
-/** A code as events carry it: a byte value of four bytes in the device's byte order. */
+/** A code as events contain it: a byte value of four bytes in the device's byte order. */
 host::EventBundle::Bytes code_bytes(std::int32_t code);
 
 class Events {
@@ -26,11 +26,11 @@ class Events {
   explicit Events(const Trace &trace) : trace_(trace) {}
 
   /**
-   * Publishes "event.<service manager>.<status>"; the number of subscribers it reached. Throws
-   * std::system_error when it cannot be published.
+   * Publishes "event.<service manager>.<status>". Returns the number of subscribers that received
+   * it. Throws std::system_error when publishing fails.
    */
   std::size_t publish(const std::string &status, const EventPayload &payload);
-  /** The same for who cannot help it: complains on standard error, and has reached nobody. */
+  /** Publishes as publish() does, but logs a failure to standard error and returns 0. */
   std::size_t tell(const std::string &status, const EventPayload &payload);
   std::size_t published() const { return published_; }
 
@@ -39,7 +39,7 @@ class Events {
   std::size_t published_ = 0;
 };
 
-/** How many subscriptions to an event there are on the current device; none that cannot be seen. */
+/** Number of subscriptions to an event on the current device; 0 when they cannot be read. */
 std::size_t subscriptions(const std::string &status);
 
 }  // namespace korvane::emulator

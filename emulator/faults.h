@@ -1,4 +1,4 @@
-/** What the service manager is told to do wrong. */
+/** Faults that the emulator injects. */
 #ifndef KORVANE_EMULATOR_FAULTS_H_
 #define KORVANE_EMULATOR_FAULTS_H_
 
@@ -22,13 +22,13 @@ struct DelegateEvent {
   int copies = 1;
 };
 
-/** A named way to spoil a delegate event. */
+/** A named way to corrupt a delegate event. */
 struct DelegateFault {
   const char *name;
   void (*apply)(DelegateEvent &event);
 };
 
-/** Named bytes that are no parcel. */
+/** Named bytes that are not a valid parcel. */
 struct Garbage {
   const char *name;
   host::Bytes bytes;
@@ -38,12 +38,12 @@ const std::vector<DelegateFault> &delegate_faults();
 const std::vector<Garbage> &garbage_kinds();
 
 struct Faults {
-  // Until they are told otherwise.
+  // Valid until changed.
   bool reject = false;
   std::map<Method, std::int32_t> replies;
   std::set<Method> silent;
 
-  // Once.
+  // Used once.
   bool crash_at_any = false;
   std::set<Method> crash_at;
   int stray_parcels = 0;
@@ -53,7 +53,7 @@ struct Faults {
   std::optional<std::int32_t> model_failure;
 
   bool crashes_at(Method method) const { return crash_at_any || crash_at.count(method) != 0; }
-  /** The code that a method is to answer with, else the one given. */
+  /** The code set for a method, or the given one. */
   std::int32_t reply_of(Method method, std::int32_t otherwise) const {
     const auto reply = replies.find(method);
     return reply == replies.end() ? otherwise : reply->second;

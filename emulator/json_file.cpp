@@ -24,7 +24,7 @@ constexpr std::uintmax_t kMaxFileSize = 256 << 20;
   throw std::system_error(errno, std::generic_category(), "cannot write " + file.string());
 }
 
-/** Creates a file beside another one; what somebody put at its name before is passed by. */
+/** Creates a temporary file next to another file; skips names that already exist. */
 host::UniqueFd create_beside(const fs::path &file, fs::path &created) {
   for (unsigned number = 0;; ++number) {
     created = file;
@@ -52,7 +52,7 @@ std::string to_text(const Json &document, int indent) {
 }
 
 Json parse_json(const std::string &text) {
-  // Documents are written, compared and released by recursion: depth is limited while reading.
+  // Documents are written, compared and destroyed recursively, so the depth is limited here.
   const auto limit_depth = [](int depth, Json::parse_event_t, Json &) {
     if (depth > kMaxDepth) throw std::runtime_error("nested too deeply");
     return true;
@@ -65,7 +65,7 @@ Json parse_json(const std::string &text) {
 }
 
 Json read_json(const fs::path &file) {
-  // Opening anything but a regular file, a pipe for one, might block.
+  // Opening a file that is not a regular one, such as a pipe, might block.
   std::error_code ignored;
   const bool is_readable =
       fs::is_regular_file(file, ignored) && fs::file_size(file, ignored) <= kMaxFileSize;

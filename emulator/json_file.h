@@ -1,4 +1,4 @@
-/** JSON documents on disk and as text. */
+/** JSON documents in files and as text. */
 #ifndef KORVANE_EMULATOR_JSON_FILE_H_
 #define KORVANE_EMULATOR_JSON_FILE_H_
 
@@ -8,24 +8,24 @@
 
 namespace korvane::emulator {
 
-/** Keeps the order of keys, so that files stay as people wrote them. */
+/** Keeps the order of keys, so that edited files keep their layout. */
 using Json = nlohmann::ordered_json;
 
 /**
- * One line, or indented. ASCII alone, so that no text of a client can drive a terminal; what is not
- * UTF-8 is replaced.
+ * Writes on one line or indented. The output is ASCII only, so that text from a client cannot
+ * control a terminal. Invalid UTF-8 is replaced.
  */
 std::string to_text(const Json &document, int indent = -1);
 
-/** Throws std::runtime_error, also when the document is nested too deeply to be handled. */
+/** Throws std::runtime_error, also when the document is nested too deeply. */
 Json parse_json(const std::string &text);
 
-/** Throws std::runtime_error, which names the file. */
+/** Throws std::runtime_error with the name of the file. */
 Json read_json(const std::filesystem::path &file);
 
 /**
- * Replaces the file as a whole: a reader, or a crash, never finds half of it, and no link leads the
- * writing elsewhere. Throws std::system_error, and leaves the file as it was.
+ * Replaces the file atomically and does not follow symbolic links: readers never see a partial
+ * file, even if the program crashes. Throws std::system_error and leaves the file unchanged.
  */
 void write_json(const std::filesystem::path &file, const Json &document);
 

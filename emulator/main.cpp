@@ -1,4 +1,4 @@
-// The stand-in of the service manager on a workstation.
+// A service manager for workstations.
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -55,7 +55,7 @@ const CLI::Validator kMilliseconds(
     },
     "");
 
-/** Shows words that the parser does not know. */
+/** Shows a usage line with words that the parser does not know. */
 class HelpWithUsage : public command_line::Help {
  public:
   explicit HelpWithUsage(std::string usage) : usage_(std::move(usage)) {}
@@ -68,8 +68,8 @@ class HelpWithUsage : public command_line::Help {
 };
 
 /**
- * Gives a standard stream that is closed a file that fails as such a stream does. What is opened
- * later would take its number, and receive what is printed.
+ * Opens a file in place of each closed standard stream. Otherwise a file opened later would get its
+ * number and receive printed text. The file fails on use, as a closed stream does.
  */
 void occupy_standard_streams() {
   for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
@@ -78,7 +78,7 @@ void occupy_standard_streams() {
   }
 }
 
-/** One emulator per device: held while it runs. */
+/** Ensures one emulator per device; held while the emulator runs. */
 UniqueFd lock_device(const Device &device) {
   const std::string file = device.run_directory() / "emulator.lock";
   UniqueFd lock(open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
@@ -97,7 +97,7 @@ void quit_on_signals() {
   std::signal(SIGPIPE, SIG_IGN);
 }
 
-/** Nothing that fails on behalf of one peer ends the service of the others. */
+/** Keeps serving other peers when an exception leaves the loop. */
 int run_to_the_end(MainLoop &loop) {
   for (;;) {
     try {
@@ -132,7 +132,7 @@ int serve(const Device &device, const Arguments &arguments) {
                                 execute_command(service, words, respond);
                               });
   service.listen();
-  // Announced before anybody can know: a client that connects afterwards does not hear of it.
+  // Announced before the ready message, so that clients started after it do not receive this event.
   service.announce("Launch");
   std::cout << "svcmgr-emulator: ready on " << device.directory().string() << std::endl;
   if (const int error = run_to_the_end(loop); error != 0) {
@@ -141,7 +141,7 @@ int serve(const Device &device, const Arguments &arguments) {
   return EXIT_SUCCESS;
 }
 
-/** The command that the words ask for help with. */
+/** The control command for which help is requested. */
 std::optional<std::string> requested_help(const Words &words) {
   const bool is_request = std::find(words.begin(), words.end(), "--help") != words.end() ||
                           std::find(words.begin(), words.end(), "-h") != words.end();
@@ -163,7 +163,7 @@ void define_service(CLI::App &app, Arguments &arguments) {
                "Write every parcel and event to standard error, decoded, one a line");
 }
 
-/** The command line's grammar: fills the arguments while it is parsed. */
+/** The command line grammar. Parsing fills the arguments. */
 struct Grammar {
   explicit Grammar(Arguments &arguments) {
     command_line::begin_grammar(app);
@@ -206,7 +206,7 @@ struct Grammar {
         "126 it cannot be run, 1 no service manager, 2 bad usage.");
   }
 
-  /** Whether options of the command of "run" were taken for its own. */
+  /** Whether options of the command were parsed as options of "run". */
   bool lacks_separator() const {
     return run->get_option("COMMAND")->count() > 0 && run->remaining_size() > 0;
   }
@@ -216,7 +216,7 @@ struct Grammar {
   CLI::App *run = nullptr;
 };
 
-/** Absolute, and made known to everything that asks for the current device. */
+/** Returns an absolute path and exports it as the current device. */
 Device chosen_device(const Arguments &arguments) {
   const char *current = std::getenv("KORVANE_DEVICE");
   const std::string name =
@@ -258,7 +258,7 @@ int run_beside(const Arguments &arguments) {
   return run_command({service, device, arguments.init, arguments.command});
 }
 
-/** A word that a shell takes as it is. */
+/** Quotes a word for the shell. */
 std::string shell_word(const std::string &text) {
   std::string word;
   for (const char letter : text) word += letter == '\'' ? "'\\''" : std::string(1, letter);
@@ -272,7 +272,7 @@ int init(const Device &device) {
   return EXIT_SUCCESS;
 }
 
-/** What prints an answer and ends. */
+/** Commands that print an answer and exit. */
 int answer(const Grammar &grammar, const Arguments &arguments) {
   const Words words = grammar.ctl->remaining();
   if (const auto help = requested_help(words)) {

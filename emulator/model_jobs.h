@@ -1,4 +1,4 @@
-/** Updates and uninstallations of models. */
+/** Updates and removals of models. */
 #ifndef KORVANE_EMULATOR_MODEL_JOBS_H_
 #define KORVANE_EMULATOR_MODEL_JOBS_H_
 
@@ -22,15 +22,15 @@ struct ModelJob {
   Method method;
   DelegateBlock delegate;
   std::vector<Model> models;
-  std::int32_t result;  ///< the number that its reports carry
+  std::int32_t result;  ///< the result number in its reports
   std::size_t index = 0;
   std::int32_t percentage = 0;
 };
 
 /**
- * Any number of jobs at a time, each with reports to its connection and
- * model-status events. A job whose connection is lost goes on unheard. Models
- * change when all of a job's models are through, and not at all when it fails.
+ * Runs any number of jobs concurrently. Each sends reports to its connection and publishes model-
+ * status events. A job continues when its connection is lost. The models change when the whole job
+ * has completed, and do not change when it fails.
  */
 class ModelJobs {
  public:
@@ -39,7 +39,7 @@ class ModelJobs {
       : loop_(loop), tick_(tick), state_(state), faults_(faults), events_(events), port_(port) {}
 
   void start(ModelJob job);
-  /** Tells a job's client that it failed, without starting it. */
+  /** Reports a failure to the client without starting the job. */
   void refuse(const ModelJob &job) { report(job, kStateFailed, job.result); }
   const std::map<std::uint64_t, ModelJob> &jobs() const { return jobs_; }
 
@@ -47,7 +47,7 @@ class ModelJobs {
   void schedule_step(std::uint64_t id);
   void step(std::uint64_t id);
   void advance(ModelJob &job);
-  /** kDone, or the number of what keeps the job from going on. */
+  /** kDone, or the result number of the error that stops the job. */
   std::int32_t obstacle(const ModelJob &job);
   std::int32_t apply(const ModelJob &job);
   void end(std::uint64_t id, std::int32_t failure);

@@ -29,7 +29,7 @@ bool read(Parcel &parcel, Progress &progress) {
          parcel.read_int32(progress.count) && parcel.read_int32(progress.percentage);
 }
 
-/** The claimed count costs nothing before its elements were read. */
+/** Allocates as elements are read, so that a wrong count cannot exhaust memory. */
 template <typename Element>
 bool read_list(Parcel &parcel, std::vector<Element> &elements, std::int32_t &count) {
   std::int32_t left = 0;

@@ -1,4 +1,4 @@
-/** What travels between the service manager and its clients: methods, structures, numbers. */
+/** The protocol between the service manager and its clients: methods, structures, numbers. */
 #ifndef KORVANE_EMULATOR_PROTOCOL_H_
 #define KORVANE_EMULATOR_PROTOCOL_H_
 
@@ -16,11 +16,11 @@ using host::Parcel;
 
 constexpr char kPortName[] = "SvcMgrAppPort";
 
-/** What a parcel from the service begins with. */
+/** The first value of a parcel from the service. */
 constexpr std::int32_t kResultCommand = 0;
 constexpr std::int32_t kCallbackCommand = 1;
 
-/** Answers of the update requests that are no success. */
+/** Error answers to update requests. */
 constexpr std::int32_t kUpdateInProgress = static_cast<std::int32_t>(0xBFFFFFF9);
 
 /** Result numbers of delegate events. */
@@ -35,7 +35,7 @@ constexpr std::int32_t kStateStarted = 17;
 constexpr std::int32_t kStateCompleted = 20;
 constexpr std::int32_t kStateFailed = 24;
 
-/** Names the request that an asynchronous answer belongs to. */
+/** Identifies the request that an asynchronous answer belongs to. */
 struct DelegateBlock {
   std::int32_t id = 0;
   std::int32_t sequence = 0;
@@ -77,7 +77,7 @@ void write(Parcel &parcel, const Progress &progress);
 /** One field of a parcel. */
 struct Field {
   const char *name;
-  /** Empty when the parcel does not hold such a value at its read position. */
+  /** Empty when the parcel has no such value at its read position. */
   std::optional<Value> (*read)(Parcel &parcel);
 };
 
@@ -110,7 +110,7 @@ const MethodInfo *find_method(const std::string &name);
 const MethodInfo *find_delegate(std::int32_t delegate_id);
 const MethodInfo &info_of(Method method);
 
-/** A delegate block as a field, also of delegate events. */
+/** A delegate block as a field; delegate events contain one, too. */
 Field delegate_field();
 
 struct Request {
@@ -123,7 +123,7 @@ struct Request {
   }
 };
 
-/** Empty when the parcel is no whole request. */
+/** Empty when the parcel is not a complete request. */
 std::optional<Request> read_request(Parcel parcel);
 
 }  // namespace korvane::emulator

@@ -30,20 +30,20 @@ constexpr int kNotExecutable = 126;
 constexpr int kNotFound = 127;
 constexpr int kSignalStatus = 128;
 constexpr int kNoLimit = -1;
-/** How long the service may take to end. */
+/** The time limit for the service to exit. */
 constexpr std::chrono::seconds kPatience(2);
 
 [[noreturn]] void fail(const char *what) {
   throw std::system_error(errno, std::generic_category(), what);
 }
 
-/** Absolute, because the command may change its folder. */
+/** An absolute path, since the command may change its working directory. */
 fs::path folder_of_temporary_files() {
   const char *chosen = std::getenv("TMPDIR");
   return fs::absolute(chosen == nullptr || *chosen == '\0' ? "/tmp" : chosen);
 }
 
-/** A new folder that is removed with the object. */
+/** A temporary folder, removed on destruction. */
 class TemporaryFolder {
  public:
   TemporaryFolder() : path_((folder_of_temporary_files() / "svcmgr-emulator-XXXXXX").string()) {
@@ -63,8 +63,8 @@ class TemporaryFolder {
 };
 
 /**
- * Blocks every signal that could end this process before it has cleaned up; they are taken one by
- * one. Faults of the process itself and the stops of a terminal keep their effect.
+ * Blocks every signal that could end this process before it has cleaned up; take() reads them.
+ * Fault signals and terminal stop signals keep their effect.
  */
 class HeldSignals {
  public:
@@ -76,7 +76,7 @@ class HeldSignals {
       sigdelset(&held, signal);
     }
     sigprocmask(SIG_BLOCK, &held, &mask_before_);
-    // A caller may ignore it, and then no child can be waited for.
+    // The caller may have SIGCHLD ignored; children could not be waited for then.
     struct sigaction usual = {};
     usual.sa_handler = SIG_DFL;
     sigaction(SIGCHLD, &usual, &child_action_before_);
@@ -84,7 +84,9 @@ class HeldSignals {
     if (!descriptor_) fail("signalfd");
   }
 
-  /** The next one; none when the time is up, or the other descriptor is readable first. */
+  /**
+   * Takes the next signal. Empty on timeout, or when the other descriptor becomes readable first.
+   */
   std::optional<signalfd_siginfo> take(int timeout_ms, int other = -1) const {
     pollfd entries[] = {{descriptor_.get(), POLLIN, 0}, {other, POLLIN, 0}};
     poll(entries, std::size(entries), timeout_ms);
@@ -94,7 +96,7 @@ class HeldSignals {
     return has_come ? std::optional(info) : std::nullopt;
   }
 
-  /** For a child: signals are as the caller of this program left them. */
+  /** For a child: restores the signal settings of the caller of this program. */
   void let_go() const {
     sigaction(SIGCHLD, &child_action_before_, nullptr);
     sigprocmask(SIG_SETMASK, &mask_before_, nullptr);
@@ -106,10 +108,10 @@ class HeldSignals {
   host::UniqueFd descriptor_;
 };
 
-/** A process that is ended with the object, and with this process at the latest. */
+/** A child process, ended on destruction and at the latest when this process ends. */
 class Child {
  public:
-  /** The result of the body, which throws nothing, is the exit status. */
+  /** The body returns the exit status and does not throw. */
   template <typename Body>
   Child(const HeldSignals &signals, Body body) : signals_(signals), pid_(fork()) {
     if (pid_ < 0) fail("fork");
@@ -128,7 +130,7 @@ class Child {
     waitpid(pid_, nullptr, 0);
   }
 
-  /** Nothing happens once it has ended: its number may belong to another process then. */
+  /** Does nothing after the process was waited for: another process may have its ID. */
   void send(int signal) const {
     if (!has_ended_) kill(pid_, signal);
   }
@@ -158,7 +160,7 @@ class Child {
   int status_ = 0;
 };
 
-/** Becomes the command; returns only when that fails. */
+/** Executes the command; returns only on failure. */
 int execute(const Words &command) {
   std::vector<char *> arguments;
   for (const std::string &word : command) arguments.push_back(const_cast<char *>(word.c_str()));
@@ -169,20 +171,20 @@ int execute(const Words &command) {
   return status;
 }
 
-/** In a process group of its own, so that what interrupts the command leaves the service. */
+/** Runs in a process group of its own, so that a terminal interrupt does not reach the service. */
 int serve_quietly(const CommandRun &run, const host::Device &device, int ready) {
   setpgid(0, 0);
   dup2(ready, STDOUT_FILENO);
   return run.serve(device);
 }
 
-/** What a terminal sends on a key has reached the command already. */
+/** The command has already received signals that the terminal sends on a key press. */
 bool is_from_keyboard(const signalfd_siginfo &info) {
   const bool has_key = info.ssi_signo == SIGINT || info.ssi_signo == SIGQUIT;
   return has_key && info.ssi_code == SI_KERNEL;
 }
 
-/** Runs the command to its end. */
+/** Runs the command until it exits. */
 int execute_beside(const HeldSignals &signals, const Words &words) {
   Child command(signals, [&] { return execute(words); });
   while (!command.has_ended()) {
@@ -205,7 +207,7 @@ int run_beside_service(const CommandRun &run, const host::Device &device,
     if (info->ssi_signo != SIGCHLD) return kSignalStatus + static_cast<int>(info->ssi_signo);
   }
   char letter = '\0';
-  if (read(readable.get(), &letter, 1) != 1) return EXIT_FAILURE;  // it has reported why
+  if (read(readable.get(), &letter, 1) != 1) return EXIT_FAILURE;  // the service reported why
   return execute_beside(signals, run.command);
 }
 

@@ -1,4 +1,4 @@
-/** A service manager for as long as one command runs. */
+/** Runs a service manager for the duration of one command. */
 #ifndef KORVANE_EMULATOR_RUN_COMMAND_H_
 #define KORVANE_EMULATOR_RUN_COMMAND_H_
 
@@ -11,18 +11,18 @@
 namespace korvane::emulator {
 
 struct CommandRun {
-  /** What the service's process does; its result is the exit status. */
+  /** The body of the service process; its result is the exit status. */
   std::function<int(const host::Device &)> serve;
-  std::optional<host::Device> device;  ///< none: a sample device, which is removed at the end
-  bool init;                           ///< whether a device that is given is to be made first
+  std::optional<host::Device> device;  ///< empty: a temporary sample device
+  bool init;                           ///< whether to create the given device first
   Words command;
 };
 
 /**
- * Starts a service, waits for the first thing that it prints, and runs the command with the device
- * in its environment. Signals are passed on to the command. When it has ended the service is ended,
- * too: killed, when it does not end in time. Returns the command's exit status as a shell reports
- * it. Throws std::exception.
+ * Starts a service, waits until it prints its first byte, and runs the command with the device in
+ * its environment. Signals are forwarded to the command. After the command has exited, the service
+ * is ended; it is killed when it does not exit in time. Returns the command's exit status as a
+ * shell reports it. Throws std::exception.
  */
 int run_command(const CommandRun &run);
 

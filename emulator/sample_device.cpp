@@ -21,7 +21,7 @@ constexpr char kVision[] = SVCMGR_VENDOR_PREFIX ".vision";
 constexpr char kLanguage[] = SVCMGR_VENDOR_PREFIX ".language";
 constexpr char kSpeech[] = SVCMGR_VENDOR_PREFIX ".speech";
 
-/** The contents of a marker section, as it lies in the file. */
+/** The contents of a marker section, as stored in the file. */
 struct Marker {
   char magic[6];
   std::array<std::uint16_t, 5> numbers;  ///< revision, API level, version major, minor, patch
@@ -162,7 +162,10 @@ void fill(const host::Device &device) {
   write_json(device.directory() / "service" / "state.json", initial_state());
 }
 
-/** A folder in which a device is made before it takes its place; removed with the object. */
+/**
+ * A temporary folder in which the device is created before it is moved into place. Removed on
+ * destruction.
+ */
 class Draft {
  public:
   explicit Draft(const fs::path &place) : place_(place), is_new_(!fs::exists(place)) {
@@ -178,12 +181,12 @@ class Draft {
   }
 
   fs::path folder() const { return place_ / kName; }
-  /** Whether a folder holds anything but a draft that was interrupted. */
+  /** Whether the folder contains at most the draft of an interrupted run. */
   static bool is_alone_in(const fs::path &place) {
     const auto is_draft = [](const fs::path &entry) { return entry.filename() == kName; };
     return std::all_of(fs::directory_iterator(place), fs::directory_iterator(), is_draft);
   }
-  /** With the packages, which come last, it is a device. */
+  /** Moves packages last: with that folder the directory counts as a device. */
   void take_place() const {
     for (const char *name : {"apps", "run", "service", "packages"}) {
       fs::rename(folder() / name, place_ / name);

@@ -1,4 +1,4 @@
-/** A device directory to try things with. */
+/** Creates a device directory with sample content. */
 #ifndef KORVANE_EMULATOR_SAMPLE_DEVICE_H_
 #define KORVANE_EMULATOR_SAMPLE_DEVICE_H_
 
@@ -9,10 +9,9 @@ namespace korvane::emulator {
 constexpr char kSampleApplication[] = "com.example.viewer";
 
 /**
- * Makes a device: the service manager, three agents with a category each, an
- * application whose installation holds marked ELF files of both classes, and
- * the service manager's state. Throws std::runtime_error, also when the
- * directory is a device already or holds other things, and leaves nothing behind then.
+ * Creates a device with the service manager, three agents with a category each, an application with
+ * marked ELF files of both classes, and the service manager's state. Throws std::runtime_error,
+ * also when the directory is already a device or contains other files; it is then left unchanged.
  */
 void create_sample_device(const host::Device &device);
 

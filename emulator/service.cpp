@@ -13,10 +13,10 @@ namespace korvane::emulator {
 namespace {
 
 constexpr int kCrashStatus = 70;
-/** How long clients may take to come back between two updates in a row. */
+/** The time limit for clients to reconnect between two consecutive updates. */
 constexpr std::chrono::seconds kPatience(2);
 constexpr std::chrono::milliseconds kRetry(250);
-/** The longest list that fits into a parcel with what precedes it. */
+/** The longest list that fits into a parcel after the fields before it. */
 constexpr std::size_t kMaxList = host::kMaxFrameSize - 64;
 constexpr std::int32_t kTooLong = 1;
 
@@ -91,7 +91,7 @@ void Service::be_back() {
   past.back(past.problem);
 }
 
-// A client that has not subscribed again would miss the next announcement.
+// Waits for new subscriptions, since a client without one would miss the next announcement.
 void Service::await_clients() {
   const bool all_back = port_.peers().size() >= absence_->clients &&
                         subscriptions(kAgentStatus) >= absence_->subscribers;

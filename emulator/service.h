@@ -23,17 +23,20 @@
 namespace korvane::emulator {
 
 /**
- * Serves every method from the state of the current device, and does at will
- * what a service manager does seldom. Lives on the thread of its loop.
+ * Serves every method from the state of the current device. Control commands trigger its updates,
+ * restarts and faults. Lives on the thread of its loop.
  */
 class Service {
  public:
   struct Options {
-    std::chrono::milliseconds tick;  ///< between two steps of anything that takes time
+    std::chrono::milliseconds tick;  ///< between two steps of updates and jobs
     bool trace;
   };
 
-  /** Called when it is back, with what was wrong then: it serves the state of before instead. */
+  /**
+   * Called when the service is back. After an error it has its previous state, and problem
+   * describes the error.
+   */
   using Back = std::function<void(const std::string &problem)>;
 
   Service(host::MainLoop &loop, const host::Device &device, const Options &options);
@@ -45,14 +48,15 @@ class Service {
   void announce(const std::string &key) { agent_status({{key, "announced"}}); }
 
   /**
-   * Updates itself, several times in a row: announces "Update", goes away, comes back and
-   * announces "Launch". std::runtime_error when it is away already.
+   * Updates the service manager once or several times in a row. Each time it announces "Update",
+   * closes its port, opens it again and announces "Launch". Throws std::runtime_error when the port
+   * is already closed.
    */
   void update_itself(int rounds, Back back);
-  /** Goes away without a word, comes back and announces "Launch". */
+  /** Closes the port without an announcement, opens it again and announces "Launch". */
   void restart(Back back);
   void stop() { loop_.quit(); }
-  /** Takes back what control commands have set: faults, and the licence text. */
+  /** Reverts what control commands have set: faults and the licence text. */
   void reset();
 
   Json status() const;
@@ -62,14 +66,14 @@ class Service {
   ServicePort &port() { return port_; }
 
  private:
-  /** Being away, once or several times. */
+  /** One or several periods with a closed port. */
   struct Absence {
     bool announced;
     int rounds;
     Back back;
     std::string problem = {};
-    std::size_t clients = 0;      ///< how many were connected before
-    std::size_t subscribers = 0;  ///< and how many heard the announcement
+    std::size_t clients = 0;      ///< number of clients before
+    std::size_t subscribers = 0;  ///< number that received the announcement
     std::chrono::steady_clock::time_point deadline = {};
   };
 
@@ -79,7 +83,7 @@ class Service {
   void be_away(Absence absence);
   void go_away();
   void come_back();
-  /** Until there are descriptors for it, if need be. */
+  /** Opens the port; tries again later while no descriptors are free. */
   void listen_again();
   void be_back();
   void await_clients();

@@ -28,7 +28,7 @@ void ServicePort::open() {
     try {
       received_({openings_, id}, peer->second, std::move(parcel));
     } catch (const std::exception &error) {
-      // The client would wait for an answer that does not come.
+      // The client would wait for an answer that is never sent.
       std::cerr << "svcmgr-emulator: a request failed: " << error.what() << '\n';
       server_->disconnect(id);
     }
@@ -37,7 +37,7 @@ void ServicePort::open() {
 }
 
 void ServicePort::close(std::function<void()> done) {
-  // A client that is stopped does not hold up the others.
+  // A stopped client does not delay other clients.
   constexpr std::chrono::seconds kLimit(2);
   server_->close(kLimit, [this, done = std::move(done)] {
     server_.reset();

@@ -1,4 +1,4 @@
-/** The service manager's RPC port, with what it is told to do wrong there. */
+/** The service manager's RPC port, including its injected faults. */
 #ifndef KORVANE_EMULATOR_SERVICE_PORT_H_
 #define KORVANE_EMULATOR_SERVICE_PORT_H_
 
@@ -13,9 +13,9 @@
 
 namespace korvane::emulator {
 
-/** One connection, which no later connection is mistaken for. */
+/** The address of one connection; never reused for a later connection. */
 struct Address {
-  std::uint64_t opening = 0;  ///< how many times the port had been opened
+  std::uint64_t opening = 0;  ///< which opening of the port, counted from 1
   host::RpcPortServer::ConnectionId connection = 0;
 };
 
@@ -29,15 +29,17 @@ class ServicePort {
       : loop_(loop), faults_(faults), trace_(trace), received_(std::move(received)) {}
 
   void open();
-  /** Stops listening and ends every connection; done is called once the clients have noticed. */
+  /**
+   * Stops listening and closes every connection; calls done once all clients have closed theirs.
+   */
   void close(std::function<void()> done);
   void drop_connections();
   const Peers &peers() const { return peers_; }
 
-  /** Answers a synchronous method. An address whose connection has ended is ignored. */
+  /** Answers a synchronous method. The address of a closed connection is ignored. */
   void reply(const Address &address, const MethodInfo &info, const Parcel &answer);
   void send(const Address &address, DelegateEvent event);
-  /** To every connection. */
+  /** Sends to every connection. */
   void send_garbage(host::Port port, const host::Bytes &bytes);
 
  private:

@@ -1,4 +1,4 @@
-/** What the service manager remembers on the device. */
+/** The service manager's persistent state on the device. */
 #ifndef KORVANE_EMULATOR_SERVICE_STATE_H_
 #define KORVANE_EMULATOR_SERVICE_STATE_H_
 
@@ -22,20 +22,20 @@ struct OfferedModel {
   std::string description;
   std::string installed;                  ///< version; empty when the model is not installed
   std::vector<std::string> versions;      ///< oldest first
-  std::vector<std::string> applications;  ///< that may use it; empty: every one
+  std::vector<std::string> applications;  ///< that may use it; empty: all
 
   bool has_version(const std::string &version) const;
 };
 
 /**
- * The service manager's state, kept in service/state.json of the device and, for
- * the agents' versions, in their package files. Every change is in its file when the
- * operation returns, or, when that fails, not made at all; a crash of the whole system may
- * take it back. Failures are std::runtime_error.
+ * The service manager's state, stored in service/state.json of the device and, for the versions of
+ * agents, in their package files. A change is in its file when the operation returns; if writing
+ * fails, the change is not made. A system crash may lose recent changes. Errors are
+ * std::runtime_error.
  */
 class ServiceState {
  public:
-  /** The versions that models are to have, by their IDs; an empty one uninstalls. */
+  /** Requested versions of models by ID; an empty version uninstalls. */
   using InstalledVersions = std::unordered_map<std::string, std::string>;
 
   explicit ServiceState(host::Device device);
@@ -46,19 +46,19 @@ class ServiceState {
   std::int32_t agent_api_level() const { return contents_.agent_api_level; }
   const std::string &license() const { return contents_.license; }
   void set_license(const std::string &text);
-  /** Takes back what set_license() has changed. */
+  /** Reverts set_license(). */
   void reset_license();
 
-  /** Those of the names that are agents; without names, every agent. */
+  /** The agents among the names; all agents when no names are given. */
   std::vector<std::string> agents(const std::vector<std::string> *names = nullptr) const;
-  /** Raises an agent's package to the version that is available. */
+  /** Updates an agent's package to the available version. */
   void update_agent(const std::string &agent);
 
   /** The installed models of an agent, or those that an application may use. */
   ModelList usable_models(const std::string &id, bool with_description) const;
   /** Every version of a model; null when there is no such model. */
   const OfferedModel *find_model(const std::string &id) const;
-  /** Changes all of these models, or none of them. */
+  /** Changes all of these models or none. */
   void set_installed(const InstalledVersions &versions);
 
  private:
@@ -69,13 +69,13 @@ class ServiceState {
     std::vector<OfferedModel> models;
   };
 
-  /** Makes it the state, once it is in the file. */
+  /** Writes a new state to the file, then makes it current. */
   void replace(Contents contents);
 
   host::Device device_;
   Contents contents_;
-  std::optional<std::string> first_license_;             ///< before set_license() was called
-  std::unordered_map<std::string, std::size_t> places_;  ///< of models, by their IDs
+  std::optional<std::string> first_license_;             ///< before the first set_license()
+  std::unordered_map<std::string, std::size_t> places_;  ///< index of each model, by ID
 };
 
 }  // namespace korvane::emulator

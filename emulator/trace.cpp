@@ -45,7 +45,7 @@ std::string text_of(const NameList &list) {
   return text_of_list(list.names, list.count);
 }
 
-/** Reads fields, each told as " name=value". */
+/** Reads fields and formats each as " name=value". */
 std::string read_fields(Parcel &parcel, const std::vector<Field> &fields) {
   std::string text;
   for (const Field &field : fields) {
@@ -63,7 +63,7 @@ std::optional<std::int32_t> read_first(Parcel &parcel) {
   return first;
 }
 
-/** A parcel that does not begin as one on its port should. */
+/** A parcel whose start is not valid on its port. */
 std::string unknown(const std::optional<std::int32_t> &first, const Parcel &parcel) {
   return (first ? "unknown " + text_of(*first) : "no number") + " <" +
          std::to_string(parcel.bytes().size()) + " bytes>";

@@ -1,4 +1,4 @@
-/** A line for every parcel and event. */
+/** Prints a line for every parcel and event. */
 #ifndef KORVANE_EMULATOR_TRACE_H_
 #define KORVANE_EMULATOR_TRACE_H_
 
@@ -9,13 +9,13 @@
 
 namespace korvane::emulator {
 
-/** Writes to standard error, when it is on. Values that a parcel lacks show as "<truncated>". */
+/** Writes to standard error when enabled. Values missing in a parcel show as "<truncated>". */
 class Trace {
  public:
   explicit Trace(bool on) : on_(on) {}
 
   void request(std::uint64_t connection, const Parcel &parcel) const;
-  /** A parcel on the main port; info is the method it answers, or null. */
+  /** A parcel on the main port; info is the method that it answers, or null. */
   void reply(std::uint64_t connection, const MethodInfo *info, const Parcel &parcel) const;
   /** A parcel on the callback port. */
   void callback(std::uint64_t connection, const Parcel &parcel) const;

@@ -1,4 +1,4 @@
-/** The end of a wait. */
+/** A point in time until which a wait may last. */
 #ifndef KORVANE_HOST_DEADLINE_H_
 #define KORVANE_HOST_DEADLINE_H_
 
@@ -14,7 +14,7 @@ class Deadline {
   explicit Deadline(int timeout_ms = kNoLimit)
       : is_limited_(timeout_ms >= 0), end_(Clock::now() + std::chrono::milliseconds(timeout_ms)) {}
 
-  /** The milliseconds that are left, 0 or more, or kNoLimit. */
+  /** Remaining time in milliseconds, at least 0; kNoLimit without a limit. */
   int left_ms() const {
     if (!is_limited_) return kNoLimit;
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(end_ - Clock::now()).count();

@@ -1,4 +1,4 @@
-/** Where the platform's C++ meets its C functions. */
+/** Converts exceptions to error numbers at the border to C. */
 #ifndef KORVANE_HOST_GUARD_H_
 #define KORVANE_HOST_GUARD_H_
 
@@ -14,16 +14,16 @@
 namespace korvane::host {
 
 /**
- * What a caller of the platform is told of an errno value: invalid parameter, permission denied,
- * and an I/O error for whatever else went wrong, lack of memory included.
+ * The platform error number for an errno value: invalid parameter, permission denied, or an I/O
+ * error for everything else, including lack of memory.
  */
 constexpr int failure_of(int error) {
   return error == EINVAL ? -EINVAL : error == EACCES || error == EPERM ? -EACCES : -EIO;
 }
 
 /**
- * Runs the body of a platform function; exceptions become platform error numbers. Failures of the
- * system, a peer that is not there for one, are logged as information, all others as errors.
+ * Runs the body of a platform function and converts exceptions to platform error numbers. System
+ * errors, such as a missing peer, are logged as information, all others as errors.
  */
 template <typename Body>
 int guarded(Body body) noexcept {
@@ -40,7 +40,7 @@ int guarded(Body body) noexcept {
   }
 }
 
-/** A copy for a caller that releases it with free. Throws std::bad_alloc. */
+/** A copy that the caller releases with free(). Throws std::bad_alloc. */
 inline char *heap_copy(std::string_view text) {
   char *copy = strndup(text.data(), text.size());
   if (copy == nullptr) throw std::bad_alloc();

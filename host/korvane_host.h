@@ -20,9 +20,9 @@ extern "C" {
 int korvane_host_main_loop_run(void);
 
 /**
- * Makes the running korvane_host_main_loop_run() return, or the next one at once. Ends the wait of
- * a korvane_host_main_loop_step() too, which returns 1. May be called from any thread and from
- * signal handlers. A quit in a process does not concern the children that it forks.
+ * Makes the running korvane_host_main_loop_run() return, or the next one if none is running. Also
+ * ends the wait of a korvane_host_main_loop_step(), which then returns 1. May be called from any
+ * thread and from signal handlers. Does not affect children made by fork.
  */
 void korvane_host_main_loop_quit(void);
 
@@ -30,19 +30,19 @@ void korvane_host_main_loop_quit(void);
  * Waits for one event and delivers it. Signals do not end the wait.
  *
  * @param timeout_ms the longest wait in milliseconds; -1 for no limit
- * @return 1 when the wait ended before its time: something was served that may have called a
- *         callback, or korvane_host_main_loop_quit() was called, before the step or during it;
- *         0 when the time was up; or a negated errno value
+ * @return 1 when an event was served, which may have called a callback, or when
+ *         korvane_host_main_loop_quit() was called before or during the step; 0 on timeout; or a
+ *         negated errno value
  */
 int korvane_host_main_loop_step(int timeout_ms);
 
 /**
  * Calls a function once from inside the loop, after a delay. Functions with the same delay are
- * called in the order of these calls. With a delay of 0 it posts work into the loop: the function
+ * called in the order in which they were added. A delay of 0 posts work to the loop: the function
  * is never called from inside this call. May be called from any thread.
  *
  * @param delay_ms the delay in milliseconds, 0 or more
- * @param task the function; it is not called when the process ends before
+ * @param task the function; not called if the process ends first
  * @param user_data the argument of the function
  * @return 0, or a negated errno value: -EINVAL for a null function or a negative delay; after an
  *         error the function is not called
@@ -50,8 +50,10 @@ int korvane_host_main_loop_step(int timeout_ms);
 int korvane_host_main_loop_call_after(int delay_ms, void (*task)(void *user_data), void *user_data);
 
 /**
- * The descriptor to watch in an event loop of one's own: readable while a step
- * would deliver something. Owned by the platform. @return a descriptor, or a negated errno value
+ * A descriptor to watch in the application's own event loop. It is readable while a step would
+ * deliver something. The platform owns it.
+ *
+ * @return the descriptor, or a negated errno value
  */
 int korvane_host_main_loop_fd(void);
 

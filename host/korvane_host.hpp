@@ -18,11 +18,11 @@
 namespace korvane::host {
 
 /**
- * Calls a task once from inside the main loop, after a delay; with a delay of 0 it posts work into
- * the loop. The task is released after its call. May be called from any thread.
+ * Calls a task once from inside the main loop, after a delay. A delay of 0 posts work to the loop.
+ * The task is destroyed after its call. May be called from any thread.
  *
- * @throws std::system_error when the task cannot be kept: EINVAL for an empty task or a delay that
- *         is negative or longer than an int of milliseconds. The task is released then.
+ * @throws std::system_error when the task cannot be added: EINVAL for an empty task or a delay that
+ *         is negative or exceeds an int of milliseconds. The task is destroyed then.
  */
 inline void call_after(std::chrono::milliseconds delay, std::function<void()> task) {
   using Task = std::function<void()>;

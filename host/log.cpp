@@ -30,14 +30,14 @@ char letter_of(int priority) {
   return priority <= 3 ? 'D' : priority <= 5 ? 'I' : 'E';
 }
 
-/** Length of the change of colour that a text begins with; 0 when there is none. */
+/** Length of the colour sequence at the start of a text; 0 when there is none. */
 std::size_t colour_length(std::string_view text) {
   if (text.substr(0, 2) != "\x1b[") return 0;
   const std::size_t end = text.find_first_not_of("0123456789;", 2);
   return end != std::string_view::npos && text[end] == 'm' ? end + 1 : 0;
 }
 
-/** Length of the control character that a text begins with; 0 when it may be written as it is. */
+/** Length of the control character at the start of a text; 0 when there is none. */
 std::size_t control_length(std::string_view text) {
   const auto byte = [text](std::size_t i) { return static_cast<unsigned char>(text[i]); };
   if (byte(0) == 0xC2 && text.size() > 1 && byte(1) < 0xA0) return 2;
@@ -45,7 +45,10 @@ std::size_t control_length(std::string_view text) {
   return is_control && text[0] != '\n' && text[0] != '\t' ? 1 : 0;
 }
 
-/** Leaves colours only where somebody sees them; a message can hold texts of any origin, too. */
+/**
+ * Replaces control characters, since messages can contain untrusted text. Colours stay on a
+ * terminal.
+ */
 void make_harmless(char *message, bool keeps_colours) {
   char *to = message;
   for (std::string_view rest = message; !rest.empty();) {
@@ -66,14 +69,14 @@ iovec part(std::string_view text) {
   return {const_cast<char *>(text.data()), text.size()};
 }
 
-/** What standard error is; all zeroes when it is closed. */
+/** The status of standard error; all zeroes when it is closed. */
 struct stat standard_error() {
   struct stat status = {};
   if (fstat(STDERR_FILENO, &status) != 0) status = {};
   return status;
 }
 
-/** What it was when the platform was loaded. Its number may be another file's since. */
+/** The status when the platform was loaded. Another file may use the descriptor since then. */
 const struct stat first_standard_error = standard_error();
 
 bool is_standard_error_still() {
@@ -82,7 +85,7 @@ bool is_standard_error_still() {
          now.st_ino == first_standard_error.st_ino;
 }
 
-/** Keeps a write to a pipe that nobody reads from raising SIGPIPE in the thread it lives in. */
+/** Blocks SIGPIPE in the calling thread, so that writing to a closed pipe does not raise it. */
 class PipeSignalHeld {
  public:
   PipeSignalHeld() {
@@ -116,7 +119,7 @@ void write_line(char letter, const char *tag, char *message, bool is_cut) {
                         part(": "),         part(message), part(end)};
   if (!is_standard_error_still()) return;
   const PipeSignalHeld held;
-  // One call, so that the lines of several threads and processes do not mix.
+  // A single call keeps the lines of several threads and processes apart.
   [[maybe_unused]] const ssize_t written =
       writev(STDERR_FILENO, line, static_cast<int>(std::size(line)));
 }

@@ -1,4 +1,4 @@
-/** Telling a process from the children that it forks. */
+/** Distinguishes a process from the children that it forks. */
 #ifndef KORVANE_HOST_PROCESS_H_
 #define KORVANE_HOST_PROCESS_H_
 
@@ -7,8 +7,8 @@
 namespace korvane::host {
 
 /**
- * Made along with something that belongs to the process. In a child made by fork it is still the
- * parent's: connections, subscriptions and their sockets are ended by the process that made them.
+ * Records which process created an object. In a child made by fork the object still belongs to the
+ * parent: only the parent closes its connections, subscriptions and sockets.
  */
 class ProcessMark {
  public:

@@ -1,4 +1,4 @@
-// The calling application: the one that $KORVANE_APP_ID names.
+// The calling application, named by $KORVANE_APP_ID.
 #include "app.h"
 
 #include <cstdlib>

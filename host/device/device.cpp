@@ -22,7 +22,7 @@ constexpr int kLogError = 6;
   throw std::system_error(error, std::generic_category(), what);
 }
 
-/** Makes a folder for this user alone; refuses one that others can reach. */
+/** Creates a folder that only this user can access; refuses one that other users can access. */
 void make_private(const fs::path &folder) {
   if (mkdir(folder.c_str(), 0700) != 0 && errno != EEXIST) fail(errno, folder.string());
   struct stat status = {};

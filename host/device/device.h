@@ -12,10 +12,10 @@
 
 namespace korvane::host {
 
-/** Whether a name can stand as one component of a path. */
+/** Whether a name is valid as one component of a path. */
 bool is_plain_name(const std::string &name);
 
-/** $KORVANE_DEVICE is not set, or names no device directory. */
+/** $KORVANE_DEVICE is not set, or does not name a device directory. */
 struct NoDevice : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
@@ -23,14 +23,14 @@ struct NoDevice : std::runtime_error {
 /**
  * A device directory.
  *
- * Failures are std::system_error: EIO for a file that cannot be understood,
- * EACCES for sockets that are not private to this user.
+ * Errors are thrown as std::system_error: EIO for a file with invalid content, EACCES for sockets
+ * that are not private to this user.
  */
 class Device {
  public:
   explicit Device(std::string directory) : directory_(std::move(directory)) {}
 
-  /** The device that $KORVANE_DEVICE names. Throws NoDevice when it is not set. */
+  /** The device that $KORVANE_DEVICE names. Throws NoDevice when the variable is not set. */
   static Device current();
 
   std::filesystem::path directory() const { return directory_; }
@@ -40,22 +40,22 @@ class Device {
   }
 
   /**
-   * Whether a package is installed: whether its file is there, whatever it states. Throws NoDevice
-   * when there is no such device.
+   * Whether a package is installed, that is, whether its file exists; the content is not checked.
+   * Throws NoDevice when the device does not exist.
    */
   bool has_package(const std::string &id) const;
-  /** The package as its file states it now. */
+  /** Reads the package from its file. */
   Package load_package(const std::string &id) const;
-  /** All packages that can be understood, by the order of their file names. */
+  /** All packages with a valid file, in the order of their file names. */
   std::vector<Package> load_packages() const;
 
-  /** A folder below run/, made when it is missing, and private to this user. */
+  /** Returns a folder below run/. Creates it, private to this user, when it is missing. */
   std::filesystem::path run_directory(const std::filesystem::path &below = {}) const;
 
  private:
   std::string package_file(const std::string &id) const;
 
-  std::string directory_;  ///< no path: every call of the library looks its package up
+  std::string directory_;  ///< a string, since every library call looks up a package here
 };
 
 }  // namespace korvane::host

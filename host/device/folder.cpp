@@ -21,7 +21,7 @@ std::vector<std::string> names_in(const std::filesystem::path &folder) {
   const std::unique_ptr<DIR, Close> stream(opendir(folder.c_str()));
   if (stream == nullptr) throw std::system_error(errno, std::generic_category(), folder.string());
   std::vector<std::string> names;
-  // cppcheck-suppress readdirCalled ; nobody else has the stream
+  // cppcheck-suppress readdirCalled ; the stream is local
   while (const dirent *entry = readdir(stream.get())) {
     const std::string name = entry->d_name;
     if (name != "." && name != "..") names.push_back(name);

@@ -1,4 +1,4 @@
-/** What a folder holds. */
+/** Lists the contents of a folder. */
 #ifndef KORVANE_HOST_FOLDER_H_
 #define KORVANE_HOST_FOLDER_H_
 
@@ -9,8 +9,8 @@
 namespace korvane::host {
 
 /**
- * The names in a folder, sorted. Throws std::system_error, or std::bad_alloc where the iterators of
- * the standard library end the process.
+ * The names in a folder, sorted. Throws std::system_error. Throws std::bad_alloc when out of
+ * memory, where the standard library's directory iterators would end the process.
  */
 std::vector<std::string> names_in(const std::filesystem::path &folder);
 

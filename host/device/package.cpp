@@ -19,7 +19,7 @@ using korvane::host::Package;
 struct package_info_s {
   Device device;
   std::string id;
-  std::optional<Package> package;  ///< in a walk over all packages; else it is read when asked for
+  std::optional<Package> package;  ///< set when all packages are listed; otherwise read on demand
 };
 struct app_info_s {
   std::map<std::string, std::string> metadata;
@@ -38,7 +38,7 @@ int get_text(package_info_h package, std::string Package::*field, char **text) {
   });
 }
 
-/** Once in a process: every call of the library asks for a package. */
+/** Logged once in a process, since every library call looks up a package. */
 void report(const NoDevice &error) {
   static std::atomic<bool> is_reported{false};
   if (!is_reported.exchange(true)) dlog_print(6, "KORVANE_HOST", "%s", error.what());

@@ -23,7 +23,7 @@ constexpr off_t kMaxFileSize = 1 << 20;
 }
 
 std::string read_text(const std::string &file) {
-  // Opening anything but a regular file, a pipe for one, might block.
+  // Opening a file that is not a regular one, such as a pipe, might block.
   const UniqueFd descriptor(open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
   struct stat status = {};
   if (!descriptor || fstat(descriptor.get(), &status) != 0) fail(errno, file);
@@ -43,8 +43,8 @@ std::string read_text(const std::string &file) {
 }
 
 /**
- * The parser's callback takes the fields as they come, and no part of the document is kept: nothing
- * depends on the depth of the text, and a document needs memory to be released.
+ * Takes the fields in the callback of the parser and keeps no part of the document: destroying a
+ * deeply nested one would allocate memory.
  */
 Package parse(const std::string &text, const std::string &file) {
   using Event = Json::parse_event_t;

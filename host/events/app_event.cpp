@@ -37,7 +37,7 @@ using korvane::host::UniqueFd;
 
 namespace {
 
-/** One subscription. Calls from the loop keep it alive. */
+/** One subscription. Loop handlers hold a reference while they run. */
 class Subscription : public std::enable_shared_from_this<Subscription> {
  public:
   Subscription(const char *event_name, event_cb callback, void *user_data)
@@ -47,8 +47,8 @@ class Subscription : public std::enable_shared_from_this<Subscription> {
   ~Subscription() { stop(); }
 
   /**
-   * Publishes the socket once it is watched; otherwise an event could be delivered after a later
-   * end of a connection.
+   * Publishes the socket only once the loop watches it; otherwise an event could be delivered after
+   * a later disconnect.
    */
   void start() {
     static std::atomic<unsigned> next_number{0};
@@ -61,7 +61,7 @@ class Subscription : public std::enable_shared_from_this<Subscription> {
     path_.enlist();
   }
 
-  /** In a child made by fork the subscription goes on being its parent's. */
+  /** In a child made by fork the socket's path is not removed: it belongs to the parent. */
   void stop() {
     if (mark_.is_ours()) path_.remove();
     source_.reset();
@@ -88,11 +88,11 @@ class Subscription : public std::enable_shared_from_this<Subscription> {
   }
 
   /**
-   * Delivers the events of the first run. The senders of a later run are served on their own:
-   * behind the end of the connections that came between the two runs.
+   * Delivers the waiting events of the first run. Senders of later runs are served by their own
+   * sources, after the disconnects that happened between the runs.
    */
   void accept_senders() {
-    // Watched again while no sender waits, the socket has a place in the order of what follows.
+    // Re-arming while no sender waits puts the socket behind the sources that are ready by now.
     while (accept_waiting()) source_.change_events(EPOLLIN);
     std::optional<EventRun> first;
     for (auto next = senders_.begin(); next != senders_.end();) {
@@ -116,7 +116,7 @@ class Subscription : public std::enable_shared_from_this<Subscription> {
     return some;
   }
 
-  /** Watches a sender before anything of it is read, which gives it its place in the loop. */
+  /** Watches a sender before its data is read; this fixes its position in the loop. */
   void add_sender(UniqueFd socket) {
     Senders added(1);
     const auto sender = added.begin();
@@ -133,7 +133,7 @@ class Subscription : public std::enable_shared_from_this<Subscription> {
     senders_.splice(senders_.end(), added);
   }
 
-  /** The run of an event of which nothing was read yet, if it has come. */
+  /** The run of a complete event header that has arrived but was not read yet. */
   static std::optional<EventRun> run_of(const Sender &sender) {
     std::array<std::uint8_t, korvane::host::kFrameHeaderSize + sizeof(EventRun)> bytes;
     if (!sender.reader.empty() || recv(sender.socket.get(), bytes.data(), bytes.size(),
@@ -145,7 +145,10 @@ class Subscription : public std::enable_shared_from_this<Subscription> {
     return run;
   }
 
-  /** Reads what has come. Ends the sender when its event is whole, which is then due, or lost. */
+  /**
+   * Reads the available data. Removes the sender when its event is complete or the connection has
+   * failed.
+   */
   void read(Senders::iterator sender) {
     bool ends = true;
     guarded([&] {
@@ -182,7 +185,7 @@ class Subscription : public std::enable_shared_from_this<Subscription> {
   UniqueFd listener_;
   ScopedSource source_;
   Senders senders_;
-  std::list<bundle_s> due_;  ///< read, not delivered yet
+  std::list<bundle_s> due_;  ///< read but not delivered yet
 };
 
 }  // namespace

@@ -1,4 +1,4 @@
-/** What a bundle handle of the platform points to. */
+/** The type behind the platform's bundle handles. */
 #ifndef KORVANE_HOST_BUNDLE_HANDLE_H_
 #define KORVANE_HOST_BUNDLE_HANDLE_H_
 
@@ -10,12 +10,12 @@
 #include "bundle.h"
 #include "events/event_bundle.h"
 
-/** A look-up allocates nothing: want of memory would pass for a missing key. */
+/** Look-ups do not allocate: running out of memory would be reported as a missing key. */
 struct bundle_s {
   explicit bundle_s(korvane::host::EventBundle contents);
 
   korvane::host::EventBundle values;
-  /** The arrays to be handed out, each with a null pointer behind its texts. */
+  /** The arrays that are handed out. Each ends with a null pointer. */
   std::map<std::string, std::vector<const char *>, std::less<>> arrays;
 };
 

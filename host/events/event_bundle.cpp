@@ -4,7 +4,7 @@ namespace korvane::host {
 
 namespace {
 
-// A value travels as the number of its type, in the order of the variant, and its contents.
+// A value is encoded as its type, an index into the variant, followed by its contents.
 
 void write(Parcel &parcel, const std::string &text) {
   parcel.write_string(text);

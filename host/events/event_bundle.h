@@ -1,4 +1,4 @@
-/** The payload of an application event: texts, lists of texts and byte values under keys. */
+/** The payload of an application event: strings, string lists and byte arrays by key. */
 #ifndef KORVANE_HOST_EVENT_BUNDLE_H_
 #define KORVANE_HOST_EVENT_BUNDLE_H_
 
@@ -25,14 +25,14 @@ class EventBundle {
   }
   void set_bytes(const std::string &key, Bytes bytes) { values_[key] = std::move(bytes); }
 
-  /** The value under a key when it is of this type, else null. */
+  /** The value of a key if it has this type, otherwise null. */
   template <typename Type>
   const Type *find(std::string_view key) const {
     const auto value = values_.find(key);
     return value == values_.end() ? nullptr : std::get_if<Type>(&value->second);
   }
 
-  /** Calls visit with the key and the value of each entry of this type. */
+  /** Calls visit with key and value for each entry of this type. */
   template <typename Type, typename Visit>
   void for_each(Visit visit) const {
     for (const auto &[key, value] : values_) {
@@ -41,7 +41,7 @@ class EventBundle {
   }
 
   Parcel encode() const;
-  /** Empty when the parcel holds no bundle. */
+  /** Empty when the parcel does not contain a bundle. */
   static std::optional<EventBundle> decode(Parcel parcel);
 
  private:

@@ -14,10 +14,10 @@ namespace korvane::host {
 
 namespace {
 
-/** For all subscribers that take nothing, together. */
+/** The total wait for all subscribers that do not read. */
 constexpr int kStallMs = 200;
 
-/** Random, so that a service that was started again has another one. */
+/** Random, so that a restarted service uses a different value. */
 std::uint64_t random_number() {
   std::random_device device;
   return std::uint64_t{device()} << 32U | device();

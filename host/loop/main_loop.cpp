@@ -16,15 +16,15 @@ namespace korvane::host {
 
 namespace {
 
-// Never destroyed: handles of the application may still refer to a loop at process exit. That of
-// the process that forked this one stays behind it.
+// Never destroyed: handles of the application may still refer to a loop at process exit. After a
+// fork, the loop of the parent stays reachable through `inherited`.
 struct ProcessLoop {
   MainLoop loop;
   ProcessLoop *inherited = nullptr;
 };
 
 std::atomic<ProcessLoop *> current{nullptr};
-/** The process in which quit came before there was a loop, or 0. */
+/** The process in which quit was called before a loop existed, or 0. */
 std::atomic<pid_t> early_quit{0};
 
 UniqueFd checked(int descriptor, const char *what) {
@@ -88,7 +88,8 @@ MainLoop::SourceId MainLoop::add_descriptor(int descriptor, std::uint32_t epoll_
   return id;
 }
 
-// Taken out of epoll's queue and added again: only so a place in it from before is given up.
+// Removes the source from epoll and adds it again; only this gives up its position in the ready
+// list.
 void MainLoop::change_events(SourceId id, std::uint32_t epoll_events) {
   const std::lock_guard<std::mutex> guard(mutex_);
   const auto entry = sources_.find(id);
@@ -100,8 +101,8 @@ void MainLoop::change_events(SourceId id, std::uint32_t epoll_events) {
 }
 
 /**
- * Arms a source for one turn. Left in epoll's queue while it is served it would keep its place,
- * and what it gets next would overtake what other sources got before that.
+ * Arms a source for one event. Otherwise the source would keep its position in the ready list while
+ * it is served, and its next event would overtake earlier events of other sources.
  */
 int MainLoop::arm(int operation, SourceId id, const Source &source) const {
   epoll_event event = {};
@@ -139,7 +140,7 @@ void MainLoop::set_clock() const {
 
 void MainLoop::remove(SourceId id) {
   if (!is_ours()) return;
-  // What handlers hold is released after the lock.
+  // Destroyed after the lock is released, since handlers may own objects that use the loop.
   std::shared_ptr<Source> removed;
   decltype(timers_)::node_type removed_timer;
   const std::lock_guard<std::mutex> guard(mutex_);

@@ -1,4 +1,4 @@
-/** The event loop that everything on a workstation is delivered from. */
+/** The event loop of the workstation platform. */
 #ifndef KORVANE_HOST_MAIN_LOOP_H_
 #define KORVANE_HOST_MAIN_LOOP_H_
 
@@ -19,23 +19,21 @@ namespace korvane::host {
 /**
  * An epoll loop.
  *
- * Sources are served one at a time, in the order in which they became ready:
- * what a peer announced before it dropped a connection is delivered before the
- * drop. Sources may be added and removed from any thread and from inside
- * handlers; a removed source is not called again. A source whose handler runs
- * is not served by a nested step, unless the handler calls change_events.
+ * Sources are served one at a time, in the order in which they became ready: data that a peer sent
+ * before it disconnected is delivered before the disconnect. Sources may be added and removed from
+ * any thread and from inside handlers. A removed source is not called again. A source whose handler
+ * is running is not served by a nested step, unless the handler calls change_events.
  *
- * What a handler throws is logged, and the loop goes on. In a child made by
- * fork, an inherited loop is left alone: nothing is removed from it.
+ * An exception of a handler is logged, and the loop continues. A child made by fork removes nothing
+ * from an inherited loop.
  */
 class MainLoop {
  public:
   using SourceId = std::uint64_t;
 
-  /** The loop of the process, which the platform functions use. A child made by fork has its own.
-   */
+  /** The loop of the process, used by the platform functions. A child made by fork has its own. */
   static MainLoop &instance();
-  /** Ends the loop of the process, or the one that is made later. Signal handlers may call it. */
+  /** Makes the loop of the process quit, or the next one created. Async-signal-safe. */
   static void quit_instance() noexcept;
 
   MainLoop();
@@ -43,21 +41,25 @@ class MainLoop {
   MainLoop &operator=(const MainLoop &) = delete;
   ~MainLoop();
 
-  /** Calls the handler with the epoll events of a descriptor, which the caller keeps open. */
+  /**
+   * Calls the handler with the epoll events of a descriptor. The caller keeps the descriptor open.
+   */
   SourceId add_descriptor(int descriptor, std::uint32_t epoll_events,
                           std::function<void(std::uint32_t)> handler);
-  /** Watches for other events, from now on: the source is served behind what is ready already. */
+  /** Changes the watched events. The source is served after all sources that are ready now. */
   void change_events(SourceId id, std::uint32_t epoll_events);
-  /** Calls the handler once, after the delay; handlers with the same delay in their order. */
+  /** Calls the handler once, after the delay. Equal delays are served in the order of the calls. */
   SourceId add_timer(std::chrono::milliseconds delay, std::function<void()> handler);
-  /** Forgets a source; an unknown one is ignored. */
+  /** Removes a source; unknown IDs are ignored. */
   void remove(SourceId id);
 
-  /** Serves sources until quit; 0, or a negated errno value. */
+  /** Serves sources until quit. Returns 0 or a negated errno value. */
   int run();
-  /** Any thread; signal handlers too. */
+  /** May be called from any thread and from signal handlers. */
   void quit() noexcept;
-  /** Serves one source, waiting at most timeout_ms (-1: no limit): 1, 0 or a negated errno value.
+  /**
+   * Serves one source. Waits at most timeout_ms; -1: no limit. Returns 1, 0 on timeout, or a
+   * negated errno value.
    */
   int step(int timeout_ms);
   int descriptor() const { return epoll_.get(); }
@@ -81,7 +83,7 @@ class MainLoop {
   const ProcessMark mark_;
   UniqueFd epoll_;
   UniqueFd wake_up_;
-  UniqueFd clock_;  ///< one descriptor for all timers, however many there are
+  UniqueFd clock_;  ///< one descriptor for all timers
   std::atomic<bool> quit_{false};
   std::mutex mutex_;
   SourceId next_id_ = 1;

@@ -1,4 +1,4 @@
-/** What the main loop calls for an owner, until the owner ends. */
+/** Owners of main loop sources. */
 #ifndef KORVANE_HOST_SCOPED_SOURCE_H_
 #define KORVANE_HOST_SCOPED_SOURCE_H_
 
@@ -10,7 +10,7 @@
 
 namespace korvane::host {
 
-/** A source of a main loop, removed at the end of its owner. */
+/** A source of a main loop, removed on destruction. */
 class ScopedSource {
  public:
   ScopedSource() = default;
@@ -29,7 +29,7 @@ class ScopedSource {
   void change_events(std::uint32_t epoll_events) const {
     if (loop_ != nullptr) loop_->change_events(id_, epoll_events);
   }
-  /** The handler is no longer called. */
+  /** Removes the source; its handler is not called afterwards. */
   void reset() {
     if (loop_ != nullptr) std::exchange(loop_, nullptr)->remove(id_);
   }
@@ -42,7 +42,7 @@ class ScopedSource {
   MainLoop::SourceId id_ = 0;
 };
 
-/** A timer of a main loop. */
+/** A timer of a main loop, removed on destruction. */
 class ScopedTimer : public ScopedSource {
  public:
   ScopedTimer() = default;

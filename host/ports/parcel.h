@@ -1,4 +1,4 @@
-/** A message: values one after the other, encoded the same on every processor. */
+/** A message: a sequence of values, encoded identically on every architecture. */
 #ifndef KORVANE_HOST_PARCEL_H_
 #define KORVANE_HOST_PARCEL_H_
 
@@ -10,11 +10,11 @@
 namespace korvane::host {
 
 /**
- * Bytes and a read position.
+ * A byte buffer with a read position.
  *
- * int32: four bytes, little-endian. bool: one byte, 0 or 1. string: an int32
- * length and that many bytes. array count: an int32. A read that finds no such
- * value returns false and leaves the target and the position as they were.
+ * int32: four bytes, little-endian. bool: one byte, 0 or 1. string: an int32 length and that many
+ * bytes. array count: an int32. A read returns false when there is no such value; target and
+ * position then stay unchanged.
  */
 class Parcel {
  public:
@@ -28,7 +28,7 @@ class Parcel {
   bool read_int32(std::int32_t &value);
   bool read_bool(bool &value);
   bool read_string(std::string &text);
-  /** A view of the string, as long as the parcel is neither changed nor moved. */
+  /** A view of the string, valid until the parcel is changed or moved. */
   bool read_string(std::string_view &text);
   bool read_array_count(std::int32_t &count) { return read_int32(count); }
 

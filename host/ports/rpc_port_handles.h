@@ -1,4 +1,4 @@
-/** What the handles of RPC ports point to. */
+/** The types behind the handles of RPC ports. */
 #ifndef KORVANE_HOST_RPC_PORT_HANDLES_H_
 #define KORVANE_HOST_RPC_PORT_HANDLES_H_
 
@@ -13,7 +13,7 @@ class RpcPortProxy;
 
 struct rpc_port_parcel_s {
   korvane::host::Parcel parcel;
-  bool write_failed = false;  ///< half a message, which is not sent
+  bool write_failed = false;  ///< the message is incomplete and is not sent
 };
 
 /** One socket of a connection. Used by one thread at a time. */

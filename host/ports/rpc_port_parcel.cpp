@@ -1,4 +1,4 @@
-// Parcels: values one after the other.
+// The C functions of parcels.
 #include "guard.h"
 #include "ports/rpc_port_handles.h"
 #include "rpc_port.h"
@@ -8,7 +8,7 @@ using korvane::host::heap_copy;
 
 namespace {
 
-/** Runs a write on a parcel, and remembers a failure. */
+/** Runs a write on a parcel and records a failure. */
 template <typename Write>
 int append(rpc_port_parcel_h parcel, Write write) {
   if (parcel == nullptr) return -EINVAL;
@@ -20,7 +20,7 @@ int append(rpc_port_parcel_h parcel, Write write) {
   return error;
 }
 
-/** Runs a read on a parcel, which tells whether there was such a value. */
+/** Runs a read on a parcel; the read returns whether there was such a value. */
 template <typename Read>
 int take(rpc_port_parcel_h parcel, const void *target, Read read) {
   return guarded([&] {

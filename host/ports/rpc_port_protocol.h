@@ -1,4 +1,4 @@
-/** How the two ends of an RPC port open a connection. */
+/** The handshake of an RPC port. */
 #ifndef KORVANE_HOST_RPC_PORT_PROTOCOL_H_
 #define KORVANE_HOST_RPC_PORT_PROTOCOL_H_
 
@@ -11,8 +11,8 @@
 
 namespace korvane::host {
 
-// A client makes two connections to the port's socket and begins each with a hello: main and
-// callback belong together by their token. The server then answers on the main one.
+// A client opens two connections to the socket of the port, main and callback, and sends a hello on
+// each. The token of the hello pairs them. The server then answers on the main connection.
 
 constexpr std::int32_t kHelloMagic = 0x314B5652;  // "RVK1"
 constexpr std::int32_t kAccepted = 0;
@@ -29,8 +29,7 @@ struct Hello {
   static std::optional<Hello> decode(Parcel parcel);
 };
 
-/** Where the socket of a port is; its folder is made when it is missing. Throws std::system_error.
- */
+/** The socket path of a port. Creates its folder when missing. Throws std::system_error. */
 std::filesystem::path rpc_socket_path(const Device &device, const std::string &app_id,
                                       const std::string &port_name);
 

@@ -49,9 +49,9 @@ using Registrations = std::vector<Registration<Callback>>;
 /**
  * One connection and its events.
  *
- * While it is made, the loop awaits the answer on the main port. Then it watches that port for
- * hang-up only, since its parcels are taken by whoever waits for a reply, and collects what
- * arrives on the callback port. A child made by fork has no part in the connection.
+ * While connecting, the loop waits for the answer on the main port. Afterwards it watches that port
+ * for hang-up only, since the caller that waits for a reply reads its parcels. The loop reads the
+ * callback port. A child made by fork does not use or close the connection of its parent.
  */
 class RpcPortProxy : public std::enable_shared_from_this<RpcPortProxy> {
  public:
@@ -62,7 +62,10 @@ class RpcPortProxy : public std::enable_shared_from_this<RpcPortProxy> {
   Registrations<rpc_port_proxy_rejected_event_cb> rejected;
   Registrations<rpc_port_proxy_received_event_cb> received;
 
-  /** Opens both sockets, says hello and has the answer awaited. Throws, and then is as before. */
+  /**
+   * Opens both sockets, sends the hellos and waits for the answer in the loop. On an exception the
+   * object is unchanged.
+   */
   void open(const char *app_id, const char *port_name) {
     if (!mark_.is_ours() || state_ != State::kIdle) fail(EALREADY, "connect");
     try {
@@ -94,9 +97,9 @@ class RpcPortProxy : public std::enable_shared_from_this<RpcPortProxy> {
   }
 
   /**
-   * The next parcel of a port; null when the connection is lost, which the loop will report. What
-   * the callback port collected before can be read until then. Throws std::bad_alloc: the
-   * connection is lost then, so that a later parcel is not taken for this one.
+   * The next parcel of a port; null when the connection is lost, which the loop will report.
+   * Parcels that the callback port has already received can still be read then. Throws
+   * std::bad_alloc and ends the connection, so that a later parcel is not taken for this one.
    */
   std::unique_ptr<rpc_port_parcel_s> read(rpc_port_s &from) {
     const bool is_main = &from == &main_;
@@ -123,7 +126,7 @@ class RpcPortProxy : public std::enable_shared_from_this<RpcPortProxy> {
     return error == 0;
   }
 
-  /** Ends everything; no event is delivered any more. */
+  /** Ends the connection. No event is delivered afterwards. */
   void destroy() {
     destroyed_ = true;
     end();
@@ -162,7 +165,7 @@ class RpcPortProxy : public std::enable_shared_from_this<RpcPortProxy> {
     callback_source_.reset();
   }
 
-  /** A connection whose handler fails is lost. */
+  /** An exception of a handler ends the connection. */
   void serve(void (RpcPortProxy::*handle)()) {
     const int error = guarded([&] {
       (this->*handle)();
@@ -174,8 +177,8 @@ class RpcPortProxy : public std::enable_shared_from_this<RpcPortProxy> {
   bool is_over() const { return broken_ || !mark_.is_ours(); }
 
   /**
-   * Nothing more is read or sent. A peer that has ended its side sees the end of this side only
-   * when the application does: it may wait for that before it announces that it is back.
+   * Stops reading and sending. When the peer has closed its side, this side stays open until the
+   * application closes it: the peer may wait for that before it announces that it is back.
    */
   void give_up() {
     broken_ = true;
@@ -184,7 +187,7 @@ class RpcPortProxy : public std::enable_shared_from_this<RpcPortProxy> {
     }
   }
 
-  /** Makes both ends see the end of the connection. */
+  /** Shuts the connection down for both ends. */
   void break_connection() {
     broken_ = true;
     for (const rpc_port_s *port : {&main_, &callback_}) {
@@ -206,12 +209,12 @@ class RpcPortProxy : public std::enable_shared_from_this<RpcPortProxy> {
       receive();
       return;
     }
-    // The peer has gone, perhaps with an answer before that.
+    // The peer has closed the connection, possibly after it answered.
     read_available(main_.socket.get(), main_.reader);
     answered();
   }
 
-  /** Decides by the answer that has come, if any. */
+  /** Accepts or rejects the connection, depending on the answer. No answer is a rejection. */
   void answered() {
     std::int32_t verdict = kRejected;
     if (auto answer = main_.reader.next()) Parcel(std::move(*answer)).read_int32(verdict);
@@ -225,7 +228,7 @@ class RpcPortProxy : public std::enable_shared_from_this<RpcPortProxy> {
     deliver(connected, &main_);
   }
 
-  /** Ends the connection and reports that, once. Needs no memory. */
+  /** Ends the connection and reports it once. Does not allocate. */
   void report_end() {
     const State before = state_;
     end();
@@ -245,7 +248,7 @@ class RpcPortProxy : public std::enable_shared_from_this<RpcPortProxy> {
     if (read == ReadState::kEnd || callback_.reader.broken()) lost();
   }
 
-  /** What arrived before the end is delivered before it. */
+  /** Delivers the remaining parcels before it reports the end. */
   void lost() {
     ReadState read = ReadState::kData;
     while (state_ == State::kConnected && read == ReadState::kData) {
@@ -255,7 +258,7 @@ class RpcPortProxy : public std::enable_shared_from_this<RpcPortProxy> {
     report_end();
   }
 
-  /** A parcel that the application leaves is reported again with the next one. */
+  /** A parcel that the application did not read is reported again with the next one. */
   void deliver_received() {
     bool is_read = true;
     while (state_ == State::kConnected && is_read && callback_.reader.has_frame()) {
@@ -266,8 +269,8 @@ class RpcPortProxy : public std::enable_shared_from_this<RpcPortProxy> {
   }
 
   /**
-   * Calls the callbacks that are registered now. A callback may register others, or destroy the
-   * proxy, which the caller keeps alive.
+   * Calls the callbacks registered at this moment. A callback may register others or destroy the
+   * proxy; the caller keeps the proxy alive.
    */
   template <typename Callback, typename... Arguments>
   void deliver(const Registrations<Callback> &registrations, Arguments... arguments) {

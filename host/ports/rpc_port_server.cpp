@@ -12,9 +12,9 @@ namespace korvane::host {
 
 namespace {
 
-/** A peer that lets more than this pile up is disconnected. */
+/** A peer with more unsent data than this is disconnected. */
 constexpr std::size_t kMaxQueued = std::size_t{64} << 20;
-/** Far beyond the name of any application. */
+/** Well above the length of any application ID. */
 constexpr std::size_t kMaxName = 1024;
 
 constexpr std::uint32_t kInput = EPOLLIN | EPOLLRDHUP;
@@ -22,13 +22,16 @@ constexpr std::uint32_t kOutput = EPOLLOUT;
 
 }  // namespace
 
-/** One accepted socket: first waiting for its hello and its counterpart, then half a connection. */
+/**
+ * One accepted socket. It waits for its hello and its counterpart, and is then half of a
+ * connection.
+ */
 struct RpcPortServer::Channel {
   UniqueFd socket;
   ScopedSource source;
   FrameReader reader;
   Bytes queued;
-  bool awaits_room = false;  ///< the loop reports when more of the queue can be sent
+  bool awaits_room = false;  ///< the loop watches for room to send more of the queue
   ScopedTimer patience;      ///< while waiting
   std::optional<Hello> hello;
   ConnectionId connection = 0;  ///< 0 while waiting
@@ -71,7 +74,7 @@ void RpcPortServer::close(std::chrono::milliseconds limit, std::function<void()>
 
 void RpcPortServer::all_closed() {
   while (!connections_.empty()) end(connections_.begin()->first, false);
-  // The last thing: done may destroy the server.
+  // Must be last: done may destroy the server.
   if (const auto done = std::exchange(closed_, nullptr)) done();
 }
 

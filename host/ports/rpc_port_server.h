@@ -26,23 +26,22 @@ namespace korvane::host {
 /**
  * One RPC port of a service: accepts connections and exchanges parcels with them.
  *
- * Driven by a main loop, on whose thread it lives, and never blocks. Peers of
- * other users are turned away; a peer that sends rubbish is disconnected, and so is
- * one that has not said who it is when the limit for that has passed, or that needs
- * memory that is not available. Every event may call any operation of the server but
- * its destruction.
+ * The server lives on the thread of its main loop and never blocks. It rejects peers of other
+ * users. It disconnects a peer that sends invalid data, that sends no hello within the limit, or
+ * for which memory runs out. Event handlers may call every operation of the server, but must not
+ * destroy it.
  */
 class RpcPortServer {
  public:
   using ConnectionId = std::uint64_t;
 
   struct Peer {
-    std::string app_id;  ///< as the peer states it
+    std::string app_id;  ///< as claimed by the peer
     pid_t pid;
   };
 
   struct Events {
-    std::function<bool(const Peer &)> accept;  ///< false: the peer is rejected
+    std::function<bool(const Peer &)> accept;  ///< returns false to reject the peer
     std::function<void(ConnectionId, const Peer &)> connected;
     std::function<void(ConnectionId)> disconnected;
     std::function<void(ConnectionId, Parcel)> received;  ///< from the client's main port
@@ -53,23 +52,23 @@ class RpcPortServer {
                 Events events);
   RpcPortServer(const RpcPortServer &) = delete;
   RpcPortServer &operator=(const RpcPortServer &) = delete;
-  /** Ends every connection, without events, and removes the socket. */
+  /** Closes every connection without reporting events, and removes the socket. */
   ~RpcPortServer();
 
   /**
-   * Queues a parcel; an unknown connection is ignored. The connection ends when the parcel is too
-   * long or there is no memory for it: the peer would wait for it without success.
+   * Queues a parcel; unknown connections are ignored. When the parcel is too long or memory runs
+   * out, the connection is closed: the peer would wait for the parcel without success.
    */
   void send(ConnectionId connection, Port port, const Parcel &parcel);
-  /** Queues bytes that need not be a frame. */
+  /** Queues raw bytes, which may be no valid frame. */
   void send_raw(ConnectionId connection, Port port, const Bytes &bytes);
   /**
-   * Stops listening, takes no more requests, and lets every peer see the end of its connection.
-   * done is called, from the loop, once all have noticed, or after the limit. After that the
-   * server serves nobody and is to be destroyed.
+   * Stops listening, ignores further requests, and shuts down every connection. Calls done from the
+   * loop once all peers have closed their side, or after the limit. The server cannot be used
+   * afterwards and is to be destroyed.
    */
   void close(std::chrono::milliseconds limit, std::function<void()> done);
-  /** Ends a connection. What the peer takes at once of the queue was sent. */
+  /** Closes a connection, after sending as much of the queue as the socket accepts at once. */
   void disconnect(ConnectionId connection);
   void disconnect_all();
   std::vector<ConnectionId> connections() const;
@@ -86,7 +85,7 @@ class RpcPortServer {
   void greet(const std::shared_ptr<Channel> &channel, const Hello &hello);
   void open(const std::shared_ptr<Channel> &main, const std::shared_ptr<Channel> &callback,
             const Peer &peer);
-  /** Sends what the peer takes at once, and has the loop report when it takes the rest. */
+  /** Sends what the socket accepts at once; the loop sends the rest when there is room. */
   void flush(Channel &channel);
   void drop(const std::shared_ptr<Channel> &channel);
   void end(ConnectionId connection, bool tell);

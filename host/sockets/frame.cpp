@@ -6,7 +6,7 @@ namespace korvane::host {
 
 namespace {
 
-/** An empty reader keeps this much memory for what comes next. */
+/** An empty reader keeps at most this much memory for reuse. */
 constexpr std::size_t kKeptCapacity = std::size_t{64} << 10;
 
 }  // namespace

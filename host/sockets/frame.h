@@ -1,4 +1,4 @@
-/** Messages on a byte stream: a 32-bit little-endian length and that many bytes. */
+/** Frames on a byte stream: a 32-bit little-endian length and that many bytes. */
 #ifndef KORVANE_HOST_FRAME_H_
 #define KORVANE_HOST_FRAME_H_
 
@@ -9,30 +9,30 @@
 
 namespace korvane::host {
 
-/** The longest payload; a peer that claims more is broken. */
+/** The longest payload; a longer length marks the stream as broken. */
 constexpr std::size_t kMaxFrameSize = std::size_t{8} << 20;
 constexpr std::size_t kFrameHeaderSize = 4;
 
 using Bytes = std::vector<std::uint8_t>;
 
-/** Appends a frame; false, and nothing appended, when the payload is too long. */
+/** Appends a frame. Returns false and appends nothing when the payload is too long. */
 bool append_frame(Bytes &stream, const Bytes &payload);
 
 /**
- * Cuts a byte stream into frames. Keeps little more memory than bytes were received, whatever
- * length they claim.
+ * Splits a byte stream into frames. Memory grows with the bytes received, not with the length that
+ * a frame claims.
  */
 class FrameReader {
  public:
-  /** Takes in bytes of the stream. */
+  /** Adds bytes of the stream. */
   void feed(const std::uint8_t *bytes, std::size_t count);
-  /** The payload of the next frame, if it is whole. */
+  /** The payload of the next frame; empty while it is incomplete. */
   std::optional<Bytes> next();
   bool has_frame() const;
-  /** The bytes that are held. */
+  /** The number of buffered bytes. */
   std::size_t size() const { return buffer_.size() - begin_; }
   bool empty() const { return size() == 0; }
-  /** Whether the next frame claims to be too long: nothing can follow. */
+  /** Whether the next frame claims to be too long; the stream cannot be read further. */
   bool broken() const;
 
  private:
@@ -40,7 +40,7 @@ class FrameReader {
   std::size_t length() const;
 
   Bytes buffer_;
-  std::size_t begin_ = 0;  ///< of what was not handed out
+  std::size_t begin_ = 0;  ///< of the bytes not returned yet
 };
 
 }  // namespace korvane::host

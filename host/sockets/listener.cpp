@@ -38,7 +38,7 @@ void Listener::accept() {
   if (peer) {
     accepted_(std::move(peer));
   } else if (is_shortage(errno)) {
-    // The peer stays in the queue of the socket, which would keep the loop busy.
+    // The peer stays in the queue of the socket and would keep the loop busy.
     source_.change_events(0);
     pause_ = ScopedTimer(loop_, kPause, [this] { source_.change_events(EPOLLIN); });
   }

@@ -1,4 +1,4 @@
-/** Where the peers of a service come in. */
+/** A service's listening socket. */
 #ifndef KORVANE_HOST_LISTENER_H_
 #define KORVANE_HOST_LISTENER_H_
 
@@ -12,8 +12,8 @@
 namespace korvane::host {
 
 /**
- * A socket at a path, for this user's processes. While there is no descriptor left for a peer, the
- * peers wait.
+ * A listening socket at a path, for processes of this user. Peers wait in its queue while the
+ * process has no free descriptor.
  */
 class Listener {
  public:

@@ -1,4 +1,4 @@
-/** 32-bit numbers as they travel. */
+/** Encoding of 32-bit numbers in messages. */
 #ifndef KORVANE_HOST_LITTLE_ENDIAN_H_
 #define KORVANE_HOST_LITTLE_ENDIAN_H_
 

@@ -63,8 +63,8 @@ bool is_own_user(int socket) {
 }
 
 /**
- * Waits until the socket is ready, the time is up, or the peer of the companion, if there is one,
- * has closed its end. True when the socket is ready.
+ * Waits until the socket is ready, the deadline expires, or the peer of the companion, if given,
+ * has closed its end. Returns true when the socket is ready.
  */
 bool wait_ready(int socket, short events, const Deadline &deadline, int companion = -1) {
   pollfd entries[] = {{socket, events, 0}, {companion, POLLRDHUP, 0}};
@@ -75,12 +75,12 @@ bool wait_ready(int socket, short events, const Deadline &deadline, int companio
   return count > 0 && entries[0].revents != 0;
 }
 
-/** Sends what the peer takes at once of the bytes from a position on; as send. */
+/** Sends what the socket accepts at once, from a position on. Returns as send() does. */
 ssize_t send_some(int socket, const Bytes &bytes, std::size_t from) {
   return send(socket, bytes.data() + from, bytes.size() - from, MSG_NOSIGNAL | MSG_DONTWAIT);
 }
 
-/** Sends all, waiting for the peer until the end of each wait; 0 or an errno value. */
+/** Sends everything. next_wait gives the deadline of each wait. Returns 0 or an errno value. */
 template <typename NextWait>
 int send_all(int socket, const Bytes &bytes, NextWait next_wait) {
   for (std::size_t sent = 0; sent < bytes.size();) {
@@ -103,7 +103,7 @@ ListenerPath::ListenerPath(std::filesystem::path path)
 
 UniqueFd ListenerPath::listen() const {
   UniqueFd socket = new_socket();
-  // Nobody may meet a socket that does not listen yet: it would pass for one whose owner died.
+  // Peers must not find a socket that does not listen yet: they would take it for a stale one.
   unlink(unlisted_.c_str());
   const int bound = with_address(unlisted_, [&socket](const sockaddr *address, socklen_t size) {
     return bind(socket.get(), address, size);
@@ -180,7 +180,7 @@ bool await_frame(int socket, FrameReader &reader, int begin_timeout_ms, int comp
       deadline = Deadline(limits.frame);
     }
     const bool ready = wait_ready(socket, POLLIN, deadline, companion);
-    // What came just before the companion ended is taken all the same.
+    // Reads in any case: data may have arrived just before the companion was closed.
     const ReadState state = read_available(socket, reader);
     const bool lost = state == ReadState::kEnd || (state == ReadState::kNothing && !ready);
     if (lost && !reader.has_frame()) return false;
@@ -201,7 +201,7 @@ void send_available(int socket, Bytes &bytes) {
     sent += static_cast<std::size_t>(std::max<ssize_t>(size, 0));
   }
   bytes.erase(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(sent));
-  if (bytes.empty()) bytes = Bytes();  // one long answer does not cost memory for ever
+  if (bytes.empty()) bytes = Bytes();  // releases the memory of a long answer
 }
 
 int write_all(int socket, const Bytes &bytes, int stall_timeout_ms) {

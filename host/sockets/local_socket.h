@@ -14,19 +14,19 @@
 
 namespace korvane::host {
 
-/** Where a listening socket is, or is to be; of any length. */
+/** The path of a listening socket; may be longer than a socket address. */
 class ListenerPath {
  public:
   ListenerPath() = default;
   explicit ListenerPath(std::filesystem::path path);
 
   /**
-   * A non-blocking, listening socket that nobody knows yet: its name begins with a dot until
-   * enlist() gives it the path, where it replaces what is there. Both throw std::system_error.
+   * Creates a non-blocking, listening socket under a temporary name that begins with a dot.
+   * enlist() renames it to the path and replaces an existing file. Both throw std::system_error.
    */
   UniqueFd listen() const;
   void enlist() const;
-  /** Removes the socket, enlisted or not. */
+  /** Removes the socket, whether enlisted or not. */
   void remove() const noexcept;
 
  private:
@@ -34,54 +34,59 @@ class ListenerPath {
   std::filesystem::path unlisted_;
 };
 
-/** A listening socket that is enlisted at once. */
+/** A listening socket that is enlisted immediately. */
 UniqueFd listen_at(const std::filesystem::path &path);
 
 /**
- * A connected, non-blocking socket. Throws std::system_error: EACCES for a
- * peer of another user, ENOENT or ECONNREFUSED when nobody listens.
+ * A connected, non-blocking socket. Throws std::system_error: EACCES for a peer of another user,
+ * ENOENT or ECONNREFUSED when no process listens.
  */
 UniqueFd connect_to(const std::filesystem::path &path);
 
 /**
- * The next waiting peer. Empty, and errno set, when there is none to be had; empty, and errno left
- * alone, when it is another user's, who is turned away.
+ * Accepts the next waiting peer. Empty with errno set when there is none or accepting fails. Empty
+ * with errno unchanged when the peer belongs to another user and was rejected.
  */
 UniqueFd accept_peer(int listener);
 
-/** Whether the peer has ended its side. */
+/** Whether the peer has closed its side. */
 bool peer_has_ended(int socket);
 
-/** The process at the other end. */
+/** The process on the other end. */
 pid_t peer_process(int socket);
 
 enum class ReadState { kData, kNothing, kEnd };
 
-/** Takes what has arrived, at most one buffer full, without waiting. kEnd: lost or broken. */
+/** Reads available data, at most one buffer, without waiting. kEnd: connection lost or broken. */
 ReadState read_available(int socket, FrameReader &reader);
 
 /**
- * Waits until the reader has a frame; with a limit once it has begun. False when the connection is
- * lost, of which the end of a companion socket is a sign too.
+ * Waits until the reader has a frame. A frame that has begun must be complete within a limit.
+ * Returns false when the connection is lost; a closed companion socket counts as lost, too.
  */
 bool await_frame(int socket, FrameReader &reader, int begin_timeout_ms, int companion = -1);
 
-/** Waits for the next frame in the same way; empty when the connection is lost. */
+/** Waits for the next frame as await_frame() does; empty when the connection is lost. */
 std::optional<Bytes> read_frame(int socket, FrameReader &reader, int begin_timeout_ms);
 
 /**
- * Sends what the peer takes at once, and removes it from the bytes. A lost connection is for the
- * loop to report.
+ * Sends what the socket accepts at once and removes it from the bytes. A lost connection is not
+ * reported here, but by the loop.
  */
 void send_available(int socket, Bytes &bytes);
 
-/** Writes everything; 0 or an errno value. Waits for a peer that takes nothing up to a limit. */
+/**
+ * Writes everything. Waits up to a limit for a peer that does not read. Returns 0 or an errno
+ * value.
+ */
 int write_all(int socket, const Bytes &bytes, int stall_timeout_ms);
-/** Writes what the peer takes until the deadline. */
+/** Writes everything until the deadline. Returns 0 or an errno value. */
 int write_all(int socket, const Bytes &bytes, const Deadline &deadline);
 
-/** Writes a frame, with a limit for a peer that takes nothing; EMSGSIZE, and nothing is written,
- * when it is too long. */
+/**
+ * Writes a frame, with a limit for a peer that does not read. Returns EMSGSIZE and writes nothing
+ * when the payload is too long.
+ */
 int write_frame(int socket, const Bytes &payload, int stall_timeout_ms);
 
 }  // namespace korvane::host

@@ -10,8 +10,9 @@
 namespace korvane::host {
 
 /**
- * The descriptor under a number that no standard stream has, also in a process that runs without
- * some of these: what is printed would go into it. Negative, with errno, on failure.
+ * Moves a descriptor above the numbers of the standard streams. A process may run with some of
+ * these closed; printed text would otherwise go to the descriptor. Negative, with errno set, on
+ * failure.
  */
 inline int beyond_standard_streams(int descriptor) {
   if (descriptor < 0 || descriptor > STDERR_FILENO) return descriptor;

@@ -1,4 +1,4 @@
-/** How long the platform waits for a peer that keeps to no rule. */
+/** How long the platform waits for a peer that does not respond. */
 #ifndef KORVANE_HOST_WAIT_LIMITS_H_
 #define KORVANE_HOST_WAIT_LIMITS_H_
 
@@ -6,13 +6,13 @@ namespace korvane::host {
 
 /** In milliseconds. */
 struct Limits {
-  int greeting = 5000;     ///< for a peer that has connected and says nothing
-  int answer = 5000;       ///< for the answer to a hello that is waited for
-  int frame = 5000;        ///< for the rest of a frame that has begun
-  int send_stall = 10000;  ///< for a peer that takes nothing of what it is sent
+  int greeting = 5000;     ///< until a connected peer sends its first message
+  int answer = 5000;       ///< for the answer to a hello
+  int frame = 5000;        ///< for the rest of a frame after its first byte
+  int send_stall = 10000;  ///< for a peer that does not read
 };
 
-/** Those of the process. To be changed before the platform is used, if at all. */
+/** The limits of this process. May be changed only before the platform is used. */
 inline Limits limits;
 
 }  // namespace korvane::host

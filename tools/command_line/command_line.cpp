@@ -27,7 +27,7 @@ const CLI::App &given_command(const CLI::App &app) {
   return commands.empty() ? app : given_command(*commands.back());
 }
 
-/** The name of a command with those that it belongs to, as it is typed. */
+/** The full name of a command, including its parent commands. */
 std::string full_name(const CLI::App &command) {
   const CLI::App *parent = command.get_parent();
   return (parent == nullptr ? "" : full_name(*parent) + " ") + command.get_name();
@@ -39,7 +39,7 @@ Words command_names(const CLI::App &command) {
   return names;
 }
 
-/** The options that may stand after a command: its own and those of the commands around it. */
+/** The options that are valid after a command: its own and those of its parent commands. */
 std::vector<const CLI::Option *> options_after(const CLI::App &command) {
   std::vector<const CLI::Option *> options;
   for (const CLI::App *app = &command; app != nullptr;
@@ -59,7 +59,7 @@ Words option_names(const CLI::App &command) {
   return names;
 }
 
-/** What is wrong with the first word that nothing took; empty when there is none. */
+/** Describes the first word that was not parsed; empty when all words were parsed. */
 std::string unknown_word(const CLI::App &app, const CLI::App &command) {
   if (command.get_prefix_command()) return "";
   const Words words = app.remaining(true);
@@ -90,7 +90,7 @@ std::string error_message(const CLI::App &app, const CLI::Error &error) {
          full_name(command) + " --help\" for more.\n";
 }
 
-/** Adds "help COMMAND...", which is the same as "COMMAND... --help". */
+/** Adds "help COMMAND...", which equals "COMMAND... --help". */
 void define_help(CLI::App &app) {
   CLI::App *help = app.add_subcommand(kHelp, "Show the help of a command");
   help->prefix_command();
@@ -108,7 +108,7 @@ std::string joined_names(const std::set<CLI::Option *> &options) {
   return listed(names);
 }
 
-/** The innermost command of an unfinished line, which is seldom valid. */
+/** The innermost command of an incomplete line. Parse errors are expected. */
 const CLI::App &command_of(CLI::App &app, const Words &words) {
   try {
     app.parse(Words(words.rbegin(), words.rend()));
@@ -117,7 +117,7 @@ const CLI::App &command_of(CLI::App &app, const Words &words) {
   return given_command(app);
 }
 
-/** The option after a command that this word names and that waits for its value; or null. */
+/** The option of a command that this word names, if it takes a value; otherwise null. */
 const CLI::Option *waiting_option(const CLI::App &command, const std::string &word) {
   const auto options = options_after(command);
   const auto found = std::find_if(options.begin(), options.end(), [&](const CLI::Option *option) {
@@ -127,19 +127,19 @@ const CLI::Option *waiting_option(const CLI::App &command, const std::string &wo
   return found == options.end() ? nullptr : *found;
 }
 
-/** The values of an option; those of type DIR are directories. */
+/** The values of an option. Options of type DIR take directories. */
 Words values_of(const CLI::App &command, const CLI::Option *option, const std::string &begun,
                 const Values &values) {
   return option->get_type_name() == kDirectory ? Words{kAskForDirectories}
                                                : values(command, option, begun);
 }
 
-/** What may follow in a command whose arguments are the words of another program's command line. */
+/** Completes a command whose arguments are the command line of another program. */
 Words words_of_other_program(const CLI::Option &argument) {
   return {argument.count() == 0 ? kAskForPrograms : kAskForFiles};
 }
 
-/** The words that may follow these, or the requests to the shell that stand for them. */
+/** The possible next words, or instructions for the shell to complete them. */
 Words next_words(CLI::App &app, Words words, const std::string &begun, const Values &values) {
   if (!words.empty() && words.front() == kHelp) words.erase(words.begin());
   const bool options_ended = std::find(words.begin(), words.end(), "--") != words.end();
@@ -185,7 +185,7 @@ Help::Help() {
 
 std::string Help::make_option_opts(const CLI::Option *option) const {
   if (option->get_positional() || option->get_type_size() == 0) return "";
-  const std::string type = option->get_type_name();  // with the checks of the value behind a colon
+  const std::string type = option->get_type_name();  // with the value checks behind a colon
   return " " + type.substr(0, type.find(':'));
 }
 

@@ -1,4 +1,4 @@
-/** How the project's programs read their command line and answer to it. */
+/** Parsing, help and completion shared by the programs of the project. */
 #ifndef KORVANE_COMMAND_LINE_COMMAND_LINE_H_
 #define KORVANE_COMMAND_LINE_COMMAND_LINE_H_
 
@@ -12,8 +12,8 @@ namespace korvane::command_line {
 constexpr int kUsageStatus = 2;
 
 /**
- * The help of a command shows the options of the program as a whole, too. What an option defaults
- * to, needs and excludes stands in its description.
+ * Also shows the options of the whole program in the help of a command. Defaults and required or
+ * excluded options are part of an option's description.
  */
 class Help : public CLI::Formatter {
  public:
@@ -24,36 +24,36 @@ class Help : public CLI::Formatter {
 };
 
 /**
- * Adds --version, the command "help" and the form of the help, and lets errors name the word that
- * is wrong. Called before commands are added, which inherit these.
+ * Adds --version and the command "help", sets the help format, and makes errors name the invalid
+ * word. Must be called before commands are added, since these inherit the settings.
  */
 void begin_grammar(CLI::App &app);
 
-/** Shows the help or version that was asked for, or what is wrong. Returns the exit status. */
+/** Prints the requested help or version, or the error. Returns the exit status. */
 int report(const CLI::App &app, const CLI::ParseError &error);
 
 /**
- * The exit status of a program that has written its output: the given one, or, with a message, that
- * of a failure when the output could not be written.
+ * Flushes the output and returns the exit status. When the output could not be written, prints a
+ * message and returns a failure instead of the given status.
  */
 int end_output(const CLI::App &app, int status);
 
 /**
- * Values for an option of a command or, when it is null, for the command's arguments; begun is the
- * unfinished word, which values need not match.
+ * Returns the values for an option of a command or, when option is null, for the command's
+ * arguments. begun is the incomplete word; values that do not match it are filtered out later.
  */
 using Values = std::function<Words(const CLI::App &command, const CLI::Option *option,
                                    const std::string &begun)>;
 
-/** Among the values: the shell adds no space, because a word can go on. */
+/** An extra value: the shell adds no space, because the word can be continued. */
 constexpr char kNoSpace[] = "-o nospace";
 
 /**
- * Answers "PROGRAM --complete WORD...", which a shell asks with the words so far, the last of them
- * unfinished or empty: prints those that could stand in its place, one a line. A line that begins
- * with "-A" or "-o" holds options for the shell's compgen or compopt: options of type DIR take
- * directories, and an argument called COMMAND takes a program with its own arguments. False when
- * the command line is no such question; the application is used up by it.
+ * Handles "PROGRAM --complete WORD...". The shell passes the words so far; the last one is
+ * incomplete or empty. Prints the possible completions, one per line. A line that begins with "-A"
+ * or "-o" is an option for the shell's compgen or compopt: options of type DIR take directories,
+ * and an argument called COMMAND takes a program and its arguments. Returns false when the command
+ * line is no such request. The application cannot be parsed again afterwards.
  */
 bool answer_completion(CLI::App &app, int argc, char **argv, const Values &values);
 

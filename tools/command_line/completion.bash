@@ -1,6 +1,6 @@
-# Completion for svcmgrctl and svcmgr-emulator, which know best what they understand.
+# Completion for svcmgrctl and svcmgr-emulator. The programs compute the candidates themselves.
 _korvane_complete() {
-  # The shell divides words at some letters that belong to them, such as "@".
+  # Bash splits words at some characters that are part of them, such as "@".
   local line=${COMP_LINE:0:COMP_POINT} word words
   read -ra words <<<"$line"
   [[ $line == *[[:blank:]] ]] && words+=('')

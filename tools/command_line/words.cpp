@@ -7,7 +7,7 @@ namespace korvane::command_line {
 
 namespace {
 
-/** The number of letters to put in, take out or change to make one word of the other. */
+/** The edit distance: insertions, deletions and changes of one letter. */
 std::size_t distance(const std::string &from, const std::string &to) {
   std::vector<std::size_t> row(to.size() + 1);
   std::iota(row.begin(), row.end(), 0);
@@ -22,11 +22,11 @@ std::size_t distance(const std::string &from, const std::string &to) {
   return row.back();
 }
 
-/** The distance, or the limit when it is not below; a word that begins another is next to it. */
+/** The distance, at most limit. 0 when word is a prefix of the existing word. */
 std::size_t distance_within(std::size_t limit, const std::string &word,
                             const std::string &existing) {
   if (word.size() > 1 && existing.rfind(word, 0) == 0) return 0;
-  // Seen at once, however long a word is.
+  // Decided by the lengths alone, so that long words cost nothing.
   if (word.size() >= existing.size() + limit || existing.size() >= word.size() + limit)
     return limit;
   return distance(word, existing);

@@ -1,4 +1,4 @@
-/** Words that somebody typed, and those that exist. */
+/** Suggestions for mistyped words. */
 #ifndef KORVANE_COMMAND_LINE_WORDS_H_
 #define KORVANE_COMMAND_LINE_WORDS_H_
 
@@ -9,11 +9,11 @@ namespace korvane::command_line {
 
 using Words = std::vector<std::string>;
 
-/** What to add to a message about an unknown word: the nearest that exists; otherwise this text. */
+/** A suffix for a message about an unknown word: the nearest existing word, or this text. */
 std::string suggestion(const std::string &word, const Words &existing,
                        const std::string &otherwise = "");
 
-/** The words between commas. */
+/** Splits a text at commas. */
 std::string listed(const Words &words);
 
 }  // namespace korvane::command_line

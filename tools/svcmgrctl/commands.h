@@ -11,7 +11,7 @@ namespace korvane::svcmgrctl {
 
 using command_line::Words;
 
-/** What the command line says to the commands. */
+/** The arguments of the commands. */
 struct Arguments {
   bool watch = false;
   std::optional<double> watch_seconds;
@@ -23,7 +23,7 @@ struct Arguments {
   Words models;  ///< each ID or ID@VERSION, with no part empty
 };
 
-/** Does what the command is for and tells the outcome; throws a Failure when it cannot be done. */
+/** Executes a command and reports its outcome. Throws a Failure on error. */
 using Command = void (*)(Session &session, const Arguments &arguments);
 
 void run_connect(Session &session, const Arguments &arguments);
@@ -34,10 +34,10 @@ void run_is_updating(Session &session, const Arguments &arguments);
 void run_update(Session &session, const Arguments &arguments);
 void run_watch(Session &session, const Arguments &arguments);
 
-/** The IDs of the models that the application can use. The session is connected. */
+/** The IDs of the models that the application can use. The session must be connected. */
 Words usable_model_ids(Session &session);
 
-/** What begins with an ID can become: an ID, whose version may follow, or ID@VERSION. */
+/** Completions of a word: IDs, which a version may follow, or ID@VERSION. */
 Words model_words(Session &session, const std::string &begun);
 
 void run_models_list(Session &session, const Arguments &arguments);

@@ -12,7 +12,7 @@ namespace korvane::svcmgrctl {
 
 namespace {
 
-/** A text of a model: how it is called and how it is got. */
+/** A text field of a model: its name and its getter. */
 struct Field {
   const char *key;
   TableColumn column;
@@ -26,7 +26,7 @@ const Field kFields[] = {
     {"description", {"DESCRIPTION", true}, &svcmgr::ModelInfo::description},
 };
 
-using Texts = std::vector<std::optional<std::string>>;  ///< by kFields
+using Texts = std::vector<std::optional<std::string>>;  ///< in the order of kFields
 
 Texts texts_of(const svcmgr::ModelInfo &model) {
   Texts texts;
@@ -42,7 +42,7 @@ Json json_of(const Texts &model) {
   return object;
 }
 
-/** The models as a table of the fields that any of them has. */
+/** The models as a table, without the fields that are empty in all models. */
 std::string table_of(const std::vector<Texts> &models, std::optional<std::size_t> width) {
   if (models.empty()) return "no models";
   std::vector<TableColumn> columns;
@@ -58,7 +58,7 @@ std::string table_of(const std::vector<Texts> &models, std::optional<std::size_t
   return columns.empty() ? "no models with any text" : format_table(columns, rows, width);
 }
 
-/** Throws the error of an answer that failed or brought nothing. */
+/** Throws the error of a failed or empty answer. */
 void check_answer(int result, bool has_content) {
   check(result);
   if (!has_content) check(SVCMGR_ERROR_OUT_OF_MEMORY);
@@ -120,13 +120,13 @@ void show_models(Session &session, const svcmgr::ModelList &list) {
   session.output().succeed(table_of(models, terminal_width()), {{"models", objects}});
 }
 
-/** A model that the command line names. */
+/** A model named on the command line. */
 struct NamedModel {
   std::string id;
-  std::string version;  ///< empty for the newest
+  std::string version;  ///< empty: the newest
 };
 
-/** A model from ID or ID@VERSION. */
+/** Parses ID or ID@VERSION. */
 NamedModel parse_model(const std::string &word) {
   const std::size_t at = word.rfind('@');
   return {word.substr(0, at), at == std::string::npos ? "" : word.substr(at + 1)};
@@ -136,7 +136,7 @@ bool contains(const Words &words, const std::string &word) {
   return std::find(words.begin(), words.end(), word) != words.end();
 }
 
-/** The versions of a model that the service manager must know. */
+/** The versions of a model; the service manager must offer it. */
 Words versions_of(Session &session, const std::string &id) {
   Words versions;
   try {
@@ -154,7 +154,7 @@ Words versions_of(Session &session, const std::string &id) {
   return versions;
 }
 
-/** Throws the Failure that tells why the service manager refuses a model, if it can be known. */
+/** Throws a Failure with the reason why the service manager refuses a model, if it can be found. */
 void explain_refusal(Session &session, const NamedModel &model, bool must_be_installed) {
   const Words versions = versions_of(session, model.id);
   if (!model.version.empty() && !contains(versions, model.version)) {
@@ -204,7 +204,7 @@ class ProgressFollower {
 using ChangeRequest = int (*)(korvane_svcmgr_ai_model_list_h, korvane_svcmgr_ai_progress_cb,
                               void *);
 
-/** Requests a change of models and follows it to its end; names: the models as they were given. */
+/** Requests a change of models and waits until it ends. names: the models as given by the user. */
 void change_models(Session &session, const Words &names, const std::vector<NamedModel> &models,
                    ChangeRequest request) {
   svcmgr::ModelList list;
@@ -218,7 +218,7 @@ void change_models(Session &session, const Words &names, const std::vector<Named
   follower.wait();
 }
 
-/** As change_models, with the reason why a model is refused. */
+/** As change_models, but explains why a model is refused. */
 void change_or_explain(Session &session, const Words &names, const std::vector<NamedModel> &models,
                        ChangeRequest request, bool must_be_installed) {
   session.connect();

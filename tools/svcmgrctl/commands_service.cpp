@@ -8,14 +8,14 @@ namespace korvane::svcmgrctl {
 
 namespace {
 
-/** Tells the API level that a function of the library stores. */
+/** Prints the API level that a library function returns. */
 void show_level(Session &session, int (*get_level)(int *)) {
   int level = 0;
   session.call([&] { return get_level(&level); });
   session.output().succeed(std::to_string(level), {{"level", level}});
 }
 
-/** How the update of agents goes that this session asked for. */
+/** Follows the update of agents that this session requested. */
 class AgentUpdate {
  public:
   explicit AgentUpdate(Session &session) : session_(session) {
@@ -25,7 +25,9 @@ class AgentUpdate {
   AgentUpdate(const AgentUpdate &) = delete;
   AgentUpdate &operator=(const AgentUpdate &) = delete;
 
-  /** Its events do not need the connection, and come through an update of the service manager. */
+  /**
+   * Update events are received without a connection, also while the service manager updates itself.
+   */
   void wait() {
     session_.wait_for_end([this] { return has_completed_; }, Work::kAgentUpdate);
   }
@@ -94,7 +96,7 @@ void run_license(Session &session, const Arguments &) {
 }
 
 void run_is_updating(Session &session, const Arguments &arguments) {
-  // The library hears of updates while a callback is set.
+  // The library receives update events only while a callback is set.
   check(
       korvane_svcmgr_set_update_status_cb([](korvane_svcmgr_update_status_e, void *) {}, nullptr));
   session.connect();

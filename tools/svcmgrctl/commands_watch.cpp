@@ -4,7 +4,7 @@ namespace korvane::svcmgrctl {
 
 namespace {
 
-/** Tells what happens on the device to updates and models, until it is destroyed. */
+/** Prints update and model events until it is destroyed. */
 class StatusListener {
  public:
   explicit StatusListener(Session &session) : session_(session) {
@@ -35,7 +35,7 @@ class StatusListener {
   Session &session_;
 };
 
-/** Connects and tells every event of the connection until the end of the watch. */
+/** Connects and prints every connection event until the watch ends. */
 void watch_connection(Session &session, const std::optional<double> &seconds) {
   session.on_connection([&session](korvane_svcmgr_connection_state_e state, bool is_reported) {
     session.output().connection_event(state, is_reported);

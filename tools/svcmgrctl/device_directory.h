@@ -10,24 +10,24 @@ namespace korvane::svcmgrctl {
 
 using command_line::Words;
 
-/** What can be seen of a device from outside, without its service manager. */
+/** The parts of a device directory that can be read without the service manager. */
 class DeviceDirectory {
  public:
   explicit DeviceDirectory(std::filesystem::path directory) : directory_(std::move(directory)) {}
-  /** The one that the tool calls on. */
+  /** The device that the tool uses. */
   static DeviceDirectory current();
 
   const std::filesystem::path &path() const { return directory_; }
-  /** The IDs of the installed packages that are no agents; sorted. */
+  /** The IDs of the installed packages that are not agents, sorted. */
   Words applications() const;
-  /** The IDs of the installed agents; sorted. */
+  /** The IDs of the installed agents, sorted. */
   Words agents() const;
 
-  /** Throws the Failure of a directory that is there no longer. */
+  /** Throws a Failure when the directory no longer exists. */
   void check_existence() const;
-  /** Throws the Failure of a directory that is no device, or has no such application. */
+  /** Throws a Failure when the directory is not a device, or the application is not installed. */
   void check_application(const std::string &id) const;
-  /** Throws the Failure of an agent that is not installed. */
+  /** Throws a Failure when the agent is not installed. */
   void check_agent(const std::string &id) const;
 
  private:

@@ -11,7 +11,7 @@ namespace korvane::svcmgrctl {
 using Json = nlohmann::ordered_json;
 using svcmgr::check;
 
-/** What is shown of a code: its value, its name and what it means. */
+/** A code as it is shown: value, name and meaning. */
 struct CodeText {
   int code;
   std::string name;
@@ -32,7 +32,7 @@ class Failure : public std::exception {
  public:
   explicit Failure(CodeText text, int exit_status = kFailureStatus)
       : text_(std::move(text)), exit_status_(exit_status) {}
-  /** An error of the library, with what it means in this place. */
+  /** A library error, with its meaning in this context. */
   Failure(korvane_svcmgr_error_e code, std::string meaning);
 
   const CodeText &text() const noexcept { return text_; }

@@ -1,4 +1,4 @@
-// A command line on the client library of the service manager.
+// A command line tool based on the client library of the service manager.
 
 #include <CLI/CLI.hpp>
 #include <clocale>
@@ -29,7 +29,7 @@ struct Settings {
   bool json = false;
   bool verbose = false;
   Arguments arguments;
-  std::string command;  ///< in full, as it was given
+  std::string command;  ///< the full command name
   Command run = nullptr;
 };
 
@@ -54,7 +54,7 @@ const CLI::Validator kModelWord(
     },
     "");
 
-/** The command line's grammar: fills the settings while it is parsed. */
+/** The command line grammar. Parsing fills the settings. */
 class Grammar {
  public:
   explicit Grammar(Settings &settings)
@@ -177,7 +177,7 @@ class Grammar {
   CLI::App app_;
 };
 
-/** Tells the platform on which device and as which application to call. */
+/** Sets the device and the application ID that the platform uses. */
 void choose_caller(const Settings &settings) {
   if (settings.device.empty()) throw CLI::RequiredError("--device DIR (or $KORVANE_DEVICE)");
   if (settings.app.empty()) {
@@ -209,7 +209,7 @@ int run_command(const Settings &settings) {
   return kFailureStatus;
 }
 
-/** What exists on the device; nothing when that cannot be had at once. */
+/** Completion values from the device; none when they are not available immediately. */
 command_line::Words existing_values(const Settings &settings, const CLI::App &command,
                                     const CLI::Option *option, const std::string &begun) try {
   const DeviceDirectory device(settings.device);

@@ -20,7 +20,7 @@ std::string human_line(const std::string &text) {
   return line.back() == '\n' ? line : line + '\n';
 }
 
-/** ASCII alone, so that no text of the service manager can drive a terminal. */
+/** ASCII only, so that text from the service manager cannot control a terminal. */
 std::string json_line(const Json &json) {
   return json.dump(-1, ' ', true, Json::error_handler_t::replace) + '\n';
 }

@@ -7,32 +7,34 @@
 
 namespace korvane::svcmgrctl {
 
-/** Where a command tells what it has to say: lines for people, or one JSON object a line. */
+/** The output of a command: lines of text, or one JSON object per line. */
 class Output {
  public:
   Output(std::string command, bool json) : command_(std::move(command)), json_(json) {}
 
   bool is_json() const { return json_; }
 
-  /** Writes the one or the other, at once; an empty human text is nothing. Any bytes are harmless.
+  /**
+   * Writes the text or the JSON object immediately. An empty text is not written. Arbitrary bytes
+   * are safe.
    */
   void report(const std::string &human, const Json &json) const;
 
-  /** Tells of a code of the library: an event called kind, in JSON. */
+  /** Reports a library code; kind is the name of the event in JSON. */
   void event(const char *kind, const CodeText &text) const;
-  /** Tells of the connection; what the library does not report to applications is told as such. */
+  /** Reports a connection event. Marks events that the library does not report to applications. */
   void connection_event(int state, bool is_reported) const;
 
-  /** The last words of a command that succeeded; result gets the member ok in front. */
+  /** The final output of a successful command. Adds the member ok to the front of result. */
   void succeed(const std::string &human, const Json &result = Json::object()) const;
 
   void fail(const CodeText &error) const;
 
-  /** What fail() writes, and to which descriptor, for those who must write it themselves. */
+  /** The text that fail() writes, and its descriptor, for use in a signal handler. */
   std::string failure_text(const CodeText &error) const;
   int failure_descriptor() const;
 
-  /** Writes a text without a line feed to the terminal, as it is. */
+  /** Writes a text to the terminal unchanged and without a line feed. */
   void draw(const std::string &text) const;
 
  private:

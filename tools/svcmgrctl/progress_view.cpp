@@ -24,14 +24,14 @@ std::string how_far(const Progress &progress) {
   return std::to_string(progress.percentage) + " %";
 }
 
-/** A bar of that many columns between its brackets. */
+/** A bar of this many columns between its brackets. */
 std::string bar(int percentage, std::size_t columns) {
   const auto share = static_cast<std::size_t>(std::clamp(percentage, 0, 100));
   const std::size_t filled = columns * share / 100;
   return " [" + std::string(filled, '#') + std::string(columns - filled, '.') + "]";
 }
 
-/** The bar with what belongs to it, in fewer columns than the terminal has: none may scroll it. */
+/** The label, the progress and the bar. Narrower than the terminal, so that it does not scroll. */
 std::string bar_line(const std::string &label, const Progress &progress, std::size_t width) {
   const std::string progressed = how_far(progress);
   const std::size_t indent = kStateWidth - std::min(kStateWidth, progressed.size());
@@ -62,7 +62,7 @@ bool Progress::ends_request() const {
 ProgressView::~ProgressView() {
   try {
     remove_bar(true);
-  } catch (const std::exception &) {  // memory is short: the bar stays
+  } catch (const std::exception &) {  // out of memory: the bar stays
   }
 }
 

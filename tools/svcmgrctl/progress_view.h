@@ -18,20 +18,20 @@ struct Progress {
   int count;
   int percentage;
 
-  /** No further report about this model is to come. */
+  /** No further report about this model follows. */
   bool ends_model() const;
   bool failed() const;
-  /** No further report at all is to come. */
+  /** No further report about the request follows. */
   bool ends_request() const;
 };
 
 /**
- * Shows how a request goes: on a terminal a bar for each model, which leaves a full line behind;
- * elsewhere a line for each report.
+ * Shows the progress of a request. On a terminal it draws a bar for each model and replaces it with
+ * a line at the end. Elsewhere it prints a line for each report.
  */
 class ProgressView {
  public:
-  /** names: the models of the request, in its order. */
+  /** names: the models in the order of the request. */
   ProgressView(const Output &output, std::vector<std::string> names)
       : output_(output), names_(std::move(names)) {}
   ~ProgressView();
@@ -44,9 +44,11 @@ class ProgressView {
   std::string name(const Progress &progress) const;
   std::string label(const Progress &progress) const;
   void tell(const Progress &progress) const;
-  /** Tells people the end of those models whose end the service manager did not report. */
+  /**
+   * Prints the end of models for which the service manager did not report one. Not used for JSON.
+   */
   void tell_other_ends(const Progress &last) const;
-  /** Takes the bar from the terminal; with a line in its place when no other bar of its follows. */
+  /** Removes the bar from the terminal. leave_line: prints a line in its place. */
   void remove_bar(bool leave_line);
 
   const Output &output_;

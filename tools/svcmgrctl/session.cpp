@@ -18,13 +18,13 @@ namespace korvane::svcmgrctl {
 
 namespace {
 
-constexpr int kSignalStatus = 128;  ///< the exit status of a shell's command that a signal ended
+constexpr int kSignalStatus = 128;  ///< added to the number of the signal
 constexpr double kLongSilence = 1;
 constexpr int kDeviceCheckMs = 500;
 
-volatile sig_atomic_t g_interruption = 0;  ///< the signal
+volatile sig_atomic_t g_interruption = 0;  ///< the received signal, or 0
 
-/** What the alarm's handler writes; filled before the alarm is set. */
+/** Written by the SIGALRM handler; filled before the timer starts. */
 struct {
   std::string text;
   int descriptor = STDERR_FILENO;
@@ -35,7 +35,9 @@ CodeText time_is_up(const std::string &consequence = "") {
           "the time (see --timeout) was up before the service manager had answered" + consequence};
 }
 
-/** The reports of an agent update go to processes that saw it begin; those of models to all. */
+/**
+ * Only processes that saw an agent update begin receive its reports. All receive those of models.
+ */
 std::string work_goes_on(Work work) {
   const std::string how = "; what was asked for goes on in the service manager, ";
   return how + (work == Work::kAgentUpdate ? "but no later command can see how it ends"
@@ -64,7 +66,7 @@ void handle_alarm(int) {
   _exit(kFailureStatus);
 }
 
-/** Sets the alarm; 0 takes it back. */
+/** Starts the timer; 0 stops it. */
 void set_alarm(int milliseconds) {
   itimerval timer = {};
   timer.it_value.tv_sec = milliseconds / 1000;
@@ -187,8 +189,8 @@ void Session::watch(const Deadline &end, const Condition &is_enough) {
   }
 }
 
-// A loss is one event, and the new connection a later one: asked after each, the library cannot
-// hide either.
+// A disconnect and the following connection are two events. A query after each event also detects
+// those that the library does not report.
 void Session::look_at_connection() {
   if (!state_) return;
   bool updating = false;
@@ -199,7 +201,7 @@ void Session::look_at_connection() {
   set_state(has_connection ? SVCMGR_CONNECTION_CONNECTED : SVCMGR_CONNECTION_DISCONNECTED, false);
 }
 
-/** Delivers what is due, so that a loss that a call met is seen, and throws for a loss. */
+/** Delivers pending events, so that a disconnect during a call is detected. Throws if one was. */
 void Session::check_connection() {
   while (is_connected() && !deadline_.has_passed() && deliver_event(0)) {
   }

@@ -12,15 +12,15 @@
 
 namespace korvane::svcmgrctl {
 
-/** A time from now on, or none at all. */
+/** A limit that starts now, or no limit. */
 class Deadline {
  public:
   Deadline() = default;
   explicit Deadline(double seconds);
 
-  /** Lets the time begin again. */
+  /** Starts the time again. */
   void restart();
-  /** Milliseconds that are left, at least 0; -1 when there is no end. */
+  /** Remaining milliseconds, at least 0; -1 without a limit. */
   int remaining() const;
   bool has_passed() const { return remaining() == 0; }
 
@@ -30,17 +30,16 @@ class Deadline {
   std::optional<Clock::time_point> end_;
 };
 
-/** What the service manager does for a while, and an application follows. */
+/** Work of the service manager whose progress an application can follow. */
 enum class Work { kAgentUpdate, kModelChange };
 
 /**
- * The tool's one connection, and the time that the command may take. Every member function throws a
- * Failure, or the library's error, when it cannot do what it says, that time included. The
- * connection ends with the session.
+ * The tool's connection and the time limit of the command. Every member function throws a Failure
+ * or a library error when it fails or the time is up. The destructor disconnects.
  */
 class Session {
  public:
-  /** is_reported: by the library; it keeps to itself what belongs to an announced update. */
+  /** is_reported: whether the library reports the event; it hides those of an announced update. */
   using ConnectionListener =
       std::function<void(korvane_svcmgr_connection_state_e state, bool is_reported)>;
 
@@ -51,15 +50,15 @@ class Session {
 
   const Output &output() const { return output_; }
 
-  /** Hears every event of the connection. Set before connect(). */
+  /** Sets the listener for every connection event. Must be called before connect(). */
   void on_connection(ConnectionListener listener) { listener_ = std::move(listener); }
 
-  /** Connects and waits for the outcome, or for an interruption where these are caught. */
+  /** Connects and waits for the outcome, or for an interruption if these are caught. */
   void connect();
 
   /**
-   * Makes a call of the library. When the call is still blocking at the deadline, the process says
-   * so and ends with status 1. A call that fails because the connection was lost says that.
+   * Calls a library function. If it still blocks at the deadline, the process prints an error and
+   * exits with status 1. If it fails because the connection was lost, the error says so.
    */
   template <typename Call>
   void call(Call library_call) {
@@ -73,25 +72,25 @@ class Session {
   }
 
   using Condition = std::function<bool()>;
-  /** Delivers events until the answer has come, which needs the connection, or an interruption. */
+  /** Delivers events until the answer arrives. Fails on a disconnect or an interruption. */
   void wait_for_answer(const Condition &has_come);
   /**
-   * Delivers events until work that the service manager does has ended. An end of the wait before
-   * that, by a signal too, is told to be none of the work.
+   * Delivers events until work of the service manager has ended. If the wait ends earlier, for
+   * example by a signal, the error says that the work continues.
    */
   void wait_for_end(const Condition &has_ended, Work work);
-  /** A report of the work came: the time begins again. */
+  /** Restarts the time limit; called for each progress report. */
   void restart_time();
 
-  /** From now on SIGINT and SIGTERM do not kill the process but end the waits. */
+  /** From now on SIGINT and SIGTERM end the waits instead of the process. */
   void catch_interruptions();
   /**
-   * Delivers events until the time given, an interruption, or until it was enough. Fails when the
-   * device directory is removed.
+   * Delivers events until the deadline, an interruption, or until is_enough returns true. Fails
+   * when the device directory is removed.
    */
   void watch(const Deadline &end, const Condition &is_enough = nullptr);
 
-  /** For the body of a callback: what it throws comes out of the wait that delivered the event. */
+  /** Wraps the body of a callback. The wait that delivers the event rethrows its exception. */
   template <typename Body>
   void guard(Body body) noexcept {
     try {
@@ -102,7 +101,7 @@ class Session {
   }
 
  private:
-  /** Bounds a blocking call: an alarm that ends the process. */
+  /** Limits a blocking call: a timer signal ends the process. */
   class Watchdog {
    public:
     explicit Watchdog(const Session &session);
@@ -117,12 +116,12 @@ class Session {
   void look_at_connection();
   void check_connection();
   bool deliver_event(int timeout_ms);
-  /** Delivers an event before the deadline; on a terminal, a long silence is explained once. */
+  /** Delivers an event before the deadline. On a terminal, explains a long wait once. */
   void await_event(const std::string &consequence = "");
 
   const Output &output_;
   Deadline deadline_;
-  Deadline silence_;  ///< until it is explained
+  Deadline silence_;  ///< when to explain a long wait
   std::optional<korvane_svcmgr_connection_state_e> state_;
   bool is_state_reported_ = false;
   ConnectionListener listener_;

@@ -10,7 +10,7 @@ namespace korvane::svcmgrctl {
 namespace {
 
 constexpr std::size_t kGap = 2;
-constexpr std::size_t kNarrowest = 10;  ///< a column that would be narrower does not wrap
+constexpr std::size_t kNarrowest = 10;  ///< columns do not wrap below this width
 
 using Lines = std::vector<std::string>;
 
@@ -31,7 +31,7 @@ Lines wrap(const std::string &text, std::size_t width) {
   return lines;
 }
 
-/** One column of the table, its title first. */
+/** One column of the table, starting with its title. */
 struct Column {
   std::vector<Lines> cells;
   std::size_t width = 0;
@@ -61,7 +61,7 @@ std::vector<Column> columns_of(const std::vector<TableColumn> &titles,
   return columns;
 }
 
-/** Wraps the columns that may do so, each to its share of what the others leave. */
+/** Wraps the columns that allow it. They share the width that the other columns leave. */
 void fit(std::vector<Column> &columns, const std::vector<TableColumn> &titles, std::size_t width) {
   std::size_t taken = kGap * (columns.size() - 1);
   std::size_t wrapping = 0;

@@ -10,14 +10,14 @@ namespace korvane::svcmgrctl {
 
 struct TableColumn {
   std::string title;
-  bool wraps;  ///< its texts may be spread over several lines, between words
+  bool wraps;  ///< texts may wrap between words
 };
 
 using TableRow = std::vector<std::string>;
 
 /**
- * Lays rows out under their titles, in aligned columns. Where that is wider than width, the columns
- * that may do so wrap; nothing is ever cut. Texts of any origin are printable in it.
+ * Formats rows under their titles in aligned columns. If the table is wider than width, columns
+ * that allow it wrap; texts are never cut. Untrusted text is made printable.
  */
 std::string format_table(const std::vector<TableColumn> &titles, const std::vector<TableRow> &rows,
                          std::optional<std::size_t> width);

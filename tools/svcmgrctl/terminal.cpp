@@ -14,7 +14,7 @@ namespace {
 constexpr std::size_t kUsualWidth = 80;
 constexpr wchar_t kReplacement = L'\uFFFD';
 constexpr wchar_t kEllipsis = L'\u2026';
-/** Printable for the C library, but they change the direction of what follows them. */
+/** Printable for the C library, but they change the direction of the text after them. */
 constexpr wchar_t kDirectionMarks[] =
     L"\u061C\u200E\u200F\u202A\u202B\u202C\u202D\u202E\u2066\u2067\u2068\u2069";
 
@@ -22,14 +22,14 @@ bool is_harmless(wchar_t letter) {
   return iswprint(static_cast<wint_t>(letter)) != 0 && wcschr(kDirectionMarks, letter) == nullptr;
 }
 
-/** The letters of a text; kept: further ones that are let through. */
+/** The characters of a text; kept: control characters that are not replaced. */
 std::wstring harmless_letters(std::string_view text, const wchar_t *kept) {
   std::wstring letters;
   std::mbstate_t state = {};
   while (!text.empty()) {
     wchar_t letter = 0;
     std::size_t length = mbrtowc(&letter, text.data(), text.size(), &state);
-    if (length == 0 || length > text.size()) {  // a NUL, or no valid sequence
+    if (length == 0 || length > text.size()) {  // a NUL or an invalid sequence
       letter = 0;
       length = 1;
       state = {};
