@@ -22,7 +22,7 @@
 
 namespace rpc_port::SvcMgrAppProxy::proxy {
 
-/** The base of the proxy's failures, which are told apart by their type alone. */
+/** The base of the proxy's failures. Only the type distinguishes them. */
 class Exception {};
 /** The connection has not been made yet. */
 class NotConnectedSocketException : public Exception {};
