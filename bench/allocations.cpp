@@ -16,7 +16,7 @@ bench::Allocations bench::Allocations::so_far() {
   return taken;
 }
 
-// These stand before the C library's own for the whole program, the C++ runtime included.
+// Replace the C library's functions for the whole program, including the C++ runtime.
 extern "C" {
 
 void *__libc_malloc(std::size_t size);

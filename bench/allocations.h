@@ -1,4 +1,4 @@
-/** Counts what the whole program takes from the heap. */
+/** Counts heap allocations of the whole program. */
 #ifndef KORVANE_BENCH_ALLOCATIONS_H_
 #define KORVANE_BENCH_ALLOCATIONS_H_
 
@@ -8,9 +8,9 @@ namespace bench {
 
 struct Allocations {
   std::size_t count;
-  std::size_t bytes;  ///< as asked for
+  std::size_t bytes;  ///< as requested
 
-  /** Since the program began. */
+  /** Since the program was started. */
   static Allocations so_far();
 };
 

@@ -1,8 +1,8 @@
 /**
- * A platform of canned answers: it costs next to nothing, so that what is measured on it is the
- * library's own share. It takes memory only where the contract wants a heap text.
+ * A platform with fixed answers. It costs almost nothing, so that measurements show the cost of the
+ * library alone. It allocates only where the contract requires a heap text.
  *
- * One connection at a time, one parcel of each kind at a time, nothing checked.
+ * It supports one connection and one parcel of each kind at a time, and checks nothing.
  */
 #ifndef KORVANE_BENCH_CANNED_PLATFORM_H_
 #define KORVANE_BENCH_CANNED_PLATFORM_H_
@@ -12,25 +12,25 @@
 
 namespace bench {
 
-/** The heap texts that the platform hands over for each model of a list. */
+/** The heap texts that the platform returns for each model of a list. */
 constexpr int kTextsOfAModel = 4;
 
-/** Names the request that an answer belongs to. */
+/** Identifies the request that an answer belongs to. */
 struct DelegateBlock {
   int id;
   int sequence;
 };
 
-/** What app_get_resource_path answers. */
+/** Sets the result of app_get_resource_path. */
 void set_resource_path(const std::string &path);
 
-/** The connection that was started is made. */
+/** Reports the started connection as made. */
 void report_connected();
 
 /** The delegate block of the last request that was sent. */
 DelegateBlock last_request();
 
-/** Delivers an answer of so many models. */
+/** Delivers an answer with this number of models. */
 void deliver_models(DelegateBlock delegate, int count);
 
 /** Delivers a progress report. */

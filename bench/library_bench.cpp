@@ -1,4 +1,4 @@
-// The library's own share of what an application does, on a platform of canned answers.
+// The cost of the library alone, on a platform with fixed answers.
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
@@ -32,7 +32,7 @@ class Application {
   ~Application() { korvane_svcmgr_disconnect(); }
 };
 
-/** States what was taken from the heap since a moment, for each item. */
+/** Reports the heap allocations since a moment, per item. */
 void report_allocations(benchmark::State &state, const Allocations &since, std::int64_t items) {
   const Allocations now = Allocations::so_far();
   const auto each = [items](std::size_t before, std::size_t after) {
@@ -55,8 +55,8 @@ void synchronous_call(benchmark::State &state) {
 }
 
 /**
- * Does nothing with its answers but to hold up the next look-up, which needs the step from here:
- * look-ups that the processor overlaps would seem to cost less than an answer on its own.
+ * Ignores its answers. The next look-up depends on the step read here, so that the processor cannot
+ * overlap look-ups and make them seem cheaper than a single answer.
  */
 class IdleDelegate : public SvcMgrAppPort::RequestToUpdateCallback {
  public:
@@ -77,7 +77,7 @@ struct IdleListener : SvcMgrAppPort::IEventListener {
 
 using Delegates = std::vector<bench::DelegateBlock>;
 
-/** So many requests that stay open. */
+/** Requests that stay open. */
 Delegates open_requests(SvcMgrAppPort &port, std::int64_t count) {
   Delegates open;
   for (std::int64_t i = 0; i < count; ++i) {
@@ -102,7 +102,7 @@ void find_in_turn(benchmark::State &state, const Delegates &sought, Find find) {
   }
 }
 
-/** Answers to the request that was made last. */
+/** Answers to the latest request. */
 void find_newest_delegate(benchmark::State &state) {
   IdleListener listener;
   SvcMgrAppPort port(&listener, "");
@@ -120,7 +120,7 @@ void find_any_delegate(benchmark::State &state) {
   find_in_turn(state, open, bench::deliver_progress);
 }
 
-/** What the standard library's hash map takes to find as many objects, and to call them. */
+/** The time of the standard hash map to find and call the same number of objects. */
 void find_in_hash_map(benchmark::State &state) {
   std::unordered_map<std::uint64_t, std::unique_ptr<SvcMgrAppPort::CallbackBase>> map;
   Delegates keys;
@@ -150,7 +150,7 @@ void keep_list(int /*result*/, korvane_svcmgr_ai_model_list_h list, void *lists)
   static_cast<ModelLists *>(lists)->push_back(list);
 }
 
-/** So many lists at a time that the clock does not count. */
+/** The number of lists handled between two stops of the clock. */
 int lists_at_a_time(int models) {
   return std::max(1, 1000 / models);
 }
@@ -164,7 +164,7 @@ void destroy_lists(ModelLists &lists) {
   lists.clear();
 }
 
-/** Answers with so many models each, received and destroyed; only one of the two is timed. */
+/** Receives and destroys lists of models; only one of the two is timed. */
 template <bool receiving>
 void model_list(benchmark::State &state) {
   const Application application;

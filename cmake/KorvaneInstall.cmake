@@ -1,5 +1,5 @@
-# What `cmake --install` lays down. Everything in it finds its neighbours relative to itself, so that
-# the prefix may be chosen at install time and the tree moved afterwards.
+# What `cmake --install` installs. All paths are relative, so that the prefix can be chosen at
+# install time and the tree can be moved afterwards.
 include(CMakePackageConfigHelpers)
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/korvane-svcmgr)
 

@@ -16,8 +16,8 @@ if(KORVANE_SANITIZE)
   target_link_options(korvane_options INTERFACE -fsanitize=${KORVANE_SANITIZE})
   if(KORVANE_SANITIZE MATCHES "undefined")
     target_compile_options(korvane_options INTERFACE -fno-sanitize-recover=undefined)
-    # What the emulator runs goes without the check of virtual tables: it opens a pipe, and takes it
-    # for an error when no descriptor is left.
+    # No vtable check in programs that run short of descriptors: the check opens a pipe and reports
+    # an error when none is left.
     foreach(target svcmgr-emulator korvane_host)
       target_compile_options(korvane_options INTERFACE
         $<$<STREQUAL:$<TARGET_PROPERTY:NAME>,${target}>:-fno-sanitize=vptr>)

@@ -1,6 +1,6 @@
 # shellcheck shell=bash
-# What the scripts share. A script reads this file first: help and usage errors come before anything
-# else. The help is the comment at the head of the script.
+# Functions shared by the scripts. A script reads this file first, so that help and usage errors
+# come before anything else. The help is the comment at the head of the script.
 set -euo pipefail
 script=$(realpath "$0")
 cd "$(dirname "$script")/.."
@@ -31,7 +31,7 @@ end_step() {
   step=
 }
 
-# A script that must tidy up at its end defines clean_up.
+# A script that needs cleaning up at its end defines clean_up.
 clean_up() { :; }
 at_exit() {
   local status=$?

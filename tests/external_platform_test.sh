@@ -23,7 +23,7 @@ prefix_is org.example.one
 ! configure -DSVCMGR_APP_ID=svcmgr || fail "an ID without a vendor is taken"
 configure -DSVCMGR_APP_ID=svcmgr -DSVCMGR_VENDOR_PREFIX=org.example
 prefix_is org.example
-# What a platform lacks is named.
+# The error names what a platform lacks.
 refused_for() { ! configure "${@:2}" 2>"$work/error" && grep -qF "$1" "$work/error" || fail "no error about $1"; }
 refused_for none.so -DKORVANE_PLATFORM_LIBRARIES="$work/none.so"
 refused_for rpc_port_parcel_send -DKORVANE_PLATFORM_LIBRARIES=m

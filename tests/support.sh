@@ -1,4 +1,4 @@
-# What the shell tests begin with: a folder that goes with the test, and a way to say what failed.
+# Shared by the shell tests: a temporary folder and a function that reports a failure.
 set -euo pipefail
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT

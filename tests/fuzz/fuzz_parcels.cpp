@@ -10,7 +10,7 @@
 
 namespace {
 
-/** Later ones would find nothing new, and would cost most of the time. */
+/** More parcels find nothing new and take most of the time. */
 constexpr int kMostParcels = 8;
 
 int open_answers = 0;

@@ -1,4 +1,4 @@
-/** What the fuzzers share. */
+/** Functions shared by the fuzzers. */
 #ifndef KORVANE_TESTS_FUZZ_SUPPORT_H_
 #define KORVANE_TESTS_FUZZ_SUPPORT_H_
 
@@ -10,12 +10,12 @@
 
 namespace fuzz {
 
-/** Ends the test when a promise is broken. */
+/** Aborts when a condition does not hold. */
 inline void require(bool held) {
   if (!held) std::abort();
 }
 
-/** A folder of this process, in memory where the machine has that; removed at the end. */
+/** A folder of this process, in memory if possible; removed on destruction. */
 inline const std::string &scratch_folder() {
   struct Folder {
     Folder() : path(std::filesystem::exists("/dev/shm") ? "/dev/shm" : "/tmp") {
@@ -29,7 +29,7 @@ inline const std::string &scratch_folder() {
   return folder.path;
 }
 
-/** Makes a file of the input. */
+/** Writes the input to a file. */
 inline void write_file(const std::string &path, const std::uint8_t *data, std::size_t size) {
   const std::string contents(data, data + size);
   require(static_cast<bool>(std::ofstream(path, std::ios::binary) << contents));

@@ -1,4 +1,4 @@
-// What an application is told by a service manager in another process.
+// What a service manager in another process reports to an application.
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <unistd.h>

@@ -9,7 +9,7 @@
 
 #include "service_fixture.h"
 
-/** Of the guide. */
+/** Defined in the guide. */
 korvane::svcmgr::Request update_to_newest(korvane::svcmgr::Client &client, const std::string &id);
 
 namespace {
@@ -55,7 +55,7 @@ class ClientServiceTest : public ServiceTest {
                  std::chrono::milliseconds limit = Client::kSilenceLimit) {
     return client->request_to_update(list_of(ids), progress_handler(), end_handler(), limit);
   }
-  /** A request for models that stays open. */
+  /** Sends a request for models that stays open. */
   Request request_unanswered(std::chrono::milliseconds limit = Client::kListLimit) {
     control({"silent", "GetUsableModelList"});
     Request request = client->request_usable_model_list(models_handler(), limit);

@@ -1,4 +1,4 @@
-// The emulator on a device, with peers and in conditions that it would rather not meet.
+// The emulator with faulty peers and under lack of resources.
 #include <gmock/gmock.h>
 #include <poll.h>
 
@@ -15,7 +15,7 @@ using testing::HasSubstr;
 
 class EmulatorTest : public ServiceTest {
  protected:
-  /** What is answered to a control message that no command line would send. */
+  /** The answer to a control message that no command line would send. */
   std::string answer_to(const std::string &message) const {
     const UniqueFd socket = connect_to(device_ + "/run/control");
     EXPECT_EQ(write_frame(socket.get(), Bytes(message.begin(), message.end()), 60000), 0);
@@ -24,7 +24,7 @@ class EmulatorTest : public ServiceTest {
     return std::string(answer.begin(), answer.end());
   }
 
-  /** Leaves the emulator so many descriptors. */
+  /** Limits the number of descriptors of the emulator. */
   void limit_descriptors(const std::string &count) const {
     const std::string pid = std::to_string(emulator_.pid());
     EXPECT_EQ(run_program({"/usr/bin/prlimit", "--pid=" + pid, "--nofile=" + count + ":"}).status,

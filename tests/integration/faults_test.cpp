@@ -1,4 +1,5 @@
-// A running application while its service manager is killed, stopped, updated and flooded with.
+// A running application while its service manager is killed, stopped, updated and sends many
+// events.
 #include <gmock/gmock.h>
 #include <malloc.h>
 #include <signal.h>
@@ -41,9 +42,9 @@ struct Holdings {
 };
 
 /**
- * An application that asks at random. What callbacks promise is checked as they come: an open
- * request is answered once, a job has one end and nothing behind it, a connection that is lost
- * answers nothing any more, and connections are told of as made and lost in turn.
+ * An application that makes random calls. Its callbacks check their contract: an open request is
+ * answered once, a job ends once and reports nothing afterwards, a lost connection answers no
+ * request, and connect and disconnect are reported alternately.
  */
 class FaultsTest : public ServiceTest {
  protected:
@@ -56,7 +57,7 @@ class FaultsTest : public ServiceTest {
   ~FaultsTest() override { korvane_svcmgr_ai_deregister_status_cb(); }
 
   void SetUp() override {
-    // What is made once, at first use, is no leak.
+    // Objects created once, at first use, are not leaks.
     connect();
     act(100);
     drain();
@@ -66,7 +67,7 @@ class FaultsTest : public ServiceTest {
 
   unsigned random(unsigned limit) { return static_cast<unsigned>(dice_() % limit); }
 
-  /** Calls of the application, and turns of its main loop. */
+  /** Makes calls of the application and runs its main loop between them. */
   void act(unsigned times) {
     for (; times > 0; --times) {
       char *license = nullptr;
@@ -113,13 +114,13 @@ class FaultsTest : public ServiceTest {
     EXPECT_EQ(korvane_svcmgr_connect(on_connection, this), SVCMGR_ERROR_NONE);
     ASSERT_TRUE(until([this] { return told_connected_; }));
   }
-  /** Every request is answered, and nothing is left to be done or told. */
+  /** Waits until every request is answered and all work is done. */
   void drain() {
     ASSERT_TRUE(until([this] { return open_requests() == 0; }));
     settle();
     requests_.clear();
   }
-  /** Makes a new connection; what the application holds between two of them. */
+  /** Makes a new connection. Returns what the application holds while disconnected. */
   Holdings reconnect() {
     EXPECT_EQ(korvane_svcmgr_disconnect(), SVCMGR_ERROR_NONE);
     told_connected_ = false;
@@ -136,7 +137,7 @@ class FaultsTest : public ServiceTest {
                          [](const Request &request) { return request.open; });
   }
 
-  /** The application holds what it held at first, the service too, and both work. */
+  /** Application and service hold what they held at first, and both work. */
   void expect_nothing_left_behind() {
     constexpr std::size_t kLeeway = 16 << 10;  // buffers that grew, not one entry for each request
     drain();
@@ -150,12 +151,12 @@ class FaultsTest : public ServiceTest {
     EXPECT_EQ(answers_, answers + 1);
   }
 
-  // What may befall a service. Each returns when the application is connected again.
+  // Faults of a service. Each function returns when the application is connected again.
 
   void kill_and_launch() {
     const std::size_t losses = losses_;
     emulator_.send_signal(SIGKILL);
-    act(random(4));  // with a service that is going, or gone
+    act(random(4));  // while the service exits, or afterwards
     ASSERT_TRUE(until([&] { return losses_ > losses; }));
     ASSERT_EQ(emulator_.wait(), -SIGKILL);
     act(random(4));
@@ -177,7 +178,7 @@ class FaultsTest : public ServiceTest {
     control({"announce", "Launch"});
     expect_told_again(losses);
   }
-  /** An update of the service that nobody is told of, several times, under load. */
+  /** Announced updates of the service under load, which are not reported. */
   void update_service(unsigned rounds) {
     const std::size_t losses = losses_;
     const std::size_t wanted = connections_ + rounds;
@@ -190,7 +191,7 @@ class FaultsTest : public ServiceTest {
     EXPECT_EQ(update.wait(), 0);
     EXPECT_EQ(connections_, wanted);
     EXPECT_EQ(losses_, losses);
-    // Connections are told of again from the next update request on.
+    // The next update request makes the library report connections again.
     EXPECT_EQ(korvane_svcmgr_request_update(), SVCMGR_ERROR_NONE);
     settle();
   }
@@ -210,8 +211,8 @@ class FaultsTest : public ServiceTest {
     EXPECT_TRUE(until([&] { return statuses_ == wanted; }));
   }
 
-  std::size_t connections_ = 0;  ///< made so far, told of or not
-  std::size_t losses_ = 0;       ///< of connections, told of
+  std::size_t connections_ = 0;  ///< made so far, whether reported or not
+  std::size_t losses_ = 0;       ///< disconnects that were reported
   std::size_t answers_ = 0;
   std::size_t statuses_ = 0;  ///< of models
 
@@ -221,12 +222,12 @@ class FaultsTest : public ServiceTest {
     bool open;
   };
 
-  /** Whether a call ended as it may, with the service there or not. */
+  /** Expects a documented result, with or without a service. */
   static void expect_documented(int result) {
     EXPECT_THAT(result, testing::AnyOf(SVCMGR_ERROR_NONE, SVCMGR_ERROR_NOT_CONNECTED,
                                        SVCMGR_ERROR_INVALID_OPERATION));
   }
-  /** Sends a request, of which user data is its account. */
+  /** Sends a request; its user data is its entry in requests_. */
   template <typename Send>
   void request(Send send) {
     Request &account = requests_.emplace_back(Request{*this, true});
@@ -234,7 +235,7 @@ class FaultsTest : public ServiceTest {
     expect_documented(result);
     account.open = account.open && result == SVCMGR_ERROR_NONE;
   }
-  /** Sees whether the library has lost, or made, a connection. To be called after every turn. */
+  /** Detects a lost or a new connection. Must be called after every turn of the loop. */
   void note_connection() {
     bool updating = false;
     const bool connected = korvane_svcmgr_is_being_updated(&updating) == SVCMGR_ERROR_NONE;
@@ -327,7 +328,7 @@ TEST_F(FaultsTest, AThousandConnections) {
   expect_nothing_left_behind();
 }
 
-/** Everything that may happen, in any order, for KORVANE_SOAK_SECONDS. */
+/** All faults in random order, for KORVANE_SOAK_SECONDS. */
 TEST_F(FaultsTest, Soak) {
   const std::function<void()> faults[] = {
       [this] { kill_and_launch(); },

@@ -41,7 +41,7 @@ class HostDeviceTest : public HostTest {
     free(version);
     return result;
   }
-  /** The IDs of all packages, up to one that is enough. */
+  /** The IDs of all packages, up to a given one. */
   static std::string ids_of_all(const std::string &enough = "") {
     std::pair ids(std::string(), enough);
     const auto collect = [](package_info_h package, void *user_data) {

@@ -1,4 +1,4 @@
-// Application events: dead subscribers, slow senders, and what passes for an event.
+// Application events: dead subscribers, slow senders and invalid events.
 #include <utility>
 
 #include "app_event.h"
@@ -22,7 +22,7 @@ EventBundle payload(const std::string &text) {
 
 class HostEventsTest : public HostTest {
  protected:
-  /** A subscription that logs the texts of its events; it may end itself at the first. */
+  /** A subscription that logs the texts of its events; it may end itself at the first one. */
   struct Subscriber {
     Log *log;
     bool once = false;

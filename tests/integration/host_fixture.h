@@ -1,4 +1,4 @@
-/** Tests of the workstation platform, each on a device directory of its own. */
+/** Tests of the workstation platform, each on its own device directory. */
 #ifndef KORVANE_TESTS_HOST_FIXTURE_H_
 #define KORVANE_TESTS_HOST_FIXTURE_H_
 
@@ -14,12 +14,12 @@
 
 #include "loop/main_loop.h"
 
-/** Lets one allocation of the platform fail. */
+/** Makes one allocation of the platform fail. */
 class ScarceMemory {
  public:
-  /** Runs the story with its first allocation failing, then with its second, until none fails. */
+  /** Runs the story once for each allocation in it, which then fails; ends when none fails. */
   static void tell(const std::function<void()> &story);
-  /** Runs a part of the story that is the platform's; the rest has memory enough. */
+  /** Runs a part of the story in which allocations may fail; they succeed elsewhere. */
   template <typename Part>
   static void in_platform(Part part) {
     run(part, true);
@@ -68,7 +68,7 @@ class HostTest : public ::testing::Test {
 
   static korvane::host::MainLoop &loop() { return korvane::host::MainLoop::instance(); }
 
-  /** Serves what is due. Local sockets hold nothing back: this is all there will be. */
+  /** Serves all pending events. Local sockets deliver at once, so no further event follows. */
   static void run_idle() {
     int served = 1;
     while (served == 1) served = loop().step(0);

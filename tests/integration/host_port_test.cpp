@@ -1,4 +1,4 @@
-// Both ends of an RPC port against peers that keep to no rule.
+// Both ends of an RPC port against faulty peers.
 #include <gmock/gmock.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -65,7 +65,7 @@ void log_event(const char *, bundle_h, void *log) {
   static_cast<std::vector<std::string> *>(log)->push_back("event");
 }
 
-/** A proxy and what it reports; destroyed by the event that is named, if any. */
+/** A proxy and its events. The named event, if any, destroys it. */
 class Client {
  public:
   explicit Client(std::string destroyer = "") : destroyer_(std::move(destroyer)) {
@@ -133,7 +133,7 @@ class HostPortTest : public HostTest {
  protected:
   ~HostPortTest() override { limits = Limits(); }
 
-  /** Accepts the two sockets of a client, and hears their hellos. */
+  /** Accepts the two sockets of a client and reads their hellos. */
   void greet() {
     for (UniqueFd &peer : peers_) {
       peer = accept_peer(listener_.get());
@@ -193,7 +193,7 @@ TEST_F(HostPortTest, ClientLosesTheConnectionOnceAfterTheParcelsBeforeTheFault) 
   for (const Fault &fault : faults) {
     for (const bool waits_for_a_reply : {false, true}) {
       const bool loop_reads = fault.port == 1;
-      if (!fault.close && waits_for_a_reply == loop_reads) continue;  // nobody reads the rubbish
+      if (!fault.close && waits_for_a_reply == loop_reads) continue;  // the bytes are not read
       SCOPED_TRACE(fault.name);
       Client client;
       open(client);
@@ -404,7 +404,7 @@ class HostServerTest : public HostTest {
     ScarceMemory::in_test([&] { log_.push_back(what); });
   }
 
-  /** Makes a whole connection by hand. */
+  /** Opens both sockets of a connection without a proxy. */
   void open(UniqueFd (&sockets)[2], const std::filesystem::path &path) {
     for (const Port port : {Port::kMain, Port::kCallback}) {
       UniqueFd &socket = sockets[static_cast<int>(port)];

@@ -15,10 +15,10 @@
 
 namespace {
 
-/** Far beyond what any step takes; only a hang reaches it. */
+/** Much longer than any step takes; only a hang reaches it. */
 constexpr std::chrono::seconds kHangLimit(120);
 
-/** Becomes the program, its output in the descriptor; it ends when its parent does. */
+/** Executes the program with its output in the descriptor; it ends when its parent does. */
 [[noreturn]] void become(char *const *arguments, int output, pid_t parent) {
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   if (getppid() == parent) {
@@ -121,7 +121,7 @@ ServiceTest::ServiceTest() {
 
 ServiceTest::~ServiceTest() {
   korvane_svcmgr_disconnect();
-  emulator_.end();  // it may be writing to the device still
+  emulator_.end();  // it may still be writing to the device
   std::filesystem::remove_all(std::filesystem::path(device_).parent_path());
 }
 

@@ -1,4 +1,4 @@
-/** Tests against a service manager in another process: the emulator on a device of its own. */
+/** Tests against a service manager in another process: an emulator on its own device. */
 #ifndef KORVANE_TESTS_SERVICE_FIXTURE_H_
 #define KORVANE_TESTS_SERVICE_FIXTURE_H_
 
@@ -12,16 +12,16 @@
 
 #include "korvane_svcmgr.h"
 
-/** What a finished program printed, and how it ended. */
+/** The output and the status of a finished program. */
 struct Finished {
   int status;  ///< exit status, or minus the signal that ended it
   std::string output;
 };
 
-/** Runs a program to its end; its standard output and error are collected together. */
+/** Runs a program until it exits; collects standard output and error together. */
 Finished run_program(const std::vector<std::string> &command);
 
-/** A program that runs beside the test, and ends with it; at the latest on destruction. */
+/** A program that runs beside the test. Killed on destruction. */
 class ChildProcess {
  public:
   ChildProcess() = default;
@@ -30,20 +30,20 @@ class ChildProcess {
   ~ChildProcess();
 
   void start(const std::vector<std::string> &command);
-  /** What it prints until it ends. */
+  /** Its output until it ends. */
   std::string read_all();
-  /** The next line of its output; empty when there is none any more. */
+  /** The next line of its output; empty at the end of the output. */
   std::string read_line();
-  /** Waits for a line that holds the text. */
+  /** Waits for a line that contains the text. */
   void await_line(const std::string &text);
   void send_signal(int signal) const;
-  /** Stops it, and returns when it has stopped; SIGCONT lets it go on. */
+  /** Stops the program and waits until it has stopped; SIGCONT continues it. */
   void stop() const;
-  /** Kills it, if it runs, and waits for it. */
+  /** Kills the program if it runs, and waits for it. */
   void end();
-  /** Waits for the end; the exit status, or minus the signal. */
+  /** Waits for the end. Returns the exit status, or minus the signal. */
   int wait();
-  /** Whether it has ended by itself, and waits to be waited for. */
+  /** Whether it has ended by itself and was not waited for yet. */
   bool has_ended() const;
   pid_t pid() const { return pid_; }
 
@@ -60,23 +60,23 @@ class ServiceTest : public ::testing::Test {
   ServiceTest();
   ~ServiceTest() override;
 
-  /** Starts the emulator, anew if one runs. */
+  /** Starts the emulator; restarts it if it runs. */
   void start_emulator(const std::vector<std::string> &options = {"--tick", "2"});
-  /** What tells the emulator to do something. */
+  /** The command line of a control command. */
   std::vector<std::string> control_command(std::vector<std::string> arguments) const;
-  /** A control command that is expected to succeed; its output. */
+  /** Runs a control command that must succeed, and returns its output. */
   std::string control(const std::vector<std::string> &arguments);
 
   /**
-   * Runs the main loop until the condition holds; false when it does not come about. A condition
-   * that changes without an event of the loop is looked at again after the wait.
+   * Runs the main loop until the condition holds; returns false if it does not. The condition is
+   * checked after every event and once more after the wait.
    */
   static bool run_until(const std::function<bool()> &condition, int wait_ms = 60000);
-  /** Waits until the service has nothing left to do, and serves all that it has sent. */
+  /** Waits until the service is idle, and serves everything that it has sent. */
   void settle();
-  /** Connects, and waits for the event that tells so. */
+  /** Connects and waits for the connected event. */
   void connect();
-  /** Waits for an event of the connection, which must be this one. */
+  /** Waits for the next connection event, which must be this one. */
   void expect_told(korvane_svcmgr_connection_state_e state);
 
   static void on_connection(int result, korvane_svcmgr_connection_state_e state, void *user_data);
