@@ -53,7 +53,7 @@ static void on_progress(int result, korvane_svcmgr_ai_progress_h progress, void 
 }
 
 /*
- * A model without a version stands for the newest one. What came with the list does not serve: its
+ * A model without a version stands for the newest one. The model of the list does not work here: its
  * version is the installed one, and an update to that changes nothing.
  */
 static void update_to_newest(Job *job, const char *id) {

@@ -31,7 +31,7 @@ class Updater {
     });
   }
 
-  // A model without a version stands for the newest one. What came with the list does not serve:
+  // A model without a version stands for the newest one. The model of the list does not work here:
   // its version is the installed one, and an update to that changes nothing.
   void update_to_newest(const std::string &id) {
     ModelInfo model;
