@@ -306,6 +306,7 @@ TEST_F(ModelStatusTest, ARefusedRemovalIsReportedAndCountsAsDone) {
 
 TEST_F(ModelStatusTest, WithoutACallbackAnyEventIsLoggedAsSuch) {
   deregister_in_vain();
+  report({{"START", "x"}});
   platform.take_log();
   platform.emit(kModelStatus, {{"START", "x"}}, "event.other");
   EXPECT_THAT(model_states, IsEmpty());
