@@ -37,7 +37,9 @@ TEST_F(ApiFrameTest, WithoutTheServiceManagerNothingIsDone) {
     expect_failure(function, arguments, SVCMGR_ERROR_NOT_SUPPORTED, "Not supported");
   EXPECT_TRUE(is_connected());
   EXPECT_EQ(1U, platform.subscriptions.size());
-  platform.repair();  // so that the handles can be destroyed
+  platform.repair();
+  EXPECT_EQ("state 0, model 0 of 0, 0 %", describe(arguments.handles.progress));
+  EXPECT_EQ("m1|1.0|Title|Description", describe(arguments.handles.info));
 }
 
 TEST_F(ApiFrameTest, AMissingServiceManagerCountsBeforeAMissingPointer) {

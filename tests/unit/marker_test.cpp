@@ -270,9 +270,11 @@ class UnmarkedFilesTest : public MarkerTest {
   fs::path root = install_application();
 };
 
-TEST_F(UnmarkedFilesTest, SmallFilesAreNotOpened) {
-  write(root / "file", std::string(51, 'x'));
-  EXPECT_THAT(log_of_file(root / "file"), IsEmpty());
+TEST_F(UnmarkedFilesTest, SmallAndOtherFilesAreNotLogged) {
+  for (const std::size_t size : {51, 4000}) {
+    write(root / "file", std::string(size, 'x'));
+    EXPECT_THAT(log_of_file(root / "file"), IsEmpty());
+  }
 }
 
 TEST_F(UnmarkedFilesTest, ALinkWithAShortTextIsNotFollowed) {

@@ -118,6 +118,11 @@ TEST_F(ModelRequestsTest, VersionsAreAskedForWithOnlyTheIdOfTheModel) {
             sent_by(request_versions()));
 }
 
+TEST_F(ModelRequestsTest, AnIdIsCutWhenItIsSet) {
+  handles.info.set_id(std::string(2049, 'x'));
+  EXPECT_EQ(ParcelValue(std::string(2048, 'x')), sent_by(request_versions())[3]);
+}
+
 TEST_F(ModelRequestsTest, AnUpdateNamesModelsAndVersions) {
   ModelInfo without_version;
   without_version.set_id("m2");
