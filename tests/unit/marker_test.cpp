@@ -271,7 +271,7 @@ class UnmarkedFilesTest : public MarkerTest {
 };
 
 TEST_F(UnmarkedFilesTest, SmallAndOtherFilesAreNotLogged) {
-  for (const std::size_t size : {51, 4000}) {
+  for (const std::size_t size : {51U, 4000U}) {
     write(root / "file", std::string(size, 'x'));
     EXPECT_THAT(log_of_file(root / "file"), IsEmpty());
   }
