@@ -53,8 +53,8 @@ static void on_progress(int result, korvane_svcmgr_ai_progress_h progress, void 
 }
 
 /*
- * A model without a version stands for the newest one. The model of the list does not work here: its
- * version is the installed one, and an update to that changes nothing.
+ * A model without a version stands for the newest one. The model of the list does not work here:
+ * its version is the installed one, and an update to that changes nothing.
  */
 static void update_to_newest(Job *job, const char *id) {
   korvane_svcmgr_ai_model_info_h model = NULL;

@@ -37,7 +37,7 @@ inline void call_after(std::chrono::milliseconds delay, std::function<void()> ta
           ? korvane_host_main_loop_call_after(static_cast<int>(delay.count()), call, kept.get())
           : -EINVAL;
   if (result != 0) throw std::system_error(-result, std::generic_category(), "call_after");
-  kept.release();
+  static_cast<void>(kept.release());
 }
 
 }  // namespace korvane::host

@@ -12,8 +12,8 @@ Lines that begin with "- " are the text, which the file holds once; those with "
 without any it is taken out. All stands for the file that was named last.
 
 The tree is copied to build/break, built there with AddressSanitizer and
-UndefinedBehaviorSanitizer, and broken there. What breaks the library is tried with its unit
-tests, what breaks the workstation platform or the emulator with the integration tests.
+UndefinedBehaviorSanitizer, and broken there. What breaks the library or its headers is tried with
+the unit tests, what breaks the workstation platform or the emulator with the integration tests.
 """
 
 import argparse
@@ -49,6 +49,7 @@ INTEGRATION = [(ctest("^(transcript_|EmulatorTest|ApplicationTest)"), 90),
 UNIT_TESTS = ["svcmgr_unit_tests", "svcmgr_memory_tests"]
 TESTS = {
     "src": (UNIT_TESTS, [(gtest(f"unit/{name}"), 30) for name in UNIT_TESTS]),
+    "include": (UNIT_TESTS, [(gtest(f"unit/{name}"), 30) for name in UNIT_TESTS]),
     "host": (["all"], [(gtest("integration/host_integration_tests"), 60), *INTEGRATION]),
     "emulator": (["all"], INTEGRATION),
 }

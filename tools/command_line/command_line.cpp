@@ -153,7 +153,7 @@ Words next_words(CLI::App &app, Words words, const std::string &begun, const Val
     words.push_back(last);
   }
   const CLI::App &command = command_of(app, words);
-  if (!options_ended && begun.rfind("-", 0) == 0) return option_names(command);
+  if (!options_ended && begun.rfind('-', 0) == 0) return option_names(command);
   if (const CLI::Option *other = command.get_option_no_throw(kProgram)) {
     return words_of_other_program(*other);
   }

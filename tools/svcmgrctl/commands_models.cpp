@@ -249,9 +249,11 @@ Words model_words(Session &session, const std::string &begun) {
     words.emplace_back(command_line::kNoSpace);
     return words;
   }
-  const std::string id = parse_model(begun).id;
+  const std::string model = parse_model(begun).id + '@';
   Words words;
-  for (const std::string &version : versions_of(session, id)) words.push_back(id + '@' + version);
+  for (const std::string &version : versions_of(session, parse_model(begun).id)) {
+    words.push_back(model + version);
+  }
   return words;
 }
 
