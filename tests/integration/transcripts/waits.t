@@ -64,7 +64,7 @@ A service manager that ends in a call is no service manager that refuses it:
 
 A watch ends with its device:
 
-  $ env -u KORVANE_DEVICE -u KORVANE_APP_ID svcmgr-emulator run -- sh -c 'svcmgrctl watch >told 2>&1 & until grep -q connected told; do :; done'
+  $ env -u KORVANE_DEVICE -u KORVANE_APP_ID svcmgr-emulator run -- sh -c 'svcmgrctl watch >told 2>&1 & until grep -qs connected told; do :; done'
   $ until grep -q NO_DEVICE told; do :; done
   $ cat told
   connected
