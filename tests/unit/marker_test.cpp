@@ -67,7 +67,7 @@ class MarkerTest : public LibraryTest {
  protected:
   /** A new directory of an application, which has a directory of resources. */
   fs::path install_application() {
-    const fs::path root = directory() / std::to_string(++applications);
+    fs::path root = directory() / std::to_string(++applications);
     fs::create_directories(root / "res");
     platform.resource_path = (root / "res/").string();
     return root;

@@ -314,7 +314,7 @@ TEST_F(ModelRequestsTest, EachTextOfAModelIsSetByItsFunction) {
   Texts expected;
   for (const std::string field : {"id", "version", "title", "description"}) {
     const std::string setter = "korvane_svcmgr_ai_model_info_set_" + field;
-    expected.push_back("D " + setter + ": " + setter);
+    expected.push_back(std::string("D ").append(setter).append(": ").append(setter));
   }
   EXPECT_EQ(expected, platform.log_of("model_info_set_"));
 }
