@@ -1,19 +1,18 @@
-"""Breaks the sources in one small way after another and tells which breakages the tests notice.
-
-A breakage is a place in a file, what to write there instead, and why a user would suffer:
+"""Applies one small fault ("breakage") after another to the sources and reports which of them no
+test notices. The lists are in tests/breakages:
 
     @ src/UpdateObserver.cpp
 
-    # a state that has only been requested counts as an update under way
+    # a requested update counts as under way
     - return update_state > UPDATE_REQUESTED;
     + return update_state >= UPDATE_REQUESTED;
 
-Lines that begin with "- " are the text, which the file holds once; those with "+ " replace it, and
-without any it is taken out. All stands for the file that was named last.
+"@" names the file, "#" describes the fault as a user would see it. The text after "-" occurs once
+in the file and is replaced by the text after "+", or removed.
 
-The tree is copied to build/break, built there with AddressSanitizer and
-UndefinedBehaviorSanitizer, and broken there. What breaks the library or its headers is tried with
-the unit tests, what breaks the workstation platform or the emulator with the integration tests.
+The tree is copied to build/break and built there with AddressSanitizer and
+UndefinedBehaviorSanitizer. Breakages of the library run the unit tests, those of the workstation
+platform and the emulator the integration tests.
 """
 
 import argparse
@@ -26,8 +25,8 @@ import subprocess
 import sys
 import time
 
-HERE = pathlib.Path(__file__).resolve().parent
-ROOT = HERE.parent.parent
+ROOT = pathlib.Path(__file__).resolve().parent.parent
+LISTS = ROOT / "tests" / "breakages"
 WORK = ROOT / "build" / "break"
 TREE = WORK / "tree"
 BUILD = WORK / "build"
@@ -42,8 +41,8 @@ def ctest(pattern):
             "-R", pattern]
 
 
-# What is to be built and run to notice what is broken in a folder, each run with its time limit in
-# seconds. The long ones come last.
+# By folder of the breakage: the targets to build, and the test commands with their time limits in
+# seconds. Short commands come first.
 INTEGRATION = [(ctest("^(transcript_|EmulatorTest|ApplicationTest)"), 90),
                (ctest("^FaultsTest"), 400)]
 UNIT_TESTS = ["svcmgr_unit_tests", "svcmgr_memory_tests"]
@@ -70,7 +69,7 @@ class Breakage:
         return f"{self.file}: {self.why}"
 
     def problem(self):
-        """Why it cannot be tried: its place must be there exactly once."""
+        """Why it cannot be applied; empty if it can."""
         path = ROOT / self.file
         found = path.read_text().count("\n".join(self.old)) if self.old and path.is_file() else 0
         return "" if found == 1 else f"{self.origin}: found {found} times in {self.title()}"
@@ -92,12 +91,12 @@ def read_breakages(path):
         elif kind == "+":
             breakages[-1].new.append(text)
         elif line:
-            sys.exit(f"{path.name}:{number}: neither a file, a reason nor a text: {line}")
+            sys.exit(f"{path.name}:{number}: unknown kind of line: {line}")
     return breakages
 
 
 def write_if_changed(path, content):
-    """Unchanged files keep their time, so that only what changed is built again."""
+    """Keeps the time of unchanged files, so that they are not built again."""
     if path.exists() and path.read_bytes() == content:
         return
     path.parent.mkdir(parents=True, exist_ok=True)
@@ -117,7 +116,7 @@ def copy_tree():
 
 
 def run(command, limit):
-    """Whether it ended well in time, and what it printed; nothing it started outlives it."""
+    """Returns whether the command succeeded in time, and its output. At the limit it is killed."""
     with subprocess.Popen(command, text=True, errors="replace", start_new_session=True,
                           stdout=subprocess.PIPE, stderr=subprocess.STDOUT) as process:
         try:
@@ -153,8 +152,8 @@ def noticed_by(output):
 
 def try_breakage(breakage):
     path = TREE / breakage.file
-    sound = path.read_text()
-    path.write_text(breakage.apply_to(sound))
+    original = path.read_text()
+    path.write_text(breakage.apply_to(original))
     try:
         built, _ = run(build_command(breakage.folder()), BUILD_LIMIT)
         if not built:
@@ -162,11 +161,11 @@ def try_breakage(breakage):
         passed, output = run_tests(breakage.folder())
         return (ALIVE, "") if passed else (KILLED, noticed_by(output))
     finally:
-        path.write_text(sound)
+        path.write_text(original)
 
 
 def prepare(breakages):
-    """A sound tree, built, whose tests pass."""
+    """Copies and builds the tree, and checks that its tests pass."""
     subprocess.run([ROOT / "scripts" / "setup"], check=True)
     copy_tree()
     configured, output = run(["cmake", "-S", TREE, "-B", BUILD, "-G", "Ninja", "-DBUILD_TESTING=ON",
@@ -179,7 +178,7 @@ def prepare(breakages):
         print(f"running the tests of {folder}", flush=True)
         passed, output = run_tests(folder)
         if not passed:
-            sys.exit(f"{output}\nthe tests fail before anything is broken")
+            sys.exit(f"{output}\nthe tests fail without any breakage")
 
 
 def pattern(text):
@@ -192,7 +191,7 @@ def pattern(text):
 def existing_file(name):
     path = pathlib.Path(name)
     if not path.is_file():
-        raise argparse.ArgumentTypeError(f"{name} is no file")
+        raise argparse.ArgumentTypeError(f"{name} is not a file")
     return path
 
 
@@ -203,11 +202,11 @@ def main():
     parser.add_argument("file", nargs="*", type=existing_file)
     options = parser.parse_args()
 
-    breakages = [b for path in options.file or sorted(HERE.glob("*.txt"))
+    breakages = [b for path in options.file or sorted(LISTS.glob("*.txt"))
                  for b in read_breakages(path) if options.only.search(b.title())]
     lost = [problem for problem in map(Breakage.problem, breakages) if problem]
     if lost:
-        sys.exit("\n".join(["breakages that do not find their place:", *lost]))
+        sys.exit("\n".join(["breakages whose text is not in the file exactly once:", *lost]))
     if options.list or not breakages:
         print("\n".join(b.title() for b in breakages))
         sys.exit(0 if breakages else "no breakage matches")
