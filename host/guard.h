@@ -1,4 +1,4 @@
-/** Converts exceptions to error numbers at the border to C. */
+/** Errors inside the platform, and their conversion to error numbers at the border to C. */
 #ifndef KORVANE_HOST_GUARD_H_
 #define KORVANE_HOST_GUARD_H_
 
@@ -6,12 +6,18 @@
 #include <cstring>
 #include <exception>
 #include <new>
+#include <string>
 #include <string_view>
 #include <system_error>
 
 #include "dlog.h"
 
 namespace korvane::host {
+
+/** Throws the std::system_error of an errno value. */
+[[noreturn]] inline void fail(int error, const std::string &what) {
+  throw std::system_error(error, std::generic_category(), what);
+}
 
 /**
  * The platform error number for an errno value: invalid parameter, permission denied, or an I/O

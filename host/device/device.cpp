@@ -9,6 +9,7 @@
 
 #include "device/folder.h"
 #include "dlog.h"
+#include "guard.h"
 
 namespace korvane::host {
 
@@ -17,10 +18,6 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr int kLogError = 6;
-
-[[noreturn]] void fail(int error, const std::string &what) {
-  throw std::system_error(error, std::generic_category(), what);
-}
 
 /** Creates a folder that only this user can access; refuses one that other users can access. */
 void make_private(const fs::path &folder) {

@@ -5,7 +5,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <memory>
-#include <system_error>
+
+#include "guard.h"
 
 namespace korvane::host {
 
@@ -19,7 +20,7 @@ struct Close {
 
 std::vector<std::string> names_in(const std::filesystem::path &folder) {
   const std::unique_ptr<DIR, Close> stream(opendir(folder.c_str()));
-  if (stream == nullptr) throw std::system_error(errno, std::generic_category(), folder.string());
+  if (stream == nullptr) fail(errno, folder.string());
   std::vector<std::string> names;
   // cppcheck-suppress readdirCalled ; the stream is local
   while (const dirent *entry = readdir(stream.get())) {

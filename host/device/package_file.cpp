@@ -8,6 +8,7 @@
 #include <nlohmann/json.hpp>
 #include <system_error>
 
+#include "guard.h"
 #include "sockets/unique_fd.h"
 
 namespace korvane::host {
@@ -17,10 +18,6 @@ namespace {
 using Json = nlohmann::json;
 
 constexpr off_t kMaxFileSize = 1 << 20;
-
-[[noreturn]] void fail(int error, const std::string &what) {
-  throw std::system_error(error, std::generic_category(), what);
-}
 
 std::string read_text(const std::string &file) {
   // Opening a file that is not a regular one, such as a pipe, might block.

@@ -5,7 +5,6 @@
 #include <sys/epoll.h>
 #include <sys/socket.h>
 
-#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cstring>
@@ -141,7 +140,7 @@ class Subscription : public std::enable_shared_from_this<Subscription> {
       return std::nullopt;
     }
     EventRun run;
-    std::copy_n(bytes.begin() + korvane::host::kFrameHeaderSize, run.size(), run.begin());
+    std::memcpy(&run, &bytes[korvane::host::kFrameHeaderSize], sizeof(run));
     return run;
   }
 

@@ -7,6 +7,7 @@
 
 #include "device/device.h"
 #include "device/folder.h"
+#include "guard.h"
 #include "sockets/frame.h"
 #include "sockets/local_socket.h"
 
@@ -18,13 +19,13 @@ namespace {
 constexpr int kStallMs = 200;
 
 /** Random, so that a restarted service uses a different value. */
-std::uint64_t random_number() {
+EventRun random_number() {
   std::random_device device;
-  return std::uint64_t{device()} << 32U | device();
+  return EventRun{device()} << 32U | device();
 }
 
-std::atomic<std::uint64_t> &current_run() {
-  static std::atomic<std::uint64_t> run{random_number()};
+std::atomic<EventRun> &current_run() {
+  static std::atomic<EventRun> run{random_number()};
   return run;
 }
 
@@ -53,7 +54,7 @@ void begin_event_run() {
 
 std::vector<std::filesystem::path> event_subscribers(const std::string &event_name) {
   if (!is_plain_name(event_name)) {
-    throw std::system_error(EINVAL, std::generic_category(), "event name");
+    fail(EINVAL, "event name");
   }
   const auto folder = Device::current().run_directory(std::filesystem::path("events") / event_name);
   std::vector<std::filesystem::path> subscribers;
@@ -65,15 +66,14 @@ std::vector<std::filesystem::path> event_subscribers(const std::string &event_na
 }
 
 Bytes event_frame(const EventBundle &payload) {
-  const std::uint64_t run = current_run();
-  EventRun run_bytes;
-  std::memcpy(run_bytes.data(), &run, sizeof(run));
-  Bytes contents(run_bytes.begin(), run_bytes.end());
+  const EventRun run = current_run();
+  Bytes contents(sizeof(run));
+  std::memcpy(contents.data(), &run, sizeof(run));
   const Parcel values = payload.encode();
   contents.insert(contents.end(), values.bytes().begin(), values.bytes().end());
   Bytes frame;
   if (!append_frame(frame, contents)) {
-    throw std::system_error(EMSGSIZE, std::generic_category(), "event payload");
+    fail(EMSGSIZE, "event payload");
   }
   return frame;
 }

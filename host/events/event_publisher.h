@@ -2,7 +2,6 @@
 #ifndef KORVANE_HOST_EVENT_PUBLISHER_H_
 #define KORVANE_HOST_EVENT_PUBLISHER_H_
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
@@ -15,10 +14,10 @@
 namespace korvane::host {
 
 /**
- * The bytes at the start of each event that identify its run. The service did not disconnect all
+ * The number at the start of each event that identifies its run. The service did not disconnect all
  * clients between two events of the same run.
  */
-using EventRun = std::array<std::uint8_t, 8>;
+using EventRun = std::uint64_t;
 
 /**
  * Starts a new run for the events that this process publishes from now on. Called when a service

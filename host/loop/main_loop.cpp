@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <system_error>
 
 #include "deadline.h"
 #include "guard.h"
@@ -29,7 +28,7 @@ std::atomic<pid_t> early_quit{0};
 
 UniqueFd checked(int descriptor, const char *what) {
   UniqueFd result(beyond_standard_streams(descriptor));
-  if (!result) throw std::system_error(errno, std::generic_category(), what);
+  if (!result) fail(errno, what);
   return result;
 }
 
@@ -83,7 +82,7 @@ MainLoop::SourceId MainLoop::add_descriptor(int descriptor, std::uint32_t epoll_
   if (arm(EPOLL_CTL_ADD, id, *entry->second) != 0) {
     const int error = errno;
     sources_.erase(entry);
-    throw std::system_error(error, std::generic_category(), "epoll_ctl");
+    fail(error, "epoll_ctl");
   }
   return id;
 }

@@ -55,7 +55,7 @@ int rpc_port_parcel_write_bool(rpc_port_parcel_h parcel, bool value) {
 
 int rpc_port_parcel_write_string(rpc_port_parcel_h parcel, const char *text) {
   return append(parcel, [text](auto &to) {
-    if (text == nullptr) throw std::system_error(EINVAL, std::generic_category(), "null text");
+    if (text == nullptr) korvane::host::fail(EINVAL, "null text");
     to.write_string(text);
   });
 }

@@ -1,6 +1,6 @@
 #include "ports/rpc_port_protocol.h"
 
-#include <system_error>
+#include "guard.h"
 
 namespace korvane::host {
 
@@ -29,9 +29,7 @@ std::optional<Hello> Hello::decode(Parcel parcel) {
 
 std::filesystem::path rpc_socket_path(const Device &device, const std::string &app_id,
                                       const std::string &port_name) {
-  if (!is_plain_name(app_id) || !is_plain_name(port_name)) {
-    throw std::system_error(EINVAL, std::generic_category(), "RPC port");
-  }
+  if (!is_plain_name(app_id) || !is_plain_name(port_name)) fail(EINVAL, "RPC port");
   return device.run_directory(std::filesystem::path("rpc") / app_id) / port_name;
 }
 

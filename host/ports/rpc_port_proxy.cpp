@@ -25,10 +25,6 @@ namespace korvane::host {
 
 namespace {
 
-[[noreturn]] void fail(int error, const char *what) {
-  throw std::system_error(error, std::generic_category(), what);
-}
-
 std::string new_token() {
   std::uint8_t bytes[16] = {};
   [[maybe_unused]] const ssize_t size = getrandom(bytes, sizeof(bytes), 0);

@@ -10,8 +10,8 @@
 #include <cerrno>
 #include <cstdio>
 #include <iterator>
-#include <system_error>
 
+#include "guard.h"
 #include "sockets/wait_limits.h"
 
 namespace korvane::host {
@@ -21,14 +21,10 @@ namespace {
 constexpr int kBacklog = 4096;
 constexpr std::size_t kReadSize = std::size_t{64} << 10;
 
-[[noreturn]] void fail(const char *what) {
-  throw std::system_error(errno, std::generic_category(), what);
-}
-
 UniqueFd new_socket() {
   UniqueFd socket(
       beyond_standard_streams(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)));
-  if (!socket) fail("socket");
+  if (!socket) fail(errno, "socket");
   return socket;
 }
 
@@ -108,14 +104,14 @@ UniqueFd ListenerPath::listen() const {
   const int bound = with_address(unlisted_, [&socket](const sockaddr *address, socklen_t size) {
     return bind(socket.get(), address, size);
   });
-  if (bound != 0) fail("bind");
-  if (chmod(unlisted_.c_str(), 0600) != 0) fail("chmod");
-  if (::listen(socket.get(), kBacklog) != 0) fail("listen");
+  if (bound != 0) fail(errno, "bind");
+  if (chmod(unlisted_.c_str(), 0600) != 0) fail(errno, "chmod");
+  if (::listen(socket.get(), kBacklog) != 0) fail(errno, "listen");
   return socket;
 }
 
 void ListenerPath::enlist() const {
-  if (rename(unlisted_.c_str(), path_.c_str()) != 0) fail("rename");
+  if (rename(unlisted_.c_str(), path_.c_str()) != 0) fail(errno, "rename");
 }
 
 void ListenerPath::remove() const noexcept {
@@ -135,10 +131,10 @@ UniqueFd connect_to(const std::filesystem::path &path) {
   const int connected = with_address(path, [&socket](const sockaddr *address, socklen_t size) {
     return connect(socket.get(), address, size);
   });
-  if (connected != 0) fail("connect");
+  if (connected != 0) fail(errno, "connect");
   if (!is_own_user(socket.get())) {
     errno = EACCES;
-    fail("connect");
+    fail(errno, "connect");
   }
   return socket;
 }
