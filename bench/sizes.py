@@ -19,7 +19,7 @@ OPTIONS = ["-O3", "-O2", "-Os", "-O2 -fno-plt", "-O2 -flto"]
 def build(top, directory, toolchain, options):
     command = ["cmake", "-S", top, "-B", directory, "-G", "Ninja", "-DKORVANE_PLATFORM=external",
                "-DBUILD_TESTING=OFF", "-DCMAKE_BUILD_TYPE=Release",
-               f"-DCMAKE_CXX_FLAGS_RELEASE={options} -DNDEBUG"]
+               f"-DCMAKE_CXX_FLAGS_RELEASE=-DNDEBUG {options}"]
     if toolchain:
         command.append(f"-DCMAKE_TOOLCHAIN_FILE={top}/cmake/toolchains/{toolchain}")
     subprocess.run(command, check=True, stdout=subprocess.DEVNULL)
