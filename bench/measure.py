@@ -10,11 +10,8 @@ import struct
 import subprocess
 import sys
 import tempfile
-import time
 
 FILES_PER_FOLDER = 100
-#: Package files that changed just now are read at every look, since they may change again unseen.
-SETTLING_SECONDS = 0.3
 MODEL_TEXTS = {
     "agent": "com.korvane.device.vision",
     "title": "Object detection",
@@ -117,7 +114,6 @@ def emulator(build, folder, models=None):
         try:
             if "ready" not in process.stdout.readline():
                 raise RuntimeError("the emulator did not start")
-            time.sleep(SETTLING_SECONDS)
             yield process.pid
         finally:
             process.send_signal(signal.SIGTERM)
