@@ -1,6 +1,6 @@
 # shellcheck shell=bash
-# Functions shared by the scripts. A script reads this file first, so that help and usage errors
-# come before anything else. The help is the comment at the head of the script.
+# Functions shared by the scripts. A script sources this file first, so that --help is handled before
+# anything else. The help text is the comment at the top of the script.
 set -euo pipefail
 script=$(realpath "$0")
 cd "$(dirname "$script")/.."
@@ -13,14 +13,14 @@ for word in "$@"; do
   case $word in -h | --help) help; exit 0 ;; esac
 done
 
-# Every option must stand in the help.
+# Rejects an option that the help text does not list.
 check_options() {
   for word in "$@"; do
     case $word in -*) help | grep -qe "^${word%%=*} " || usage_error "unknown option $word" ;; esac
   done
 }
 
-# Announces a step, after the time of the previous one.
+# Prints the time of the previous step and the name of the next one.
 step() {
   end_step
   step=$* step_begin=$SECONDS
@@ -31,7 +31,7 @@ end_step() {
   step=
 }
 
-# A script that needs cleaning up at its end defines clean_up.
+# Called at exit. A script that has something to clean up redefines it.
 clean_up() { :; }
 at_exit() {
   local status=$?
