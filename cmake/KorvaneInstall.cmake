@@ -3,7 +3,7 @@
 include(CMakePackageConfigHelpers)
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/korvane-svcmgr)
 
-# From a pkg-config file up to the prefix.
+# The relative path from a pkg-config file to the prefix.
 cmake_path(RELATIVE_PATH CMAKE_INSTALL_PREFIX
   BASE_DIRECTORY ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig OUTPUT_VARIABLE pkgconfig_to_prefix)
 function(korvane_install_pkgconfig name)

@@ -1,6 +1,6 @@
-# Manual pages, from their scdoc sources beside a program.
+# Builds and installs manual pages from scdoc sources.
 find_program(SCDOC scdoc)
-korvane_test_needs(SCDOC "scdoc is missing: no manual pages are made")
+korvane_test_needs(SCDOC "scdoc is missing: the manual pages are not built")
 
 function(korvane_add_manual page)
   if(NOT SCDOC)

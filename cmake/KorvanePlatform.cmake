@@ -1,5 +1,5 @@
-# Checks the external platform with the compiler: its headers, the functions that this project's own
-# declarations name, and, with libraries given, that these provide them. Nothing is run.
+# Checks an external platform with the compiler: its headers must exist and declare every function that
+# platform/ declares, and its libraries, if any are given, must define these functions. Runs no program.
 foreach(folder IN LISTS KORVANE_PLATFORM_INCLUDE_DIRS)
   if(NOT IS_DIRECTORY ${folder})
     message(FATAL_ERROR "KORVANE_PLATFORM_INCLUDE_DIRS: there is no folder ${folder}")
@@ -10,12 +10,12 @@ foreach(library IN LISTS KORVANE_PLATFORM_LIBRARIES)
   if(IS_ABSOLUTE ${library} AND NOT EXISTS ${library})
     message(FATAL_ERROR "KORVANE_PLATFORM_LIBRARIES: there is no file ${library}")
   endif()
-  if(TARGET ${library})  # is built later
+  if(TARGET ${library})  # a target of this build, which is not built yet
     set(links_platform)
   endif()
 endforeach()
 
-# A program that includes every header, and names every function that is no macro.
+# A program that includes every header and takes the address of every function that is not a macro.
 set(headers dlog.h rpc_port.h bundle.h app_event.h app.h package.h)
 set(includes)
 set(functions)
@@ -34,7 +34,7 @@ foreach(header IN LISTS headers)
 endforeach()
 set(program "${includes}const void *functions[] = {\n${uses}};\nint main() { return functions[0] == nullptr; }\n")
 
-# Compiles the program, links it when the type is EXECUTABLE, and names what is missing.
+# Compiles the program, links it when the type is EXECUTABLE, and reports missing headers and functions.
 function(korvane_check_platform option type)
   set(CMAKE_TRY_COMPILE_TARGET_TYPE ${type})
   set(folders ${KORVANE_PLATFORM_INCLUDE_DIRS})
@@ -42,7 +42,7 @@ function(korvane_check_platform option type)
     set(folders ${PROJECT_SOURCE_DIR}/platform)
   endif()
   set(linked)
-  if(type STREQUAL "EXECUTABLE")  # what the libraries themselves depend on may be missing
+  if(type STREQUAL "EXECUTABLE")  # further libraries, on which these depend, may be missing
     set(linked LINK_OPTIONS LINKER:--allow-shlib-undefined LINK_LIBRARIES ${KORVANE_PLATFORM_LIBRARIES})
   endif()
   try_compile(works SOURCE_FROM_VAR platform.cpp program NO_CACHE OUTPUT_VARIABLE output

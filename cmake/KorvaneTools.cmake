@@ -1,5 +1,5 @@
-# A program or library that only some tests need. Without it they are left out, which is an error where
-# the environment says CI=true.
+# Declares that some tests need a program or a library. Without it these tests are left out; with
+# CI=true in the environment that is an error.
 function(korvane_test_needs found what)
   if(${found} OR NOT BUILD_TESTING)
     return()
