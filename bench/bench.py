@@ -1,4 +1,4 @@
-"""Measures what the library costs. scripts/bench runs it, and explains the options."""
+"""Measures the costs of the library. scripts/bench runs this program and describes its options."""
 
 import argparse
 import contextlib
@@ -40,7 +40,7 @@ def parse_arguments():
     if arguments.rounds is not None and arguments.rounds < 1:
         parser.error("--rounds must be at least 1")
     if arguments.tree is not None and not arguments.tree.is_dir():
-        parser.error(f"{arguments.tree} is no folder")
+        parser.error(f"{arguments.tree} is not a folder")
     return arguments
 
 
@@ -49,7 +49,7 @@ def run(command, **options):
 
 
 def build(source, directory):
-    """Builds the measuring programs and what they measure."""
+    """Builds the measuring programs, the library and the emulator."""
     measure.progress(f"building in {directory}")
     run(["cmake", "-S", source, "-B", directory, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Release",
          "-DCMAKE_CXX_FLAGS_RELEASE=-O2 -DNDEBUG", "-DKORVANE_BENCH=ON", "-DBUILD_TESTING=OFF"],
@@ -59,7 +59,7 @@ def build(source, directory):
 
 @contextlib.contextmanager
 def worktree(commit, folder):
-    """The sources of a commit, with the measuring programs of this one."""
+    """A worktree of a commit, with the measuring programs of this checkout."""
     source = folder / f"source-{commit.replace('/', '-')}"
     run(["git", "-C", TOP, "worktree", "add", "--quiet", "--detach", source, commit])
     try:
@@ -91,7 +91,7 @@ def update_document(figures, machine):
     line = f"Measured on {machine['processor']}, Linux {machine['system']}."
     text, count = TABLE.subn(lambda match: f"{match[1]}{table}\n\n{line}\n{match[2]}", text)
     if count != 1:
-        sys.exit(f"bench: {DOCUMENT} has no place for the table")
+        sys.exit(f"bench: {DOCUMENT} lacks the comments around the table")
     DOCUMENT.write_text(text, encoding="utf-8")
     report.plot(figures, PLOT)
 
@@ -111,7 +111,7 @@ def measure_this(arguments, plan):
 
 
 def compare(arguments, plan):
-    """Files are read, commits measured side by side."""
+    """Compares two commits, measured side by side, or the files of earlier runs."""
     with contextlib.ExitStack() as stack:
         folder = pathlib.Path(stack.enter_context(tempfile.TemporaryDirectory(prefix="bench-")))
         subjects = []
@@ -134,7 +134,7 @@ def compare(arguments, plan):
 def main():
     arguments = parse_arguments()
     os.environ["LC_ALL"] = "C.UTF-8"
-    # Ends as an exception does: worktrees, folders and emulators go with it.
+    # Exits by an exception, so that worktrees, temporary folders and emulators are cleaned up.
     signal.signal(signal.SIGTERM, lambda number, _: sys.exit(128 + number))
     plan = measure.Plan(arguments.quick, arguments.rounds)
     try:

@@ -1,10 +1,10 @@
-// Calls between two processes, each program run one measurement:
+// Measures calls between two processes. Each run of the program makes one measurement:
 //   bench_calls socket CALLS          a round trip over a bare socket
 //   bench_calls bus CALLS             a call over a message bus library, peer to peer
 //   bench_calls service CALLS PID     a call through the public API to the emulator, process PID
 //   bench_calls models REPEATS PID    a model list through the public API
-// Prints the processor time of both processes and the clock time of one call, in microseconds; for
-// models also those of destroying the list, and the number of models.
+// Prints the processor time (the sum of both processes) and the elapsed time of one call, in
+// microseconds. For models, also prints the times of destroying the list, and the number of models.
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <systemd/sd-bus.h>
@@ -39,7 +39,7 @@ struct Times {
   double clock;
 };
 
-/** The times that this process and its peer have taken so far. */
+/** The times so far of this process and its peer. */
 Times times(pid_t peer) {
   clockid_t peer_clock = 0;
   require(clock_getcpuclockid(peer, &peer_clock) == 0, "no such process");
@@ -88,7 +88,7 @@ class Peer {
   int socket_;
 };
 
-/** A frame with one number, as a request or an answer of the service manager is. */
+/** A frame with one number, like a request to the service manager and its answer. */
 struct Frame {
   std::uint32_t length;
   std::int32_t number;

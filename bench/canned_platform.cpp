@@ -16,7 +16,7 @@ struct app_info_s {};
 struct event_handler_s {};
 struct rpc_port_proxy_s {};
 
-/** The numbers before the models, any models, and the number that follows them. */
+/** A parcel: the numbers before and after the models, and the number of models. */
 struct rpc_port_parcel_s {
   int numbers[8];
   int size;

@@ -87,7 +87,7 @@ Delegates open_requests(SvcMgrAppPort &port, std::int64_t count) {
   return open;
 }
 
-/** In no order: each is far from the one before in memory. */
+/** Random order, so that consecutive delegates are far apart in memory. */
 void shuffle(Delegates &delegates) {
   std::shuffle(delegates.begin(), delegates.end(), std::mt19937(1));
 }

@@ -25,7 +25,7 @@ SECTION_NAMES = b"\0.qel\0.shstrtab\0"
 
 
 class Plan:
-    """How much is measured, and how often."""
+    """The amount of work of each measurement, and the number of rounds."""
 
     def __init__(self, quick, rounds):
         self.rounds = rounds or (1 if quick else 9)
@@ -37,7 +37,7 @@ class Plan:
 
 
 class Build:
-    """A folder with the built programs, and what it is called."""
+    """A named build folder, and the figures that were measured with it."""
 
     def __init__(self, name, directory):
         self.name = name
@@ -68,12 +68,12 @@ def output_of(command):
 
 
 def figures_of(command):
-    """The lines "NAME VALUE" that a program prints."""
+    """Runs a program and parses the lines "NAME VALUE" that it prints."""
     lines = (line.split() for line in output_of(command).splitlines())
     return {name: float(value) for name, value in lines}
 
 
-# The library's own share.
+# The library alone.
 
 
 def measure_library(build, plan):
@@ -99,7 +99,7 @@ def measure_library(build, plan):
 
 @contextlib.contextmanager
 def emulator(build, folder, models=None):
-    """The emulator on a device of its own, with so many models; its process number."""
+    """Runs the emulator on a new device, with a number of models if given. Yields its process ID."""
     device = pathlib.Path(tempfile.mkdtemp(dir=folder)) / "device"
     environment = {"KORVANE_DEVICE": str(device), "KORVANE_APP_ID": "com.example.viewer"}
     environment["KORVANE_LOG"] = "none"
@@ -126,7 +126,7 @@ def add_times(build, name, figures, unit, divisor=1):
 
 @contextlib.contextmanager
 def on_one_processor():
-    """What is started meanwhile shares one processor, and wakes up no idle one."""
+    """Processes started in this context share one processor: no call has to wake an idle one."""
     allowed = os.sched_getaffinity(0)
     os.sched_setaffinity(0, {min(allowed)})
     try:
@@ -149,7 +149,7 @@ def measure_models(build, plan, folder):
         with emulator(build, folder, models) as pid:
             figures = figures_of([build.program("bench_calls"), "models", str(repeats), str(pid)])
         if figures["models"] != models:
-            raise RuntimeError(f"{models} models became {figures['models']:.0f}")
+            raise RuntimeError(f"received {figures['models']:.0f} models instead of {models}")
         add_times(build, f"models.{models}", figures, "ms", 1000)
         build.add(f"models.{models}.destroy", "ms", figures["destroy_processor"] / 1000)
 
@@ -163,7 +163,7 @@ def section(name, kind, offset, size):
 
 
 def elf_file(sections, marker=b""):
-    """A 64-bit ELF file with so many sections, three of them as large as a marker."""
+    """A 64-bit ELF file with this number of sections, three of them as large as a marker."""
     contents = (marker.ljust(16, b"x") + SECTION_NAMES).ljust(2000, b"x")
     table = [section(0, 0, 0, 0)]
     table += [section(0, 1, 64, 100 + number) for number in range(sections - 4)]
@@ -176,7 +176,7 @@ def elf_file(sections, marker=b""):
 
 
 def make_tree(root, files):
-    """An application's tree: every tenth file is an ELF file, one of them has a marker."""
+    """Creates an application's folder: every tenth file is an ELF file, one of them has a marker."""
     dice = random.Random(1)
     plain = dice.randbytes(8000)
     marker = b"QEL\0\0\0" + struct.pack("<5H", 1, 13, 3, 0, 154)
@@ -193,7 +193,7 @@ def make_tree(root, files):
 
 
 def timed(command):
-    """The processor time of a whole program, in seconds."""
+    """Runs a program and returns its processor time in seconds."""
     process = subprocess.Popen(command, stdout=subprocess.DEVNULL)
     _, status, usage = os.wait4(process.pid, 0)
     process.returncode = os.waitstatus_to_exitcode(status)
@@ -233,7 +233,7 @@ def measure_load(build):
 
 
 def measure(builds, plan, tree=None):
-    """Measures all builds side by side: each round takes one figure of each."""
+    """Measures all builds side by side: each round measures every build once."""
     with tempfile.TemporaryDirectory(prefix="bench-") as folder:
         if tree is None:
             progress(f"making a tree of {plan.files} files")

@@ -4,8 +4,9 @@ import json
 import statistics
 import subprocess
 
-#: What is wanted of a figure: at most so much, so many times its limit, so many times its peer.
-#: The limit and the peer are figures of the same run.
+#: The rows of the table: label, figure, and what is wanted of it. "most" is its greatest value.
+#: "limit" and "peer" are figures of the same run: a lower bound, and comparable software. The number
+#: beside them is the greatest ratio; None only shows the ratio.
 ROWS = [
     ("Synchronous call, processor", "call.service.processor",
      {"limit": ("call.socket.processor", 1.4), "peer": ("call.bus.processor", 1.0)}),
@@ -78,7 +79,7 @@ def with_unit(figure):
 
 
 def judge(figures, figure, wanted):
-    """The ratio to the limit, the ratio to the peer, what is wanted, and whether it is reached."""
+    """The ratios to the limit and to the peer, what is wanted, and whether it is reached."""
     value = median(figures[figure])
     ratios, wishes, reached = [], [], True
     for role in ("limit", "peer"):
@@ -105,15 +106,15 @@ def table(figures, judged=True):
     return rows if judged else [row[:4] for row in rows]
 
 
-#: With fewer values their spread says nothing of the noise, and nothing is marked.
+#: The spread of fewer values does not show the noise, so no change is marked.
 FEWEST_VALUES = 4
 LEAST_NOISE = 0.05
-#: What is counted is an average over many repeats, with a little of what happens once in it.
+#: A counted figure is an average over many repeats, which contains a few one-time allocations.
 COUNTING_NOISE = 0.001
 
 
 def noise_between(before, after):
-    """The change that two runs of the same program may show; none when that is not known."""
+    """The greatest change between two runs of the same program; None when it is not known."""
     if before["unit"] in EXACT_UNITS:
         return COUNTING_NOISE
     if min(len(before["values"]), len(after["values"])) < FEWEST_VALUES:
@@ -156,7 +157,7 @@ def as_markdown(rows):
 
 
 def growth_of(figures, pattern, nanoseconds):
-    """Pairs of a number and the nanoseconds that one of so many takes."""
+    """Pairs of a number of items and the nanoseconds for each of them."""
     start, _, end = pattern.partition("*")
     points = []
     for name in figures:
@@ -168,7 +169,7 @@ def growth_of(figures, pattern, nanoseconds):
 
 
 def plot(figures, file):
-    """How the figures grow with the number of things, as an SVG file."""
+    """Draws the time per item by the number of items, as an SVG file."""
     series = {title: growth_of(figures, *source) for title, source in GROWTH.items()}
     commands = [
         "set terminal svg size 800,420 font 'sans-serif,12' background '#ffffff'",

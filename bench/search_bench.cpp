@@ -1,4 +1,4 @@
-// The marker search of an application over a tree: bench_search DIRECTORY. The level found, or -1.
+// Searches a directory for markers: bench_search DIRECTORY. Prints the level found, or -1.
 #include <cstdio>
 
 #include "canned_platform.h"

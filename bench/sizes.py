@@ -1,4 +1,4 @@
-"""How large the library is for each processor, and what compiler options would make of it."""
+"""The size of the library for each processor, with different compiler options."""
 
 import pathlib
 import subprocess
@@ -7,7 +7,7 @@ import tempfile
 
 import measure
 
-#: The processor's name, its toolchain file, and what the names of its tools begin with.
+#: The processor's name, its toolchain file, and the prefix of its tools.
 PROCESSORS = [
     ("x86-64", None, ""),
     ("armhf", "armhf.cmake", "arm-linux-gnueabihf-"),
@@ -28,7 +28,7 @@ def build(top, directory, toolchain, options):
 
 
 def loaded_bytes(library, tools):
-    """What of a library is loaded into memory; the file is larger by its alignment."""
+    """The bytes of a library that are loaded into memory, without the file's alignment."""
     lines = measure.output_of([f"{tools}size", str(library)]).splitlines()
     return int(lines[1].split()[3])
 
