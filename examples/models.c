@@ -9,13 +9,13 @@
 #include <stdlib.h>
 #include <string.h>
 
-/* For the next answer. The reports of an update are answers, too; a service manager that was
-   restarted gives none. */
+/* The time limit for each answer and for each report of an update. A service manager that was
+   restarted does not answer earlier requests. */
 static const int kLongestWaitMs = 60000;
 
-/* What every callback gets as its user data. */
+/* The user data of every callback. */
 typedef struct {
-  bool updated; /* the first model was */
+  bool updated; /* the first model has been updated */
   bool finished;
   int status;
 } Job;
@@ -53,8 +53,8 @@ static void on_progress(int result, korvane_svcmgr_ai_progress_h progress, void 
 }
 
 /*
- * A model without a version stands for the newest one. The model of the list does not work here:
- * its version is the installed one, and an update to that changes nothing.
+ * A model without a version requests the newest one. The model in the list cannot be used: it has
+ * the installed version, and an update to that version changes nothing.
  */
 static void update_to_newest(Job *job, const char *id) {
   korvane_svcmgr_ai_model_info_h model = NULL;
@@ -66,7 +66,7 @@ static void update_to_newest(Job *job, const char *id) {
   if (error == SVCMGR_ERROR_NONE)
     error = korvane_svcmgr_ai_request_to_update(wanted, on_progress, job);
   check(job, error, "request of the update");
-  /* List and request made copies of what they were given. */
+  /* The list and the request hold copies. */
   if (wanted != NULL) korvane_svcmgr_ai_model_list_destroy(wanted);
   if (model != NULL) korvane_svcmgr_ai_model_info_destroy(model);
 }
@@ -100,8 +100,8 @@ static void on_models(int result, korvane_svcmgr_ai_model_list_h models, void *u
 }
 
 /*
- * After a loss the library reconnects by itself, but what was asked before stays unanswered: this
- * program ends then.
+ * After a loss the library reconnects by itself, but open requests are never answered. This program
+ * then ends.
  */
 static void on_connection(int result, korvane_svcmgr_connection_state_e state, void *user_data) {
   Job *job = user_data;
@@ -110,12 +110,12 @@ static void on_connection(int result, korvane_svcmgr_connection_state_e state, v
     check(job, korvane_svcmgr_ai_request_usable_model_list(on_models, job), "list of models");
 }
 
-/* All callbacks come from inside the main loop: on a workstation, from a step of it. */
+/* All callbacks are called from inside the main loop: on a workstation, inside a step of it. */
 static void run_main_loop(Job *job) {
   while (!job->finished) {
     const int delivered = korvane_host_main_loop_step(kLongestWaitMs);
     if (delivered == 0) {
-      fputs("no answer; an update that was begun goes on in the service manager\n", stderr);
+      fputs("no answer; an update that has started continues in the service manager\n", stderr);
       finish(job, EXIT_FAILURE);
     } else if (delivered < 0) {
       fprintf(stderr, "main loop: %s\n", strerror(-delivered));

@@ -31,8 +31,8 @@ class Updater {
     });
   }
 
-  // A model without a version stands for the newest one. The model of the list does not work here:
-  // its version is the installed one, and an update to that changes nothing.
+  // A model without a version requests the newest one. The model in the list cannot be used: it has
+  // the installed version, and an update to that version changes nothing.
   void update_to_newest(const std::string &id) {
     ModelInfo model;
     model.set_id(id);
