@@ -233,16 +233,16 @@ Command define(const char *name, std::vector<Argument> arguments, const char *he
 
 std::vector<Command> make_commands() {
   return {
-      define("status", {}, "what it is doing, as JSON", 0, 0,
+      define("status", {}, "show the state of the emulator, as JSON", 0, 0,
              at_once([](Service &service, const Words &) { return to_text(service.status(), 2); })),
-      define("stop", {}, "end; done when it has ended", 0, 0, stop),
+      define("stop", {}, "stop the emulator, and wait until it has exited", 0, 0, stop),
       define("update", {{"[--count", {"--count"}}, {"N]"}},
-             "update itself: announce \"Update\", drop all connections, come back, announce "
-             "\"Launch\"",
+             "update the service manager: announce \"Update\", drop connections, listen again, "
+             "announce \"Launch\"",
              0, 2, update_itself),
       define("restart", {},
-             "drop all connections without an announcement, come back, announce \"Launch\"", 0, 0,
-             restart),
+             "drop all connections without an announcement, listen again, announce \"Launch\"", 0,
+             0, restart),
       define("announce", {one_of({"Update", "Launch"})},
              "publish this agent status, and nothing else", 1, 1,
              silently([](Service &service, const Words &words) { service.announce(words[0]); })),
@@ -250,7 +250,7 @@ std::vector<Command> make_commands() {
           "event", {one_of({kUpdateStatus, kModelStatus, kAgentStatus}), {"[KEY=TYPE:VALUE...]"}},
           "publish any event; TYPE is str, array (comma-separated), int32 or bytes (hexadecimal)",
           1, kAnyNumber, silently(publish_event)),
-      define("reset", {}, "take back every fault and the change of the licence text", 0, 0,
+      define("reset", {}, "end all faults and restore the licence text", 0, 0,
              silently([](Service &service, const Words &) { service.reset(); })),
       define("drop", {}, "drop all connections", 0, 0,
              silently([](Service &service, const Words &) { service.port().drop_connections(); })),
@@ -263,22 +263,24 @@ std::vector<Command> make_commands() {
                service.state().set_license(words[0]);
              })),
       define("reply", {method_or("METHOD"), {"CODE|default", {"default"}, true}},
-             "answer every request of a method with this code, or result number", 2, 2,
+             "answer every request of a method with this code or result number", 2, 2,
              silently(set_reply)),
       define("silent", {method_or("METHOD|off", {"off"})},
-             "never answer a method; off: answer every one again", 1, 1, silently(set_silence)),
+             "do not answer this method; off: answer all methods again", 1, 1,
+             silently(set_silence)),
       define("crash-before-reply", {method_or("[METHOD]")},
-             "crash at the next request, of this method if given", 0, 1, silently(set_crash)),
+             "crash at the next request, or at the next one of this method", 0, 1,
+             silently(set_crash)),
       define("stray", {{"COUNT"}},
-             "send parcels that are no result before the next synchronous reply", 1, 1,
-             silently([](Service &service, const Words &words) {
+             "send this number of parcels that are not results before the next synchronous reply",
+             1, 1, silently([](Service &service, const Words &words) {
                service.faults().stray_parcels = parse_count(words[0]);
              })),
       define("garbage", {one_of({"main", "callback"}), one_of(names_of(garbage_kinds()))},
-             "send bytes that are no parcel on this port of every connection", 2, 2,
+             "send bytes that are not a parcel on this port of every connection", 2, 2,
              silently(send_garbage)),
       define("delegate-fault", {one_of(names_of(delegate_faults()))},
-             "spoil the next asynchronous answer", 1, 1,
+             "corrupt the next asynchronous answer", 1, 1,
              silently([](Service &service, const Words &words) {
                service.faults().delegate_fault = &row_of(delegate_faults(), words[0]);
              })),
@@ -287,7 +289,7 @@ std::vector<Command> make_commands() {
       define("own", {{"CODE"}}, "the next update of agents reports this result to its requester", 1,
              1, once(&Faults::own_result)),
       define("fail-models", {{"CODE"}},
-             "the next update or uninstallation of models fails with this number", 1, 1,
+             "the next update or uninstallation of models fails with this result number", 1, 1,
              once(&Faults::model_failure)),
   };
 }

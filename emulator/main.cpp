@@ -155,12 +155,12 @@ void define_device(CLI::App &app, Arguments &arguments, const std::string &other
 
 void define_service(CLI::App &app, Arguments &arguments) {
   app.add_option("--tick", arguments.tick_ms,
-                 "Milliseconds between two steps of anything that takes time,\n0 to 60000")
+                 "Milliseconds between two steps of an update or another job,\n0 to 60000")
       ->type_name("MS")
       ->capture_default_str()
       ->check(kMilliseconds);
   app.add_flag("--trace", arguments.trace,
-               "Write every parcel and event to standard error, decoded, one a line");
+               "Write every parcel and event, decoded, to standard error");
 }
 
 /** The command line grammar. Parsing fills the arguments. */
@@ -169,13 +169,13 @@ struct Grammar {
     command_line::begin_grammar(app);
     define_device(app, arguments, "$KORVANE_DEVICE");
     app.add_flag("--init", arguments.init,
-                 "Make a sample device in the directory, print how a shell\n"
-                 "chooses it, and end");
+                 "Create a sample device in the directory, print the shell\n"
+                 "commands that select it, and exit");
     define_service(app, arguments);
     app.footer(
-        "Prints one line when it is ready, and ends on SIGTERM or SIGINT.\n"
-        "\"svcmgr-emulator ctl --help\" lists the commands for a running one.\n"
-        "Exit status: 0 ended on request, 1 failed, 2 bad usage.");
+        "Prints one line when it is ready, and exits on SIGTERM or SIGINT.\n"
+        "\"svcmgr-emulator ctl --help\" lists the commands for a running emulator.\n"
+        "Exit status: 0 stopped on request, 1 failed, 2 bad usage.");
     define_ctl(arguments);
     define_run(arguments);
   }
@@ -191,18 +191,19 @@ struct Grammar {
   }
 
   void define_run(Arguments &arguments) {
-    run = app.add_subcommand("run", "Run a command beside a service manager, which ends with it");
+    run = app.add_subcommand("run", "Run a command beside an emulator, which is then stopped");
     run->formatter(
         std::make_shared<HelpWithUsage>("svcmgr-emulator run [OPTION...] -- COMMAND..."));
-    define_device(*run, arguments, "a sample device of its own");
-    run->add_flag("--init", arguments.init, "Make a sample device in the directory first");
+    define_device(*run, arguments, "a temporary sample device");
+    run->add_flag("--init", arguments.init, "Create a sample device in the directory first");
     define_service(*run, arguments);
     run->add_option("COMMAND", arguments.command, "The command and its arguments")->required();
     run->footer(
-        "The command finds the device in $KORVANE_DEVICE and, where the device is a new sample "
-        "one,\n"
-        "its application in $KORVANE_APP_ID unless that is set. Signals are passed on to it.\n"
-        "Exit status: that of the command, 128 and the signal that ended it, 127 no such command,\n"
+        "$KORVANE_DEVICE names the device for the command. For a new sample device,\n"
+        "$KORVANE_APP_ID is set to its application, unless it is already set. Signals are passed\n"
+        "on to the command.\n"
+        "Exit status: that of the command, 128 plus the signal that ended it, 127 no such "
+        "command,\n"
         "126 it cannot be run, 1 no service manager, 2 bad usage.");
   }
 
@@ -211,7 +212,7 @@ struct Grammar {
     return run->get_option("COMMAND")->count() > 0 && run->remaining_size() > 0;
   }
 
-  CLI::App app{"Stands in for the service manager on a device directory.", "svcmgr-emulator"};
+  CLI::App app{"Emulates the service manager on a device directory.", "svcmgr-emulator"};
   CLI::App *ctl = nullptr;
   CLI::App *run = nullptr;
 };
@@ -243,7 +244,7 @@ int control_emulator(const Arguments &arguments, const Words &words) {
   return outcome.status;
 }
 
-int serve_or_tell(const Device &device, const Arguments &arguments) try {
+int serve_or_report(const Device &device, const Arguments &arguments) try {
   return serve(device, arguments);
 } catch (const std::exception &error) {
   std::cerr << "svcmgr-emulator: " << error.what() << '\n';
@@ -254,7 +255,7 @@ int run_beside(const Arguments &arguments) {
   std::optional<Device> device;
   if (!arguments.device.empty()) device = chosen_device(arguments);
   if (arguments.init && !device) throw CLI::RequiredError("--device DIR, with --init,");
-  const auto service = [&](const Device &on) { return serve_or_tell(on, arguments); };
+  const auto service = [&](const Device &on) { return serve_or_report(on, arguments); };
   return run_command({service, device, arguments.init, arguments.command});
 }
 

@@ -207,7 +207,7 @@ void create_sample_device(const host::Device &device) {
   }
   if (fs::is_directory(device.directory()) && !Draft::is_alone_in(device.directory())) {
     throw std::runtime_error(device.directory().string() +
-                             " holds other things; choose a new or empty folder");
+                             " contains other files; choose a new or empty folder");
   }
   const Draft draft(device.directory());
   fill(host::Device(draft.folder()));

@@ -73,7 +73,7 @@ void Service::listen_again() {
   try {
     listen();
   } catch (const std::system_error &error) {
-    std::cerr << "svcmgr-emulator: it cannot come back yet: " << error.what() << std::endl;
+    std::cerr << "svcmgr-emulator: the port cannot be opened yet: " << error.what() << std::endl;
     loop_.add_timer(kRetry, [this] { listen_again(); });
     return;
   }

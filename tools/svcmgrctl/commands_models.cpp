@@ -147,9 +147,9 @@ Words versions_of(Session &session, const std::string &id) {
     if (error.code() != SVCMGR_ERROR_INVALID_OPERATION) throw;
     throw Failure(
         SVCMGR_ERROR_INVALID_OPERATION,
-        "the service manager knows no model \"" + id + "\"" +
+        "the service manager has no model \"" + id + "\"" +
             command_line::suggestion(id, usable_model_ids(session),
-                                     "; \"svcmgrctl models list\" shows those that can be used"));
+                                     "; \"svcmgrctl models list\" shows the available ones"));
   }
   return versions;
 }
@@ -158,9 +158,9 @@ Words versions_of(Session &session, const std::string &id) {
 void explain_refusal(Session &session, const NamedModel &model, bool must_be_installed) {
   const Words versions = versions_of(session, model.id);
   if (!model.version.empty() && !contains(versions, model.version)) {
-    throw Failure(SVCMGR_ERROR_INVALID_OPERATION, model.id + " has no version \"" + model.version +
-                                                      "\"; there are " +
-                                                      command_line::listed(versions));
+    throw Failure(SVCMGR_ERROR_INVALID_OPERATION,
+                  model.id + " has no version \"" + model.version +
+                      "\"; available: " + command_line::listed(versions));
   }
   if (must_be_installed && !contains(usable_model_ids(session), model.id)) {
     throw Failure(SVCMGR_ERROR_INVALID_OPERATION, model.id + " is not installed");
@@ -274,7 +274,7 @@ void run_models_list(Session &session, const Arguments &arguments) {
     if (error.code() != SVCMGR_ERROR_INVALID_PARAMETER) throw;
     throw Failure(SVCMGR_ERROR_INVALID_PARAMETER,
                   "no installed agent provides the category \"" + arguments.category +
-                      "\"; \"svcmgrctl models list\" shows the models of all");
+                      "\"; \"svcmgrctl models list\" shows the models of all agents");
   }
 }
 

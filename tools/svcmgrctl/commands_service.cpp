@@ -63,7 +63,7 @@ void request_update(Session &session, const std::vector<std::string> &agents) {
     throw Failure(
         SVCMGR_ERROR_NOT_CONNECTED,
         "the service manager did not accept the update: it answered with a result that has "
-        "no code of its own");
+        "no error code");
   }
 }
 
@@ -104,7 +104,7 @@ void run_is_updating(Session &session, const Arguments &arguments) {
   session.watch(Deadline(arguments.watch_seconds.value_or(0)),
                 [&] { return updating = svcmgr::is_being_updated(); });
   session.output().succeed(
-      updating ? "yes" : "not known: no update began meanwhile, and one from before cannot be seen",
+      updating ? "yes" : "not known: no update has started, and an earlier start is not detected",
       {{"updating", updating}});
 }
 

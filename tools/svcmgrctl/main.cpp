@@ -59,7 +59,7 @@ class Grammar {
  public:
   explicit Grammar(Settings &settings)
       : settings_(settings),
-        app_("Asks and watches the service manager of a device.", "svcmgrctl") {
+        app_("Calls and watches the service manager of a device.", "svcmgrctl") {
     command_line::begin_grammar(app_);
     app_.fallthrough();
     app_.require_subcommand(1);
@@ -68,10 +68,9 @@ class Grammar {
     define_model_commands();
     app_.footer(
         "Exit status: 0 done, 1 failed, 2 bad usage, 130 or 143 interrupted.\n"
-        "The options may also stand after the command, and \"svcmgrctl COMMAND --help\" tells "
-        "more\n"
-        "about each. $KORVANE_LOG (debug, info, error, none) has the library write its log; here\n"
-        "the default is none, in other applications error.");
+        "Options are valid before and after the command. \"svcmgrctl COMMAND --help\" describes a\n"
+        "command. $KORVANE_LOG is the lowest level of the library's log that is written: debug,\n"
+        "info, error or none. The default is none here, and error in other applications.");
   }
 
   CLI::App &app() { return app_; }
@@ -85,13 +84,13 @@ class Grammar {
         ->type_name("ID")
         ->envname("KORVANE_APP_ID");
     app_.add_option("--timeout", settings_.timeout,
-                    "Longest time to wait for the service manager, 0 for any; every report of an\n"
-                    "update starts it again")
+                    "Time limit for each answer, 0 for none; every report of an update\n"
+                    "restarts it")
         ->type_name("SECONDS")
         ->default_str("30")
         ->check(kSeconds);
-    app_.add_flag("--json", settings_.json, "Write JSON, one object a line");
-    app_.add_flag("--verbose", settings_.verbose, "Have the library write its whole log");
+    app_.add_flag("--json", settings_.json, "Write JSON, one object per line");
+    app_.add_flag("--verbose", settings_.verbose, "Write the whole log of the library");
   }
 
   CLI::App *define(CLI::App &parent, const std::string &name, const std::string &help,
@@ -119,32 +118,28 @@ class Grammar {
     Arguments &arguments = settings_.arguments;
     CLI::App *connect =
         define(app_, "connect", "Connect and disconnect, or watch the connection", run_connect);
-    CLI::Option *watch = connect->add_flag("--watch", arguments.watch,
-                                           "Tell what happens to the connection until interrupted");
+    CLI::Option *watch =
+        connect->add_flag("--watch", arguments.watch, "Show connection events until interrupted");
     define_watch_time(connect)->needs(watch);
     define(app_, "client-level", "Show the client API level of the application", run_client_level);
     define(app_, "agent-level", "Show the API level of the installed agent", run_agent_level);
     define(app_, "license", "Show the text of the agent's licence", run_license);
     CLI::App *update =
-        define(app_, "update", "Update the agents named, or all, and wait for the end", run_update);
+        define(app_, "update", "Update the given agents, or all, and wait for the end", run_update);
     update->add_option("AGENT", arguments.agents, "Package IDs of agents")->check(kNotEmpty);
     update->add_flag("--no-wait", arguments.no_wait, "Do not wait for the end of the update");
     CLI::App *is_updating =
-        define(app_, "is-updating", "Tell whether an update of agents or of the service begins",
+        define(app_, "is-updating", "Show whether an update of agents or of the service starts",
                run_is_updating);
     is_updating->footer(
-        "An update that was under way before cannot be seen: applications hear of the "
-        "beginning.\n");
-    define_time(is_updating, "--for", "Wait until one begins, at most for this time")
-        ->default_str("0");
+        "An update that started before is not detected: applications receive only the start.\n");
+    define_time(is_updating, "--for", "Wait for a start, at most for this time")->default_str("0");
     CLI::App *all =
-        define(app_, "watch", "Tell what happens to updates, models and the connection", run_watch);
+        define(app_, "watch", "Show events of updates, models and the connection", run_watch);
     all->footer(
-        "The end of an update of agents that was under way before is not reported. What the "
-        "library\n"
-        "does not report to applications, because it belongs to an announced update of the "
-        "service\n"
-        "manager, is marked as such. The watch ends when the device directory is removed.\n");
+        "The end of an update of agents that started before is not reported. Connection events\n"
+        "that the library hides from applications, during an announced update of the service\n"
+        "manager, are marked. The watch ends when the device directory is removed.\n");
     define_watch_time(all);
   }
 
@@ -154,22 +149,24 @@ class Grammar {
     models->require_subcommand(1);
     CLI::App *list =
         define(*models, "list", "List the models that the application can use", run_models_list);
-    CLI::Option *category = list->add_option("--category", arguments.category,
-                                             "Those of the agent that provides this category")
-                                ->type_name("C")
-                                ->check(kNotEmpty);
+    CLI::Option *category =
+        list->add_option("--category", arguments.category, "Models of the agent with this category")
+            ->type_name("C")
+            ->check(kNotEmpty);
     list->add_flag("--description", arguments.description, "Show their descriptions")
         ->excludes(category);
     CLI::App *versions =
         define(*models, "versions", "List the versions of a model", run_models_versions);
     versions->add_option("ID", arguments.model, "The model")->required()->check(kNotEmpty);
     CLI::App *update =
-        define(*models, "update", "Update models and show how it goes", run_models_update);
-    update->add_option("ID[@VERSION]", arguments.models, "The models, the newest where no version")
+        define(*models, "update", "Update models and show the progress", run_models_update);
+    update
+        ->add_option("ID[@VERSION]", arguments.models,
+                     "The models; without a version, the newest one")
         ->required()
         ->check(kModelWord);
-    CLI::App *uninstall =
-        define(*models, "uninstall", "Uninstall models and show how it goes", run_models_uninstall);
+    CLI::App *uninstall = define(*models, "uninstall", "Uninstall models and show the progress",
+                                 run_models_uninstall);
     uninstall->add_option("ID", arguments.models, "The models")->required()->check(kNotEmpty);
   }
 

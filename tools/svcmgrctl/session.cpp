@@ -21,27 +21,29 @@ namespace {
 constexpr int kSignalStatus = 128;  ///< added to the number of the signal
 constexpr double kLongSilence = 1;
 constexpr int kDeviceCheckMs = 500;
+constexpr char kTryAgain[] = "try again";
 
 volatile sig_atomic_t g_interruption = 0;  ///< the received signal, or 0
 
-/** Written by the SIGALRM handler; filled before the timer starts. */
+/** Written by the SIGALRM handler, set before the timer starts. */
 struct {
   std::string text;
   int descriptor = STDERR_FILENO;
-} g_last_words;
+} g_timeout_message;
 
 CodeText time_is_up(const std::string &consequence = "") {
   return {-ETIMEDOUT, "TIMEOUT",
-          "the time (see --timeout) was up before the service manager had answered" + consequence};
+          "the service manager did not answer within the time limit (see --timeout)" + consequence};
 }
 
 /**
- * Only processes that saw an agent update begin receive its reports. All receive those of models.
+ * The end of an agent update is reported only to processes that received its start; the end of a
+ * change of models is reported to all.
  */
-std::string work_goes_on(Work work) {
-  const std::string how = "; what was asked for goes on in the service manager, ";
-  return how + (work == Work::kAgentUpdate ? "but no later command can see how it ends"
-                                           : "and \"svcmgrctl watch\" shows how it ends");
+std::string work_continues(Work work) {
+  const std::string text = "; the service manager continues the work, ";
+  return text + (work == Work::kAgentUpdate ? "but no later command can report its end"
+                                            : "and \"svcmgrctl watch\" shows its end");
 }
 
 [[noreturn]] void fail_for_interruption(const std::string &consequence) {
@@ -61,8 +63,8 @@ void handle_interruption(int signal_number) {
 }
 
 void handle_alarm(int) {
-  [[maybe_unused]] const ssize_t written =
-      write(g_last_words.descriptor, g_last_words.text.data(), g_last_words.text.size());
+  [[maybe_unused]] const ssize_t written = write(
+      g_timeout_message.descriptor, g_timeout_message.text.data(), g_timeout_message.text.size());
   _exit(kFailureStatus);
 }
 
@@ -75,9 +77,9 @@ void set_alarm(int milliseconds) {
 }
 
 [[noreturn]] void fail_for_lost_connection(bool is_reported, const std::string &advice) {
-  const std::string cause = is_reported ? "the connection was lost: the service manager ended"
+  const std::string cause = is_reported ? "the connection was lost: the service manager exited"
                                         : "the service manager updated itself";
-  throw Failure(SVCMGR_ERROR_NOT_CONNECTED, cause + ", and its answer will not come; " + advice);
+  throw Failure(SVCMGR_ERROR_NOT_CONNECTED, cause + " and will not answer; " + advice);
 }
 
 }  // namespace
@@ -107,7 +109,7 @@ Session::Watchdog::~Watchdog() {
 }
 
 Session::Session(const Output &output, Deadline deadline) : output_(output), deadline_(deadline) {
-  g_last_words = {output.failure_text(time_is_up()), output.failure_descriptor()};
+  g_timeout_message = {output.failure_text(time_is_up()), output.failure_descriptor()};
   install_handler(SIGALRM, handle_alarm);
   if (isatty(STDERR_FILENO) != 0) silence_ = Deadline(kLongSilence);
 }
@@ -145,14 +147,14 @@ void Session::connect() {
                   "the service manager refuses the connection; an emulator accepts it after "
                   "\"svcmgr-emulator ctl reject off\"");
   }
-  if (state_ == SVCMGR_CONNECTION_DISCONNECTED) fail_for_lost_connection(true, "try again");
+  if (state_ == SVCMGR_CONNECTION_DISCONNECTED) fail_for_lost_connection(true, kTryAgain);
 }
 
 void Session::wait_for_answer(const Condition &has_come) {
   while (!has_come()) {
-    if (!is_connected()) fail_for_lost_connection(is_state_reported_, "ask again");
+    if (!is_connected()) fail_for_lost_connection(is_state_reported_, kTryAgain);
     if (g_interruption != 0) {
-      fail_for_interruption(" before the service manager had answered; the request is given up");
+      fail_for_interruption(" before the service manager answered; the answer will be dropped");
     }
     await_event();
   }
@@ -163,10 +165,10 @@ void Session::wait_for_end(const Condition &has_ended, Work work) {
   while (!has_ended()) {
     const bool is_loss = is_state_reported_ || work != Work::kAgentUpdate;
     if (!is_connected() && is_loss) {
-      fail_for_lost_connection(is_state_reported_, "look at how far it came before asking again");
+      fail_for_lost_connection(is_state_reported_, "check what has changed before you try again");
     }
-    if (g_interruption != 0) fail_for_interruption(work_goes_on(work));
-    await_event(work_goes_on(work));
+    if (g_interruption != 0) fail_for_interruption(work_continues(work));
+    await_event(work_continues(work));
   }
 }
 
@@ -205,7 +207,7 @@ void Session::look_at_connection() {
 void Session::check_connection() {
   while (is_connected() && !deadline_.has_passed() && deliver_event(0)) {
   }
-  if (state_ && !is_connected()) fail_for_lost_connection(is_state_reported_, "ask again");
+  if (state_ && !is_connected()) fail_for_lost_connection(is_state_reported_, kTryAgain);
 }
 
 void Session::await_event(const std::string &consequence) {

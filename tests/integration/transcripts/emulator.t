@@ -12,7 +12,7 @@ What it does not take:
   svcmgr-emulator: * is a device already (glob)
   [1]
   $ svcmgr-emulator --init --device "$device/service"
-  svcmgr-emulator: */service holds other things; choose a new or empty folder (glob)
+  svcmgr-emulator: */service contains other files; choose a new or empty folder (glob)
   [1]
   $ svcmgr-emulator --device none
   svcmgr-emulator: */none is no device directory; --init makes a sample one (glob)
@@ -185,10 +185,10 @@ Help, for people and for shells:
   Usage: svcmgr-emulator run [OPTION...] -- COMMAND...
   $ svcmgr-emulator help ctl stop
     stop
-          end; done when it has ended
+          stop the emulator, and wait until it has exited
   $ ctl reply --help | head -n 2
     reply METHOD CODE|default
-          answer every request of a method with this code, or result number
+          answer every request of a method with this code or result number
   $ svcmgr-emulator --complete ctl reply request_update_
   request_update_with_list
   $ svcmgr-emulator --complete ctl reply get_license ''

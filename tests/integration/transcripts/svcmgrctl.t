@@ -131,7 +131,7 @@ What does not come, or is refused:
   [1]
   $ ctl silent GetUsableModelList
   $ svcmgrctl models list --timeout 0.05
-  svcmgrctl: TIMEOUT (-110): the time (see --timeout) was up before the service manager had answered
+  svcmgrctl: TIMEOUT (-110): the service manager did not answer within the time limit (see --timeout)
   [1]
   $ ctl silent off
   $ ctl reject on
@@ -192,18 +192,18 @@ What is wrong, and what to do:
   $ svcmgrctl models update vision.detct
   vision.detct (1/1): started
   vision.detct (1/1): failed
-  svcmgrctl: SVCMGR_ERROR_INVALID_OPERATION (-38): the service manager knows no model "vision.detct"; did you mean "vision.detect"?
+  svcmgrctl: SVCMGR_ERROR_INVALID_OPERATION (-38): the service manager has no model "vision.detct"; did you mean "vision.detect"?
   [1]
   $ svcmgrctl models update vision.detect@9
   vision.detect@9 (1/1): started
   vision.detect@9 (1/1): failed
-  svcmgrctl: SVCMGR_ERROR_INVALID_OPERATION (-38): vision.detect has no version "9"; there are 1.0.0, 1.1.0, 2.0.0
+  svcmgrctl: SVCMGR_ERROR_INVALID_OPERATION (-38): vision.detect has no version "9"; available: 1.0.0, 1.1.0, 2.0.0
   [1]
   $ svcmgrctl models versions $'\377\033'
-  svcmgrctl: SVCMGR_ERROR_INVALID_OPERATION (-38): the service manager knows no model "\xef\xbf\xbd\xef\xbf\xbd"; "svcmgrctl models list" shows those that can be used (esc)
+  svcmgrctl: SVCMGR_ERROR_INVALID_OPERATION (-38): the service manager has no model "\xef\xbf\xbd\xef\xbf\xbd"; "svcmgrctl models list" shows the available ones (esc)
   [1]
   $ svcmgrctl models versions $'\377\033' --json
-  {"ok":false,"command":"models versions","error":{"name":"SVCMGR_ERROR_INVALID_OPERATION","code":-38,"meaning":"the service manager knows no model \"\ufffd\u001b\"; \"svcmgrctl models list\" shows those that can be used"}}
+  {"ok":false,"command":"models versions","error":{"name":"SVCMGR_ERROR_INVALID_OPERATION","code":-38,"meaning":"the service manager has no model \"\ufffd\u001b\"; \"svcmgrctl models list\" shows the available ones"}}
   [1]
   $ svcmgrctl agent-level --app com.example.viewr
   svcmgrctl: NO_APPLICATION (-2): no application "com.example.viewr" is installed on *; did you mean "com.example.viewer"? (glob)
@@ -228,7 +228,7 @@ Shells and scripts:
   Usage: svcmgrctl models update [OPTION...] ID[@VERSION]...
   
   Arguments:
-    ID[@VERSION]                    The models, the newest where no version
+    ID[@VERSION]                    The models; without a version, the newest one
     --app ID                        Application to call as (default: $KORVANE_APP_ID)
   $ svcmgrctl help model
   svcmgrctl: unknown command "model"; did you mean "models"?

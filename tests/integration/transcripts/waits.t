@@ -15,20 +15,20 @@ Who ends the wait is told that the update goes on:
   update started
   $ kill -INT "$program"
   $ finish
-  svcmgrctl: INTERRUPTED (-4): interrupted; what was asked for goes on in the service manager, but no later command can see how it ends
+  svcmgrctl: INTERRUPTED (-4): interrupted; the service manager continues the work, but no later command can report its end
   [130]
 
 It serves all that request an update, but none that name agents:
 
   $ svcmgrctl update --timeout 0.05
-  svcmgrctl: TIMEOUT (-110): the time (see --timeout) was up before the service manager had answered; what was asked for goes on in the service manager, but no later command can see how it ends
+  svcmgrctl: TIMEOUT (-110): the service manager did not answer within the time limit (see --timeout); the service manager continues the work, but no later command can report its end
   [1]
   $ start svcmgrctl models update vision.detect
   $ next
   vision.detect (1/1): started
   $ kill -INT "$program"
   $ finish
-  svcmgrctl: INTERRUPTED (-4): interrupted; what was asked for goes on in the service manager, and "svcmgrctl watch" shows how it ends
+  svcmgrctl: INTERRUPTED (-4): interrupted; the service manager continues the work, and "svcmgrctl watch" shows its end
   [130]
   $ svcmgrctl update com.korvane.device.speech
   svcmgrctl: SVCMGR_ERROR_UPDATE_IN_PROGRESS (-1073741831): the service manager is already updating
@@ -47,19 +47,19 @@ Who asks a silent service manager is told so, and what is given up:
   $ ctl silent GetUsableModelList
   $ script -qec 'svcmgrctl --timeout 1.5 models list' /dev/null </dev/null | tr -d '\r'
   svcmgrctl: waiting for the service manager\xe2\x80\xa6 (esc)
-  svcmgrctl: TIMEOUT (-110): the time (see --timeout) was up before the service manager had answered
+  svcmgrctl: TIMEOUT (-110): the service manager did not answer within the time limit (see --timeout)
   $ start svcmgrctl --timeout 0 models list
   $ until svcmgr-emulator ctl status | grep -q '"requests": 3,'; do :; done
   $ kill -INT "$program"
   $ finish
-  svcmgrctl: INTERRUPTED (-4): interrupted before the service manager had answered; the request is given up
+  svcmgrctl: INTERRUPTED (-4): interrupted before the service manager answered; the answer will be dropped
   [130]
 
 A service manager that ends in a call is no service manager that refuses it:
 
   $ ctl crash-before-reply
   $ svcmgrctl agent-level
-  svcmgrctl: SVCMGR_ERROR_NOT_CONNECTED (-107): the connection was lost: the service manager ended, and its answer will not come; ask again
+  svcmgrctl: SVCMGR_ERROR_NOT_CONNECTED (-107): the connection was lost: the service manager exited and will not answer; try again
   [1]
 
 A watch ends with its device:
@@ -79,7 +79,7 @@ An update of the service manager ends a request, but no update of agents:
   $ until svcmgr-emulator ctl status | grep -q '"requests": 1,'; do :; done
   $ ctl update
   $ finish
-  svcmgrctl: SVCMGR_ERROR_NOT_CONNECTED (-107): the service manager updated itself, and its answer will not come; ask again
+  svcmgrctl: SVCMGR_ERROR_NOT_CONNECTED (-107): the service manager updated itself and will not answer; try again
   [1]
   $ start svcmgrctl --timeout 0 update
   $ next
@@ -124,7 +124,7 @@ A service manager that cannot come back yet does so as soon as it can:
 
   $ chmod a+rwx "$KORVANE_DEVICE/run/rpc"
   $ start svcmgr-emulator ctl restart
-  $ until grep -q 'it cannot come back yet' log; do :; done
+  $ until grep -q 'the port cannot be opened yet' log; do :; done
   $ svcmgr-emulator ctl restart
   svcmgr-emulator: the service manager is restarting already
   [1]
