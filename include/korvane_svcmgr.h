@@ -40,18 +40,18 @@
  * library, also korvane_svcmgr_disconnect(). They must not throw.
  *
  * @par Processes
- * A connection belongs to the process that made it. A child made by fork()
- * leaves it alone, best by calling exec or _exit at once. On the workstation
- * platform no call of such a child reaches the service manager. Requests fail,
- * but korvane_svcmgr_get_license_fulltext() succeeds without a text,
- * korvane_svcmgr_is_being_updated() answers with what the parent knew, and
- * korvane_svcmgr_connect() returns #SVCMGR_ERROR_ALREADY_CONNECTED. The child's
- * korvane_svcmgr_disconnect() lets go of what it inherited and leaves its
- * parent's connection as it is; the child may then connect for itself. Other
- * platforms may end the parent's connection. At process exit a connection
- * needs no ending; once main() has returned or exit() was called, call nothing
- * but the functions that destroy handles. dlclose() leaves the library in
- * memory, and the connection as it is.
+ * A connection belongs to the process that made it. A child made by fork() must
+ * not use it, and should call exec or _exit at once. On the workstation platform
+ * no call of such a child reaches the service manager. Requests fail, but
+ * korvane_svcmgr_get_license_fulltext() succeeds without a text,
+ * korvane_svcmgr_is_being_updated() returns the last state of the parent, and
+ * korvane_svcmgr_connect() returns #SVCMGR_ERROR_ALREADY_CONNECTED. After
+ * korvane_svcmgr_disconnect() the child may connect for itself; the parent's
+ * connection is not affected. Other platforms may end the parent's connection.
+ *
+ * A connection need not be ended before the process exits. After main() has
+ * returned or exit() was called, call only the functions that destroy handles.
+ * dlclose() neither unloads the library nor ends the connection.
  *
  * @par Ownership
  * Texts given to the library are copied. Texts returned by the library are
@@ -76,7 +76,7 @@
 /** Incremented for bug fixes. */
 #define KORVANE_SVCMGR_VERSION_PATCH 0
 
-/** A version as one number; a later version is a greater number. Each part is at most 999. */
+/** A version as one number. Later versions have greater numbers. Each part is at most 999. */
 #define KORVANE_SVCMGR_MAKE_VERSION(major, minor, patch) ((major)*1000000 + (minor)*1000 + (patch))
 
 /**
@@ -136,7 +136,7 @@ typedef enum {
   SVCMGR_ERROR_OUT_OF_MEMORY = -12,
   /** The platform or the service manager denies the connection or the request. */
   SVCMGR_ERROR_PERMISSION_DENIED = -13,
-  /** A required pointer is null, or no agent carries the category asked for. */
+  /** A required pointer is null, or no agent provides the requested category. */
   SVCMGR_ERROR_INVALID_PARAMETER = -22,
   /** The service manager has no space left for the request. */
   SVCMGR_ERROR_NO_SPACE = -28,

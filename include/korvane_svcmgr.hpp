@@ -3,8 +3,8 @@
  * The client API of the device's service manager for C++17: owners of the
  * handles, texts as std::string, lists as ranges, errors as std::error_code.
  *
- * It is a thin layer over korvane_svcmgr.h, header only, and links nothing
- * more. Connections, requests and callbacks stay those of the C API:
+ * It is a thin layer over korvane_svcmgr.h, header only, and needs no further
+ * library. Connections, requests and callbacks are those of the C API:
  *
  * @code
  * static void on_models(int result, korvane_svcmgr_ai_model_list_h handle, void *) try {
@@ -21,20 +21,20 @@
  *
  * @par Errors
  * Every failure is thrown as a std::system_error whose code() compares equal to
- * one of #korvane_svcmgr_error_e and whose what() is the code's meaning. A text
- * that cannot be copied into a std::string is a std::bad_alloc. There are no
- * overloads that store an error: whoever prefers codes calls the C API with
- * get(). A callback is called from C and must not throw: what this header throws
- * is caught inside it, as above.
+ * one of #korvane_svcmgr_error_e and whose what() is the code's meaning. If a
+ * text cannot be copied into a std::string, std::bad_alloc is thrown. There are
+ * no overloads that store an error: to get error codes, call the C API with
+ * get(). A callback is called from C and must not throw: catch the exceptions of
+ * this header inside the callback, as above.
  *
  * @par Threads
  * As in the C API: the thread of the application's main loop.
  *
  * @par Ownership
- * An owner releases its handle when it is destroyed, moved to or assigned to.
- * It can be moved, not copied. One that was moved from or released owns nothing;
- * its other members then throw #SVCMGR_ERROR_INVALID_PARAMETER. As with the C
- * API, nothing is released while the service manager is not installed.
+ * An owner releases its handle when it is destroyed or assigned to. It can be
+ * moved, but not copied. After a move or release() it has no handle, and its other
+ * members throw #SVCMGR_ERROR_INVALID_PARAMETER. As in the C API, nothing is
+ * released while the service manager is not installed.
  */
 #ifndef KORVANE_SVCMGR_HPP_
 #define KORVANE_SVCMGR_HPP_
@@ -66,7 +66,7 @@ class ErrorCategory : public std::error_category {
   const char *name() const noexcept override { return "korvane_svcmgr"; }
   /** The meaning of an error code. */
   std::string message(int code) const override { return korvane_svcmgr_error_text(code); }
-  /** The std::errc that says the same, if there is one; `error == std::errc::not_connected`. */
+  /** The equivalent std::errc, if there is one, for `error == std::errc::not_connected`. */
   std::error_condition default_error_condition(int code) const noexcept override {
     switch (code) {
       case SVCMGR_ERROR_OUT_OF_MEMORY:
@@ -93,8 +93,8 @@ class ErrorCategory : public std::error_category {
 };
 
 /**
- * The one object of the category. Libraries that were loaded with RTLD_LOCAL may have one of their
- * own: compare the values of error codes then, and the names of their categories.
+ * The category of the library's error codes. A library that was loaded with RTLD_LOCAL may have a
+ * category object of its own: then compare the values of error codes and the names of categories.
  */
 SVCMGR_API inline const std::error_category &error_category() noexcept {
   static const ErrorCategory category;
@@ -106,14 +106,14 @@ inline void check(int code) {
   if (code != SVCMGR_ERROR_NONE) throw std::system_error(code, error_category());
 }
 
-/** The same; the exception's what() begins with a text that says what was tried. */
-inline void check(int code, const char *tried) {
-  if (code != SVCMGR_ERROR_NONE) throw std::system_error(code, error_category(), tried);
+/** As above; the exception's what() begins with this text, for example the name of the action. */
+inline void check(int code, const char *text) {
+  if (code != SVCMGR_ERROR_NONE) throw std::system_error(code, error_category(), text);
 }
 
 }  // namespace korvane::svcmgr
 
-/** Makes `error.code() == SVCMGR_ERROR_NOT_CONNECTED` compile; found beside the enumeration. */
+/** For `error.code() == SVCMGR_ERROR_NOT_CONNECTED`. In the namespace of the enumeration. */
 inline std::error_code make_error_code(korvane_svcmgr_error_e code) noexcept {
   return {code, korvane::svcmgr::error_category()};
 }
@@ -140,14 +140,14 @@ struct Free {
   void operator()(char *text) const noexcept { std::free(text); }
 };
 
-/** Takes a text over from the C API; none when it is null. */
+/** Copies and releases a text of the C API; no value when it is null. */
 inline std::optional<std::string> take_text(char *text) {
   const std::unique_ptr<char, Free> owner(text);
   if (text == nullptr) return std::nullopt;
   return text;
 }
 
-/** As fetch, of a text. */
+/** As fetch(), for a text. */
 template <typename Function, typename... Arguments>
 std::string fetch_text(Function function, Arguments... arguments) {
   return take_text(fetch<char *>(function, arguments...)).value();
@@ -157,18 +157,18 @@ std::string fetch_text(Function function, Arguments... arguments) {
 
 /* ---- Owners ------------------------------------------------------------------------------ */
 
-/** What the owners have in common; create and destroy are the functions of the C API. */
+/** The base of all owners; create and destroy are functions of the C API. */
 template <typename Handle, int (*create)(Handle *), int (*destroy)(Handle)>
 class HandleOwner {
  public:
-  /** Owns a new handle. */
+  /** Creates and owns a new handle. */
   HandleOwner() : HandleOwner(detail::fetch<Handle>(create)) {}
-  /** Takes over a handle, one that a callback received for example. It may be null. */
+  /** Takes ownership of a handle, for example of one that a callback received. May be null. */
   explicit HandleOwner(Handle handle) noexcept : handle_(handle) {}
 
-  /** The handle, for calls of the C API; it stays the owner's. */
+  /** The handle, for calls of the C API. This object keeps the ownership. */
   Handle get() const noexcept { return handle_.get(); }
-  /** The handle, which is the caller's from now on. */
+  /** The handle. Its ownership passes to the caller. */
   [[nodiscard]] Handle release() noexcept { return handle_.release(); }
   /** Whether there is a handle. */
   explicit operator bool() const noexcept { return handle_ != nullptr; }
@@ -188,7 +188,7 @@ class ModelInfo
   using HandleOwner::HandleOwner;
 
   ///@{
-  /** A text of the model; none while it was never set. */
+  /** A text of the model; no value if it was never set. */
   std::optional<std::string> id() const { return text(korvane_svcmgr_ai_model_info_get_id); }
   std::optional<std::string> version() const {
     return text(korvane_svcmgr_ai_model_info_get_version);
@@ -200,7 +200,7 @@ class ModelInfo
   ///@}
 
   ///@{
-  /** Sets a text, replacing an earlier one; what follows a NUL in it is left out. */
+  /** Sets a text, replacing an earlier one. A NUL ends the text. */
   void set_id(const std::string &id) {
     check(korvane_svcmgr_ai_model_info_set_id(get(), id.c_str()));
   }
@@ -236,13 +236,13 @@ class Progress : public HandleOwner<korvane_svcmgr_ai_progress_h, korvane_svcmgr
   int index() const { return detail::fetch<int>(korvane_svcmgr_ai_progress_get_index, get()); }
   /** Number of models of the request. */
   int count() const { return detail::fetch<int>(korvane_svcmgr_ai_progress_get_count, get()); }
-  /** How far the model is, in percent. */
+  /** The progress of the model, in percent. */
   int percentage() const {
     return detail::fetch<int>(korvane_svcmgr_ai_progress_get_percentage, get());
   }
 
   ///@{
-  /** Sets a value; any is stored. */
+  /** Sets a value, which is not checked. */
   void set_state(int state) { check(korvane_svcmgr_ai_progress_set_state(get(), state)); }
   void set_index(int index) { check(korvane_svcmgr_ai_progress_set_index(get(), index)); }
   void set_count(int count) { check(korvane_svcmgr_ai_progress_set_count(get(), count)); }
@@ -255,9 +255,9 @@ class Progress : public HandleOwner<korvane_svcmgr_ai_progress_h, korvane_svcmgr
 /* ---- Lists ------------------------------------------------------------------------------- */
 
 /**
- * Walks over the entries of a list. Each look at an entry makes a copy of it, so
- * this is an input iterator, though it can be copied and walked again. It is
- * valid as long as the handle of its list.
+ * Iterates over a list. Each access returns a copy of the entry, so this is an
+ * input iterator; still, a copy of it can be used for a second pass. It is valid
+ * as long as the handle of its list.
  */
 template <typename Handle, auto entry_at>
 class EntryIterator {
@@ -267,7 +267,7 @@ class EntryIterator {
   using difference_type = std::ptrdiff_t;
   using reference = value_type;
 
-  /** Keeps an entry for the length of an expression. */
+  /** Holds the copy of an entry while `iterator->member` is evaluated. */
   class pointer {
    public:
     explicit pointer(value_type entry) : entry_(std::move(entry)) {}
@@ -303,29 +303,29 @@ class EntryIterator {
   int index_ = 0;
 };
 
-/** What the two lists have in common: a range of copies of their entries. */
+/** The base of both lists: a range that yields copies of the entries. */
 template <typename Handle, int (*create)(Handle *), int (*destroy)(Handle),
           int (*get_size)(Handle, int *), auto entry_at>
 class ListOwner : public HandleOwner<Handle, create, destroy> {
  public:
   using HandleOwner<Handle, create, destroy>::HandleOwner;
-  /** Walks over copies of the entries. */
+  /** The iterator, which yields copies of the entries. */
   using const_iterator = EntryIterator<Handle, entry_at>;
-  /** The same: entries are changed by nobody. */
+  /** The same type: entries cannot be changed. */
   using iterator = const_iterator;
-  /** What a copy of an entry is. */
+  /** The type of a copied entry. */
   using value_type = typename const_iterator::value_type;
 
   /** The number of entries. */
   int size() const { return detail::fetch<int>(get_size, this->get()); }
-  /** Whether there is no entry. */
+  /** Whether the list has no entries. */
   bool empty() const { return size() == 0; }
   /** A copy of one entry; an index outside the list throws #SVCMGR_ERROR_OUT_OF_INDEX. */
   value_type at(int index) const { return entry_at(this->get(), index); }
 
-  /** The first entry. */
+  /** An iterator to the first entry. */
   const_iterator begin() const noexcept { return {this->get(), 0}; }
-  /** The end as it is now: what is appended later lies beyond it. */
+  /** The end of the list at this moment: entries that are appended later are not included. */
   const_iterator end() const { return {this->get(), size()}; }
 };
 
@@ -349,7 +349,7 @@ class AgentList : public ListOwner<korvane_svcmgr_agent_list_h, korvane_svcmgr_a
  public:
   using ListOwner::ListOwner;
 
-  /** Appends a name; what follows a NUL in it is left out. */
+  /** Appends a name. A NUL ends the name. */
   void add(const std::string &agent) { check(korvane_svcmgr_agent_list_add(get(), agent.c_str())); }
 };
 
@@ -377,7 +377,7 @@ inline int get_agent_api_level() {
   return detail::fetch<int>(korvane_svcmgr_get_agent_api_level);
 }
 
-/** See korvane_svcmgr_get_license_fulltext(); none when there is no text. */
+/** See korvane_svcmgr_get_license_fulltext(); no value when there is no text. */
 inline std::optional<std::string> get_license_fulltext() {
   return detail::take_text(detail::fetch<char *>(korvane_svcmgr_get_license_fulltext));
 }

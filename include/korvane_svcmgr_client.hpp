@@ -1,9 +1,9 @@
 /**
  * @file korvane_svcmgr_client.hpp
- * A client of the device's service manager for C++17 applications: requests with
- * handlers and time limits, and a connection that is kept.
+ * A client of the device's service manager for C++17 applications. It stays
+ * connected, and its requests have handlers and time limits.
  *
- * It is header only, starts no thread and stands on korvane_svcmgr.hpp.
+ * It is header only, starts no thread and uses korvane_svcmgr.hpp.
  *
  * @code
  * korvane::svcmgr::Client client(korvane::host::call_after);
@@ -21,49 +21,52 @@
  *
  * - no error, and the answer;
  * - the service manager's error code;
- * - std::errc::timed_out after the time limit, which each report of progress
- *   starts again;
+ * - std::errc::timed_out after the time limit, which each progress report
+ *   restarts;
  * - #SVCMGR_ERROR_NOT_CONNECTED when the connection over which it was sent is
  *   lost, when Client::disconnect() is called, or without Client::connect();
  * - #SVCMGR_ERROR_PERMISSION_DENIED when the service manager rejects the
  *   connection;
- * - the error of the C function that sends it, or of the copy of its arguments.
+ * - the error of the C function that sends it, or of copying its arguments.
  *
- * While the connection is being made, a request waits for it within its limit.
- * What ends a request early ends the wait only: the service manager goes on with
- * an update. Answers that come later are dropped.
+ * While the connection is being made, a request waits for it; its time limit
+ * includes this wait. If a request ends early, the service manager continues an
+ * update, and later answers are dropped.
  *
  * @par Handlers
- * A handler may be empty. It may do anything: start and cancel requests, destroy
- * its own Request, disconnect, destroy the client. An exception that leaves it
- * ends the program, as with std::thread.
+ * A handler may be empty. It may do anything, for example start and cancel
+ * requests, destroy its own Request, disconnect or destroy the client. An
+ * exception that leaves it ends the program, as with std::thread.
  *
  * @par Connection
- * The client stays connected. It tries every second while the connection cannot
- * be started, and the library reconnects after a loss. A rejection lasts until
- * the process ends.
+ * The client stays connected. While the connection cannot be started, it tries
+ * again every second. After a loss the library reconnects. A rejected connection
+ * stays rejected until the process ends.
  *
- * The library hides some losses and some connections. The client finds them with
- * korvane_svcmgr_is_being_updated(), which asks no other process: with each event,
- * every 100 ms while a request is open or a connection is awaited, and every
- * second otherwise. A request whose connection was lost and made again in between
- * ends by its time limit, unless Client::look() is called after each step of the
- * main loop.
+ * The library does not report some losses and some connections. The client detects
+ * them with korvane_svcmgr_is_being_updated(), which sends no message. It checks
+ * at each event, every 100 ms while a request is open or the connection is being
+ * made, and every second otherwise. If a connection is lost and made again between
+ * two checks, its requests end at their time limit. To detect this at once, call
+ * Client::look() after each step of the main loop.
  *
- * Time limits are counted in these steps of 100 ms. A limit is never cut short.
- * It may come 200 ms late, and later by the time in which the main loop does not
- * run.
+ * Time limits are counted in these steps of 100 ms. A request never ends before its
+ * limit. It may end 200 ms late, and later if the main loop does not run meanwhile.
  *
  * @par Limits
- * A process has one client at a time. While it exists, the connection is its own,
- * and so are the callbacks of korvane_svcmgr_connect(),
- * korvane_svcmgr_set_update_status_cb() and korvane_svcmgr_ai_register_status_cb();
- * other functions of the C API can be called beside it. A connection that is still
- * being made when the client disconnects or is destroyed is ended when the library
- * reports it. A reconnection after an announced update is not reported: only a
- * later client ends it. No client helps when the service manager never answers, or
- * when its launch is announced before its loss is known: the library then waits
- * for the next launch.
+ * A process has one client at a time. While it exists, it alone uses
+ * korvane_svcmgr_connect(), korvane_svcmgr_disconnect(),
+ * korvane_svcmgr_set_update_status_cb(), korvane_svcmgr_ai_register_status_cb()
+ * and the functions that remove these callbacks. The application may call all
+ * other functions of the C API.
+ *
+ * If the client disconnects or is destroyed while the connection is being made,
+ * the connection is ended as soon as the library reports it. A reconnection after
+ * an announced update is not reported, so only a later client ends it.
+ *
+ * The client stays without a connection in two cases: the service manager never
+ * answers, or the library receives the announcement of its launch before the loss
+ * of the connection. In the second case it reconnects at the next launch.
  *
  * @par Threads
  * As in the C API: the thread of the application's main loop.
@@ -87,12 +90,12 @@
 namespace korvane::svcmgr {
 
 /**
- * Calls the task once, after the delay, on the main loop's thread, never from
- * inside this call. May throw, and then keeps nothing of the task.
+ * A function that calls the task once, after the delay, on the main loop's thread,
+ * and never from inside this call. It may throw, and then does not keep the task.
  *
- * An exception leaves the function of the Client that needed the task, and that
- * function has then done nothing. It ends the program when the client needs its
- * next step from inside the main loop.
+ * If it throws inside a function of the Client, that function changes nothing and
+ * passes the exception on. If it throws inside the main loop, where the client
+ * schedules its next step, the program ends.
  */
 using CallAfter = std::function<void(std::chrono::milliseconds delay, std::function<void()> task)>;
 
@@ -102,14 +105,17 @@ using Milliseconds = std::chrono::milliseconds;
 
 // NOLINTBEGIN(bugprone-exception-escape): an exception of a handler ends the program.
 
-/** What the client does. Outlives the client when a handler destroys it. */
+/** The implementation of the client. Outlives the client if a handler destroys it. */
 class Session : public std::enable_shared_from_this<Session> {
  public:
   using State = korvane_svcmgr_connection_state_e;
 
-  /** An open request. The C API knows its number only, since answers may come at any time. */
+  /**
+   * An open request. The user data of its C callback is a number and not a pointer, since an answer
+   * may arrive after the request has ended.
+   */
   struct Job {
-    std::function<int(void *number)> send;  ///< empty once it was called
+    std::function<int(void *number)> send;  ///< empty after its call
     std::function<void(std::error_code, ModelList)> finish;
     std::function<void(const Progress &)> progress;
     Milliseconds limit;
@@ -117,11 +123,11 @@ class Session : public std::enable_shared_from_this<Session> {
     std::error_code error{};  ///< ends the request in the next step
   };
 
-  /** What a process has once. */
+  /** The state that exists once in a process. */
   struct Process {
     Session *session = nullptr;
     bool is_rejected = false;
-    std::uintptr_t next_number = 1;  ///< of a request; used once, whatever the client
+    std::uintptr_t next_number = 1;  ///< of a request; unique among all clients of the process
   };
   SVCMGR_API static Process &process() noexcept {
     static Process process;
@@ -193,13 +199,13 @@ class Session : public std::enable_shared_from_this<Session> {
     model_status_ = std::move(shared);
   }
 
-  /** Finds out what happened to the connection, and serves the requests. */
+  /** Checks the connection and serves the requests. */
   void step(Milliseconds elapsed = {}) noexcept {
     if (!is_current()) return;
     const auto self = shared_from_this();
     look();
     keep_connecting(elapsed);
-    const std::uintptr_t end = process().next_number;  // what handlers start is for the next step
+    const std::uintptr_t end = process().next_number;  // new requests are served in the next step
     for (auto it = jobs_.begin(); it != jobs_.end() && it->first < end;) {
       const std::uintptr_t number = it->first;
       serve(number, *it->second, elapsed);
@@ -208,7 +214,7 @@ class Session : public std::enable_shared_from_this<Session> {
     if (is_current()) step_within(next_delay());
   }
 
-  // What the C API calls. An exception of a handler ends the program here.
+  // Callbacks of the C API. An exception of a handler ends the program here.
 
   static void take_models(int result, korvane_svcmgr_ai_model_list_h list, void *number) noexcept {
     ModelList models(list);
@@ -252,7 +258,7 @@ class Session : public std::enable_shared_from_this<Session> {
     if (const auto session = step_current()) call(session->model_status_, state);
   }
 
-  /** The session of the client, if there is one. Each event is a step. */
+  /** Runs a step of the current session and returns the session; null if there is none. */
   static std::shared_ptr<Session> step_current() noexcept {
     if (process().session == nullptr) return nullptr;
     auto session = process().session->shared_from_this();
@@ -268,7 +274,7 @@ class Session : public std::enable_shared_from_this<Session> {
     return std::make_shared<const std::function<void(Value)>>(std::move(handler));
   }
 
-  /** Calls a handler that may replace itself, or be none. */
+  /** Calls a handler, which may be empty and may replace itself. */
   template <typename Value>
   static void call(SharedHandler<Value> handler, Value value) {
     if (handler) (*handler)(value);
@@ -282,7 +288,7 @@ class Session : public std::enable_shared_from_this<Session> {
     return to_error(code == SVCMGR_ERROR_ALREADY_CONNECTED ? SVCMGR_ERROR_NONE : code);
   }
 
-  /** Finds losses and connections that are not reported; ends a connection that is not wanted. */
+  /** Detects unreported losses and connections, and ends a connection that is not wanted. */
   void look() {
     bool is_being_updated = false;
     const int code = korvane_svcmgr_is_being_updated(&is_being_updated);
@@ -305,7 +311,7 @@ class Session : public std::enable_shared_from_this<Session> {
     call(connection_, is_connected ? SVCMGR_CONNECTION_CONNECTED : SVCMGR_CONNECTION_DISCONNECTED);
   }
 
-  /** Tries to connect, or reports that it cannot be. */
+  /** Tries to connect, or reports a rejection. */
   void keep_connecting(Milliseconds elapsed) {
     if (!is_wanted_ || is_connected_) return;
     if (process().is_rejected) {
@@ -324,7 +330,7 @@ class Session : public std::enable_shared_from_this<Session> {
     if (job.error) finish(number, job.error, ModelList(nullptr));
   }
 
-  /** Sends a request, unless the connection is awaited. */
+  /** Sends a request, unless the connection is still being made. */
   void send(std::uintptr_t number, Job &job) {
     if (is_connected_) {
       const auto send = std::exchange(job.send, nullptr);
@@ -358,7 +364,7 @@ class Session : public std::enable_shared_from_this<Session> {
     if (job && job.mapped()->finish) job.mapped()->finish(error, std::move(models));
   }
 
-  /** Part of the step under way has passed already: it is added, since all of it will count. */
+  /** Adds a step, since the current step counts in full although a part of it has passed. */
   static void restart_limit(Job &job) noexcept {
     job.left = std::min(job.limit, Milliseconds::max() - kStep) + kStep;
   }
@@ -368,7 +374,7 @@ class Session : public std::enable_shared_from_this<Session> {
     return is_awaited || !jobs_.empty() ? kStep : kIdleStep;
   }
 
-  /** Starts a step that counts time, in place of one that would come later. */
+  /** Schedules a step that counts time; replaces a scheduled step that is later. */
   void step_within(Milliseconds delay) {
     if (pending_ != Milliseconds::zero() && pending_ <= delay) return;
     call_after_(delay, [session = weak_from_this(), delay, ticket = ticket_ + 1]() noexcept {
@@ -382,7 +388,7 @@ class Session : public std::enable_shared_from_this<Session> {
     pending_ = delay;
   }
 
-  /** Starts a step without a delay, which counts no time. */
+  /** Schedules a step without a delay, which counts no time. */
   void step_soon() {
     if (is_step_due_) return;
     call_after_(Milliseconds::zero(), [session = weak_from_this()]() noexcept {
@@ -403,8 +409,8 @@ class Session : public std::enable_shared_from_this<Session> {
   bool is_connected_ = false;
   bool is_rejection_reported_ = false;
   Milliseconds since_attempt_{};
-  Milliseconds pending_{};  ///< the delay of the step that counts time; 0 inside it
-  unsigned ticket_ = 0;     ///< of that step
+  Milliseconds pending_{};  ///< the delay of the scheduled step that counts time; 0 inside it
+  unsigned ticket_ = 0;     ///< identifies that step
   bool is_step_due_ = false;
 };
 
@@ -412,13 +418,13 @@ class Session : public std::enable_shared_from_this<Session> {
 
 }  // namespace detail
 
-/** A request that was started. It can be moved; destroying or assigning to it cancels it. */
+/** A started request. It can be moved. Destroying or assigning to it cancels the request. */
 class [[nodiscard]] Request {
  public:
   /** No request. */
   Request() = default;
   ///@{
-  /** Takes a request over. Assignment cancels the earlier one. */
+  /** Moves a request. Assignment cancels the request that this object had. */
   Request(Request &&other) noexcept = default;
   Request &operator=(Request &&other) noexcept {
     Request before(std::move(other));
@@ -429,16 +435,16 @@ class [[nodiscard]] Request {
   ///@}
   ~Request() { cancel(); }
 
-  /** Ends the wait: no handler is called afterwards. The service manager goes on with its work. */
+  /** Ends the request; no handler is called afterwards. The service manager continues an update. */
   void cancel() noexcept {
     const auto session = std::exchange(session_, {}).lock();
     if (session) session->cancel(number_);
   }
 
-  /** Lets the request go on without this object. */
+  /** Lets the request continue without this object. */
   void detach() noexcept { session_.reset(); }
 
-  /** Whether a handler will be called; no longer in the last one. */
+  /** Whether a handler will still be called; false inside the last one. */
   bool is_open() const noexcept {
     const auto session = session_.lock();
     return session && session->is_open(number_);
@@ -453,14 +459,14 @@ class [[nodiscard]] Request {
   std::uintptr_t number_ = 0;
 };
 
-/** The application's client; see the top of this file for what it promises. */
+/** The application's client. The description of this file states its behaviour. */
 class Client {
  public:
-  /** Receives the answer to a request for models; with an error the list may own nothing. */
+  /** Receives the answer to a request for models. With an error, the list may have no handle. */
   using ModelsHandler = std::function<void(std::error_code, ModelList)>;
-  /** Receives every report of an update, also the last and a failing one. */
+  /** Receives every report of an update, including the last one and the report of a failure. */
   using ProgressHandler = std::function<void(const Progress &)>;
-  /** Receives the end of an update. A failed one is #SVCMGR_ERROR_INVALID_OPERATION or its code. */
+  /** Receives the end of an update: no error, the error, or #SVCMGR_ERROR_INVALID_OPERATION. */
   using EndHandler = std::function<void(std::error_code)>;
 
   /** A request without a time limit. */
@@ -470,23 +476,22 @@ class Client {
   /** The time limit of an update: the longest time between two reports. */
   static constexpr std::chrono::milliseconds kSilenceLimit{60000};
 
-  /** A client that is not connected. @throws std::logic_error the process has one already */
+  /** Creates an unconnected client. @throws std::logic_error the process already has a client */
   explicit Client(CallAfter call_after)
       : session_(std::make_shared<detail::Session>(std::move(call_after))) {
     session_->open();
   }
   Client(const Client &) = delete;
   Client &operator=(const Client &) = delete;
-  /** Disconnects. No handler is called afterwards. Comes before the end of main(). */
+  /** Disconnects. No handler is called afterwards. Must run before main() ends. */
   ~Client() { session_->close(); }
 
-  /** Calls the handler when the connection was made, lost or rejected, in place of an earlier one.
-   */
+  /** Sets the handler that is called when the connection was made, lost or rejected. */
   void on_connection(std::function<void(korvane_svcmgr_connection_state_e)> handler) {
     session_->on_connection(std::move(handler));
   }
 
-  /** Connects, and stays connected. @return the outcome of the first attempt; more follow */
+  /** Connects, and stays connected. @return the outcome of the first attempt of several */
   std::error_code connect() { return session_->connect(); }
 
   /** Ends the connection and all requests. The connection handler is not called. */
@@ -495,7 +500,7 @@ class Client {
   /** Whether there is a connection, as far as the client knows. */
   bool is_connected() const noexcept { return session_->is_connected(); }
 
-  /** Looks at the connection at once and calls the handlers that this concerns. */
+  /** Checks the connection now and calls the handlers of what has changed. */
   void look() { session_->step(); }
 
   ///@{
@@ -548,10 +553,10 @@ class Client {
 
   ///@{
   /**
-   * Calls the handler for every status, connected or not, in place of an earlier one; an empty one
-   * ends that.
+   * Sets the handler that is called for every status, connected or not. An empty handler ends the
+   * calls.
    *
-   * @throws std::system_error as korvane_svcmgr_set_update_status_cb() and
+   * @throws std::system_error the error of korvane_svcmgr_set_update_status_cb() or
    * korvane_svcmgr_ai_register_status_cb(); nothing has changed
    */
   void on_update_status(std::function<void(korvane_svcmgr_update_status_e)> handler) {
@@ -588,7 +593,8 @@ class Client {
                  limit);
   }
 
-  /** A call of a function with a copy of its argument, or the error of making that copy. */
+  /** Returns a call of the function with a copy of its argument, or the error of making the copy.
+   */
   template <typename Copy, typename Function, typename Callback>
   static Send sending(Copy copy, Function function, Callback callback) {
     try {

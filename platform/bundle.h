@@ -1,8 +1,8 @@
 /**
  * Bundles: the key/value payload of a platform event.
  *
- * A look-up is by type: a missing key and a value of another type are both
- * absent. Values stay owned by the bundle.
+ * A look-up fails both when the key is missing and when its value has another
+ * type. The bundle owns the values.
  */
 #ifndef KORVANE_PLATFORM_BUNDLE_H_
 #define KORVANE_PLATFORM_BUNDLE_H_
@@ -16,13 +16,17 @@ extern "C" {
 /** A key/value container. */
 typedef struct bundle_s *bundle_h;
 
-/** Gets the string under key; 0 and the text when there is one, else a platform error number. */
+/** Gets the string under key. @return 0, or a platform error number when there is none. */
 int bundle_get_str(bundle_h bundle, const char *key, char **text);
 
 /** Gets the string array under key, or null when there is none; count receives its length. */
 const char **bundle_get_str_array(bundle_h bundle, const char *key, int *count);
 
-/** Gets the byte value under key; 0, the first byte and the length in bytes when there is one. */
+/**
+ * Gets the byte value under key: its first byte and its length in bytes.
+ *
+ * @return 0, or a platform error number when there is none
+ */
 int bundle_get_byte(bundle_h bundle, const char *key, void **bytes, size_t *size);
 
 #ifdef __cplusplus

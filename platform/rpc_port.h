@@ -1,6 +1,6 @@
 /**
- * RPC port, proxy side: connections to a port of another application and the
- * parcels that travel over them.
+ * RPC port, client side: connections to a port of another application, and the
+ * parcels that are sent and received over them.
  *
  * Every function returns 0 on success and a non-zero platform error number on
  * failure, and writes its out argument only on success. The events of a proxy

@@ -18,7 +18,7 @@ class AppInfoException : public SvcmgrException {
   const char *what() const noexcept override { return "Failed to get app info."; }
 };
 
-/** No agent package carries the category asked for. */
+/** No agent package has the requested category. */
 class NoSuchAppException : public SvcmgrException {
  public:
   const char *what() const noexcept override { return "No such package for the category."; }
@@ -80,7 +80,7 @@ class SvcMgrAppProxyHandler
                          korvane_svcmgr_ai_progress_cb callback, void *callback_data);
 
   /**
-   * The first agent package whose application carries the category.
+   * The first agent package whose application has the category.
    *
    * Throws NoSuchAppException, also for a null category.
    */

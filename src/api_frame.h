@@ -67,7 +67,7 @@ SvcMgrAppProxyHandler &connected_handler(const Site &site);
 /** The error code for the exception being handled. */
 int failure_code(const Site &site) noexcept;
 
-/** Runs the body of a platform callback. An exception is reported and goes no further. */
+/** Runs the body of a platform callback. An exception is reported and not passed on. */
 template <typename Body, typename Report>
 void run_callback(Body body, Report report) noexcept {
   try {

@@ -90,7 +90,7 @@ std::optional<qel_section_s> find_marker(const File &file, off_t table, std::siz
       const auto marker = read_marker(file, piece[i]);
       if (marker) return marker;
     }
-    next += read < wanted ? read + 1 : read;  // an entry that cannot be read is passed over
+    next += read < wanted ? read + 1 : read;  // skips an entry that cannot be read
   }
   return std::nullopt;
 }

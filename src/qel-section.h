@@ -28,7 +28,7 @@ static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "markers are read witho
  */
 qel_section_s *qel_section_get_latest(const char *root_path);
 
-/** Reads one entry of the walk; the nftw callback. Always returns 0, so that the walk goes on. */
+/** Reads one entry of the walk; the nftw callback. Always returns 0, so that the walk continues. */
 int qel_section_read_file(const char *path, const struct stat *status, int type_flag,
                           struct FTW *position);
 
