@@ -162,7 +162,7 @@ Words next_words(CLI::App &app, Words words, const std::string &begun, const Val
   return next;
 }
 
-/** A shell takes other letters for its own. */
+/** Other characters can have a special meaning in a shell. */
 bool is_plain(const std::string &word) {
   return std::all_of(word.begin(), word.end(), [](unsigned char letter) {
     return std::isalnum(letter) != 0 || std::strchr("._-+/@", letter) != nullptr;
@@ -185,7 +185,7 @@ Help::Help() {
 
 std::string Help::make_option_opts(const CLI::Option *option) const {
   if (option->get_positional() || option->get_type_size() == 0) return "";
-  const std::string type = option->get_type_name();  // with the value checks behind a colon
+  const std::string type = option->get_type_name();  // the value checks follow after a colon
   return " " + type.substr(0, type.find(':'));
 }
 

@@ -13,7 +13,7 @@ using Words = std::vector<std::string>;
 std::string suggestion(const std::string &word, const Words &existing,
                        const std::string &otherwise = "");
 
-/** Splits a text at commas. */
+/** Joins words with commas. */
 std::string listed(const Words &words);
 
 }  // namespace korvane::command_line
