@@ -25,7 +25,7 @@ function with_links(line,    result, link, name, anchor) {
   return result line
 }
 
-# `korvane_svcmgr_connect` and the like lead to the reference.
+# `korvane_svcmgr_connect` and other names of the API become links to the reference.
 function with_references(line,    result, name) {
   result = ""
   while (match(line, /`(korvane_(svcmgr|host)_[a-z_]+|SVCMGR_(ERROR|CONNECTION|UPDATE_STATUS|AI_STATE)_[A-Z0-9_]+)(\(\))?`/)) {
@@ -123,7 +123,7 @@ in_diagram {
   if (line) lines = lines line "\n"
   next
 }
-# Doxygen knows the language of a block, and nothing after it.
+# Doxygen supports only the language after the backquotes; removes the name of the program.
 /^```/ {
   in_code = !in_code
   sub(/^```c .*/, "```c")
@@ -133,7 +133,7 @@ in_diagram {
   next
 }
 !in_code && /^# / {
-  # A name of its own: Doxygen would make one of the path of the checkout.
+  # An explicit name: the one that Doxygen derives contains the path of the checkout.
   print $0 " {#" (page == "README" ? "mainpage" : tolower(page)) "}"
   next
 }
