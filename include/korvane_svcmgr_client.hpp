@@ -491,7 +491,11 @@ class Client {
     session_->on_connection(std::move(handler));
   }
 
-  /** Connects, and stays connected. @return the outcome of the first attempt of several */
+  /**
+   * Connects, and stays connected.
+   *
+   * @return the error of the first attempt; the client repeats a failed one
+   */
   std::error_code connect() { return session_->connect(); }
 
   /** Ends the connection and all requests. The connection handler is not called. */
