@@ -20,7 +20,7 @@ void AgentUpdate::request(const std::string &app_id, std::vector<std::string> ag
   running_ = true;
   agents_ = std::move(agents);
   steps_left_ = agents_.size();
-  events_.tell(kUpdateStatus, {{"Start", agents_}});
+  events_.publish_or_log(kUpdateStatus, {{"Start", agents_}});
   schedule_step();
 }
 
@@ -55,13 +55,13 @@ void AgentUpdate::finish() {
   running_ = false;
   if (failure == 0 || own_result) {
     for (const std::string &app_id : requesters) {
-      events_.tell(kUpdateStatus, {{app_id, code_bytes(own_result.value_or(0))}});
+      events_.publish_or_log(kUpdateStatus, {{app_id, code_bytes(own_result.value_or(0))}});
     }
   }
   if (failure == 0) {
-    events_.tell(kUpdateStatus, {{"Complete", "updated"}});
+    events_.publish_or_log(kUpdateStatus, {{"Complete", "updated"}});
   } else {
-    events_.tell(kUpdateStatus, {{"Fail", code_bytes(failure)}});
+    events_.publish_or_log(kUpdateStatus, {{"Fail", code_bytes(failure)}});
   }
 }
 

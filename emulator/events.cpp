@@ -65,7 +65,7 @@ std::size_t Events::publish(const std::string &status, const EventPayload &paylo
   return result.reached;
 }
 
-std::size_t Events::tell(const std::string &status, const EventPayload &payload) {
+std::size_t Events::publish_or_log(const std::string &status, const EventPayload &payload) {
   try {
     return publish(status, payload);
   } catch (const std::system_error &error) {

@@ -31,7 +31,7 @@ class Events {
    */
   std::size_t publish(const std::string &status, const EventPayload &payload);
   /** Publishes as publish() does, but logs a failure to standard error and returns 0. */
-  std::size_t tell(const std::string &status, const EventPayload &payload);
+  std::size_t publish_or_log(const std::string &status, const EventPayload &payload);
   std::size_t published() const { return published_; }
 
  private:

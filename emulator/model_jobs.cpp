@@ -17,7 +17,7 @@ void ModelJobs::start(ModelJob job) {
   const std::uint64_t id = next_id_++;
   const ModelJob &started = jobs_.emplace(id, std::move(job)).first->second;
   report(started, kStateStarted, started.result);
-  events_.tell(kModelStatus, {{"START", "started"}});
+  events_.publish_or_log(kModelStatus, {{"START", "started"}});
   schedule_step(id);
 }
 
@@ -81,10 +81,10 @@ void ModelJobs::end(std::uint64_t id, std::int32_t failure) {
   const ModelJob job = std::move(jobs_.extract(id).mapped());
   if (failure == kDone) {
     report(job, kStateCompleted, job.result);
-    events_.tell(kModelStatus, {{"COMPLETED", "completed"}});
+    events_.publish_or_log(kModelStatus, {{"COMPLETED", "completed"}});
   } else {
     report(job, kStateFailed, failure);
-    events_.tell(kModelStatus, {{"FAILED", "failed"}});
+    events_.publish_or_log(kModelStatus, {{"FAILED", "failed"}});
   }
 }
 

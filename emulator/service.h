@@ -78,7 +78,7 @@ class Service {
   };
 
   std::size_t agent_status(const EventPayload &payload) {
-    return events_.tell(kAgentStatus, payload);
+    return events_.publish_or_log(kAgentStatus, payload);
   }
   void be_away(Absence absence);
   void go_away();

@@ -19,7 +19,7 @@ void ServicePort::open() {
   events.connected = [this](ConnectionId id, const Peer &peer) { peers_[id] = peer; };
   events.disconnected = [this](ConnectionId id) {
     peers_.erase(id);
-    trace_.note("-- " + std::to_string(id) + " has gone");
+    trace_.note("-- " + std::to_string(id) + " disconnected");
   };
   events.received = [this](ConnectionId id, Parcel parcel) {
     trace_.request(id, parcel);

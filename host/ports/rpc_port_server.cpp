@@ -206,7 +206,7 @@ void RpcPortServer::drop(const std::shared_ptr<Channel> &channel) {
   waiting_.erase(channel);
 }
 
-void RpcPortServer::end(ConnectionId connection, bool tell) {
+void RpcPortServer::end(ConnectionId connection, bool report) {
   const auto entry = connections_.find(connection);
   if (entry == connections_.end()) return;
   const Connection ended = std::move(entry->second);
@@ -215,8 +215,8 @@ void RpcPortServer::end(ConnectionId connection, bool tell) {
     channel->source.reset();
     channel->socket.reset();
   }
-  if (tell) events_.disconnected(connection);
-  if (tell && closed_ && connections_.empty()) {
+  if (report) events_.disconnected(connection);
+  if (report && closed_ && connections_.empty()) {
     closing_limit_ = ScopedTimer(loop_, {}, [this] { all_closed(); });
   }
 }

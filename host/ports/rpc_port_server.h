@@ -88,7 +88,7 @@ class RpcPortServer {
   /** Sends what the socket accepts at once; the loop sends the rest when there is room. */
   void flush(Channel &channel);
   void drop(const std::shared_ptr<Channel> &channel);
-  void end(ConnectionId connection, bool tell);
+  void end(ConnectionId connection, bool report);
   Channel *find(ConnectionId connection, Port port);
 
   MainLoop &loop_;

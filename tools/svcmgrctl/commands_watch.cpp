@@ -20,14 +20,14 @@ class StatusListener {
 
  private:
   static void handle_update(korvane_svcmgr_update_status_e status, void *listener) {
-    tell(listener, "update", describe_update_status, status);
+    report(listener, "update", describe_update_status, status);
   }
 
   static void handle_model(int, korvane_svcmgr_ai_state_e state, void *listener) {
-    tell(listener, "model", describe_model_state, state);
+    report(listener, "model", describe_model_state, state);
   }
 
-  static void tell(void *listener, const char *kind, CodeText (*describe)(int), int code) {
+  static void report(void *listener, const char *kind, CodeText (*describe)(int), int code) {
     Session &session = static_cast<StatusListener *>(listener)->session_;
     session.guard([&] { session.output().event(kind, describe(code)); });
   }

@@ -76,7 +76,7 @@ std::string ProgressView::label(const Progress &progress) const {
          std::to_string(progress.count) + ")";
 }
 
-void ProgressView::tell(const Progress &progress) const {
+void ProgressView::print(const Progress &progress) const {
   const Json object = {{"event", "progress"},
                        {"model", name(progress)},
                        {"result", progress.result},
@@ -90,27 +90,27 @@ void ProgressView::tell(const Progress &progress) const {
 void ProgressView::remove_bar(bool leave_line) {
   if (!drawn_) return;
   output_.draw("\r\x1b[K");
-  if (leave_line) tell(*drawn_);
+  if (leave_line) print(*drawn_);
   drawn_.reset();
 }
 
-void ProgressView::tell_other_ends(const Progress &last) const {
+void ProgressView::print_other_ends(const Progress &last) const {
   if (output_.is_json()) return;
   Progress other = last;
   const auto count = static_cast<int>(names_.size());
   for (other.index = 0; other.index < std::min(last.index, count); ++other.index) {
-    if (completed_.count(other.index) == 0) tell(other);
+    if (completed_.count(other.index) == 0) print(other);
   }
 }
 
 void ProgressView::show(const Progress &progress) {
   remove_bar(drawn_ && drawn_->index != progress.index);
   if (progress.ends_model() && !progress.failed()) {
-    if (progress.ends_request()) tell_other_ends(progress);
+    if (progress.ends_request()) print_other_ends(progress);
     completed_.insert(progress.index);
   }
   if (output_.is_json() || !terminal_can_redraw() || progress.ends_model()) {
-    tell(progress);
+    print(progress);
     return;
   }
   output_.draw(bar_line(label(progress), progress, *terminal_width()));

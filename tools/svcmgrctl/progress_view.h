@@ -43,11 +43,11 @@ class ProgressView {
  private:
   std::string name(const Progress &progress) const;
   std::string label(const Progress &progress) const;
-  void tell(const Progress &progress) const;
+  void print(const Progress &progress) const;
   /**
    * Prints the end of models for which the service manager did not report one. Not used for JSON.
    */
-  void tell_other_ends(const Progress &last) const;
+  void print_other_ends(const Progress &last) const;
   /** Removes the bar from the terminal. leave_line: prints a line in its place. */
   void remove_bar(bool leave_line);
 
