@@ -1,7 +1,6 @@
 #!/usr/bin/env bash
-# Takes the library's present binary interface as the one to be kept: the values of the constants, as
-# the header has them, and the functions with the types of their parameters, as the debug information
-# of the library tells them.
+# Records the binary interface of the library: the values of the constants in the header, and the
+# functions with the types of their parameters from the debug information of the library.
 #   CC=… keep.sh LIBRARY HEADER
 set -euo pipefail
 library=$1 header=$2
