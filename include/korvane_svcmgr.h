@@ -857,7 +857,7 @@ SVCMGR_API int korvane_svcmgr_ai_model_list_get(korvane_svcmgr_ai_model_list_h l
 /** @} */
 
 /**
- * @defgroup progress Progress of model updates and uninstallations
+ * @defgroup progress AI model progress
  * @{
  */
 
