@@ -91,6 +91,7 @@ void run_license(Session &session, const Arguments &) {
     text = svcmgr::get_license_fulltext();
     return SVCMGR_ERROR_NONE;
   });
+  if (!text) session.check_connection();  // without a connection, there is no text either
   session.output().succeed(text.value_or("There is no licence text."),
                            {{"license", text ? Json(*text) : Json()}});
 }

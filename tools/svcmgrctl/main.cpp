@@ -13,6 +13,7 @@
 #include "command_line/command_line.h"
 #include "commands.h"
 #include "device_directory.h"
+#include "terminal.h"
 
 namespace {
 
@@ -179,9 +180,10 @@ void choose_caller(const Settings &settings) {
   if (settings.device.empty()) throw CLI::RequiredError("--device DIR (or $KORVANE_DEVICE)");
   if (settings.app.empty()) {
     const auto installed = DeviceDirectory(settings.device).applications();
-    throw CLI::RequiredError("--app ID (or $KORVANE_APP_ID) is required; installed applications: " +
-                                 (installed.empty() ? "none" : command_line::listed(installed)),
-                             CLI::ExitCodes::RequiredError);
+    throw CLI::RequiredError(
+        "--app ID (or $KORVANE_APP_ID) is required; installed applications: " +
+            (installed.empty() ? "none" : printable_line(command_line::listed(installed))),
+        CLI::ExitCodes::RequiredError);
   }
   setenv("KORVANE_DEVICE", settings.device.c_str(), 1);
   setenv("KORVANE_APP_ID", settings.app.c_str(), 1);

@@ -203,7 +203,6 @@ void Session::look_at_connection() {
   set_state(has_connection ? SVCMGR_CONNECTION_CONNECTED : SVCMGR_CONNECTION_DISCONNECTED, false);
 }
 
-/** Delivers pending events, so that a disconnect during a call is detected. Throws if one was. */
 void Session::check_connection() {
   while (is_connected() && !deadline_.has_passed() && deliver_event(0)) {
   }

@@ -71,6 +71,9 @@ class Session {
     }
   }
 
+  /** Fails if the connection was lost, also if the loss was not delivered yet. */
+  void check_connection();
+
   using Condition = std::function<bool()>;
   /** Delivers events until the answer arrives. Fails on a disconnect or an interruption. */
   void wait_for_answer(const Condition &has_come);
@@ -114,7 +117,6 @@ class Session {
   void set_state(korvane_svcmgr_connection_state_e state, bool is_reported);
   bool is_connected() const { return state_ == SVCMGR_CONNECTION_CONNECTED; }
   void look_at_connection();
-  void check_connection();
   bool deliver_event(int timeout_ms);
   /** Delivers an event before the deadline. On a terminal, explains a long wait once. */
   void await_event(const std::string &consequence = "");
