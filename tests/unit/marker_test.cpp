@@ -28,12 +28,10 @@ std::string marker(unsigned level, unsigned major = 3, unsigned minor = 0, unsig
   return bytes;
 }
 
-/** An ELF file: header, sections, section table. All fields that are not needed are 0xEE. */
+/** An ELF file: header, sections, section table. */
 template <char kClass, typename Header, typename Entry>
 struct Elf {
   explicit Elf(const Texts &sections) : table(sections.size()) {
-    std::memset(&header, 0xEE, sizeof(header));
-    std::memset(table.data(), 0xEE, table.size() * sizeof(Entry));
     std::memcpy(header.e_ident, ELFMAG, SELFMAG);
     header.e_ident[EI_CLASS] = kClass;
     for (std::size_t i = 0; i < sections.size(); ++i) {
@@ -48,12 +46,15 @@ struct Elf {
     return std::string(reinterpret_cast<const char *>(&header), sizeof(header)) + contents +
            std::string(reinterpret_cast<const char *>(table.data()), table.size() * sizeof(Entry));
   }
-  Header header;
+  Header header = {};
   std::string contents;
   std::vector<Entry> table;
 };
 using Elf32 = Elf<ELFCLASS32, Elf32_Ehdr, Elf32_Shdr>;
 using Elf64 = Elf<ELFCLASS64, Elf64_Ehdr, Elf64_Shdr>;
+
+/** Long enough to be read as an ELF file, with less than a header. */
+const std::string kShortHeader = ELFMAG "\2" + std::string(47, 'x');
 
 void write(const fs::path &path, const std::string &bytes) {
   std::ofstream(path) << bytes;
@@ -83,16 +84,17 @@ class MarkerTest : public LibraryTest {
   /** The level of an application with these files. */
   int level_of(const Texts &files) {
     const fs::path root = install_application();
-    for (const std::string &file : files) write(root / std::to_string(file.size()), file);
+    for (std::size_t i = 0; i < files.size(); ++i) write(root / std::to_string(i), files[i]);
     return level();
   }
-  /** What is logged about a file without a marker. */
-  static Texts log_of_file(const fs::path &path) {
-    struct stat status = {};
-    lstat(path.c_str(), &status);
-    platform.take_log();
-    EXPECT_EQ(0, qel_section_read_file(path.c_str(), &status, FTW_F, nullptr)) << "it goes on";
-    return platform.take_log();
+  /** What an application without a level logs about its files. */
+  static Texts log_of_files() {
+    EXPECT_EQ(kNone, level());
+    return platform.log_of(" qel_section_read_file: ");
+  }
+  /** A link whose text is long enough to be followed. */
+  static void create_long_link(const std::string &target, const fs::path &link) {
+    fs::create_symlink(std::string(52, '/') + target, link);
   }
   static std::string latest(const fs::path &root) {
     const std::unique_ptr<qel_section_s, void (*)(void *)> found(
@@ -104,19 +106,12 @@ class MarkerTest : public LibraryTest {
 
 // Which files have a level.
 
-TEST_F(MarkerTest, FilesOfBothClassesAreRead) {
+TEST_F(MarkerTest, FilesOfAllClassesAreRead) {
   EXPECT_EQ(12, level_of({Elf32({marker(12)})}));
-  EXPECT_EQ(13, level_of({Elf64({marker(13)})}));
-}
-
-TEST_F(MarkerTest, AnyOtherClassIs64Bit) {
   Elf64 file({marker(65535)});
-  file.header.e_ident[EI_CLASS] = 9;
   EXPECT_EQ(65535, level_of({file}));
-}
-
-TEST_F(MarkerTest, OfSeveralFilesTheHighestLevelCounts) {
-  EXPECT_EQ(13, level_of({Elf32({marker(12)}), Elf64({marker(13)}), Elf32({marker(11), kOther})}));
+  file.header.e_ident[EI_CLASS] = 9;
+  EXPECT_EQ(65535, level_of({file})) << "any other class is 64-bit";
 }
 
 TEST_F(MarkerTest, OfSeveralMarkersInAFileTheFirstCounts) {
@@ -129,80 +124,38 @@ TEST_F(MarkerTest, OfAThousandSectionsTheLastMayBeTheMarker) {
   EXPECT_EQ(9, level_of({Elf32(sections)}));
 }
 
-TEST_F(MarkerTest, LevelZeroIsNone) {
-  EXPECT_EQ(kNone, level_of({Elf64({marker(0, 9, 9, 9)})}));
+TEST_F(MarkerTest, AMarkerHas16BytesItsMagicAndALevel) {
+  std::string almost = marker(5);
+  almost[5] = '\1';
+  Elf64 half({kOther});
+  half.table[0].sh_offset = std::string(half).size();
+  EXPECT_EQ(kNone, level_of({Elf64({marker(5) + "x"}), std::string(half) + marker(9).substr(0, 12),
+                             Elf64({almost}), Elf64({marker(0, 9, 9, 9)})}));
   expect_logged(
       {"I korvane_svcmgr_get_client_api_level: Failed to get "
        "latest QEL section.\n"});
 }
 
-TEST_F(MarkerTest, AMarkerHas16Bytes) {
-  EXPECT_EQ(kNone, level_of({Elf64({marker(5) + "x"})}));
-}
-
-TEST_F(MarkerTest, AMarkerBeginsWithItsMagic) {
-  std::string almost = marker(5);
-  almost[5] = '\1';
-  EXPECT_EQ(kNone, level_of({Elf64({almost})}));
-}
-
-TEST_F(MarkerTest, HalfAMarkerIsNone) {
-  Elf64 file({kOther});
-  file.table[0].sh_offset = std::string(file).size();
-  EXPECT_EQ(kNone, level_of({std::string(file) + marker(9).substr(0, 12)}));
-}
-
-TEST_F(MarkerTest, OtherFilesAreNotRead) {
-  std::string no_elf = Elf32({marker(12)});
+TEST_F(MarkerTest, FilesWithoutAMagicOrAWholeTableAreNotLogged) {
+  std::string no_elf = Elf32({marker(12)}), cut = Elf64({marker(5)});
   no_elf[3] = 'f';
-  EXPECT_EQ(kNone, level_of({no_elf, std::string(4000, 'x')}));
+  cut.pop_back();
+  EXPECT_EQ(kNone, level_of({no_elf, std::string(51, 'x'), std::string(4000, 'x'), cut,
+                             cut.substr(0, sizeof(Elf64_Ehdr))}));
+  EXPECT_THAT(platform.log_of(" qel_section_read_file: "), IsEmpty());
+  expect_logged({"E qel_section_get_latest: There is no file having .qel section"});
 }
 
-TEST_F(MarkerTest, AFileMayHaveNoTable) {
-  EXPECT_EQ(kNone, level_of({ELFMAG "\1" + std::string(47, '\0')}));
-  EXPECT_EQ(kNone, level_of({std::string(Elf64({marker(5)})).substr(0, sizeof(Elf64_Ehdr))}));
-}
-
-TEST_F(MarkerTest, ATableThatEndsEarlyHasNoLastEntry) {
-  std::string file32 = Elf32({marker(5)}), file64 = Elf64({marker(5)});
-  file32.pop_back();
-  file64.pop_back();
-  EXPECT_EQ(kNone, level_of({file32, file64}));
-}
-
-TEST_F(MarkerTest, TheLowHalfOfTheTablesOffsetCounts) {
-  Elf64 file({marker(13)});
-  file.header.e_shoff |= 0xFFFFFFFF00000000;
-  EXPECT_EQ(13, level_of({file}));
-}
-
-TEST_F(MarkerTest, ATableMayClaimMoreEntriesThanItHas) {
-  Elf64 file({marker(13)});
+TEST_F(MarkerTest, ADamagedTableDoesNotHideAMarker) {
+  Elf64 file({marker(5), marker(6), marker(9)});
   file.header.e_shnum = 0xFFFF;
-  EXPECT_EQ(13, level_of({file}));
-}
-
-TEST_F(MarkerTest, SizesThatNoFileHasAreNoMarkers) {
-  Elf64 huge({marker(5)});
-  huge.table[0].sh_size = 0x100000010;
-  Elf32 negative({marker(5)});
-  negative.table[0].sh_size = 0x80000010;
-  EXPECT_EQ(kNone, level_of({huge, negative}));
-}
-
-TEST_F(MarkerTest, AnOffsetAfterTheEndIsNoMarker) {
-  Elf64 file({marker(5)});
-  file.table[0].sh_offset = 0x7FFFFFFF;
-  EXPECT_EQ(kNone, level_of({file}));
-}
-
-TEST_F(MarkerTest, ADamagedEntryDoesNotHideAMarker) {
-  Elf64 far({kOther, marker(9)});
-  far.table[0].sh_offset = 1 << 30;
-  EXPECT_EQ(9, level_of({far}));
-  Elf32 negative({kOther, marker(9)});
-  negative.table[0].sh_offset = 1U << 31;
-  EXPECT_EQ(9, level_of({negative}));
+  file.table[0].sh_offset = 1 << 30;
+  file.table[1].sh_size = 0x100000010;
+  EXPECT_EQ(9, level_of({file}));
+  Elf32 small({marker(5), marker(6), marker(9)});
+  small.table[0].sh_offset = 1U << 31;
+  small.table[1].sh_size = 0x80000010;
+  EXPECT_EQ(9, level_of({small}));
 }
 
 TEST_F(MarkerTest, VersionsAreComparedAsNumbers) {
@@ -219,29 +172,13 @@ TEST_F(MarkerTest, VersionsAreComparedAsNumbers) {
   }
 }
 
-// Where the search goes.
+// Where the search looks.
 
-TEST_F(MarkerTest, TheSearchBeginsAboveTheResources) {
-  const fs::path root = install_application();
-  write(root / "file", Elf32({marker(5)}));
-  EXPECT_EQ(5, level());
-  expect_logged({"D korvane_svcmgr_get_client_api_level: Start to find highest API level in " +
-                 root.string() + "/"});
-}
-
-TEST_F(MarkerTest, AnApplicationWithoutMarkersIsLogged) {
-  install_application();
-  EXPECT_EQ(kNone, level());
-  expect_logged({"E qel_section_get_latest: There is no file having .qel section"});
-}
-
-TEST_F(MarkerTest, AShortResourcePathIsSearchedItself) {
+TEST_F(MarkerTest, AnApplicationWithAShortOrNoResourcePathHasNoLevel) {
   platform.resource_path = "abc";
   EXPECT_EQ(kNone, level());
-  expect_logged({"E qel_section_get_latest: Failed to travel abc"});
-}
-
-TEST_F(MarkerTest, AnApplicationWithoutResourcesHasNoLevel) {
+  expect_logged({"D korvane_svcmgr_get_client_api_level: Start to find highest API level in abc",
+                 "E qel_section_get_latest: Failed to travel abc"});
   platform.resource_path = std::nullopt;
   EXPECT_EQ(kNone, level());
   expect_logged({"I qel_section_get_latest: Invalid parameter"});
@@ -251,68 +188,41 @@ TEST_F(MarkerTest, ALinkIsFollowedWhenItsTextIsLongEnough) {
   const fs::path root = install_application();
   write(directory() / "target", Elf64({marker(14)}));
   fs::create_symlink("../target", root / "short");
-  const std::string program = fs::read_symlink("/proc/self/exe").string();
-  fs::create_symlink(std::string(52, '/') + program, root / "library");
+  create_long_link(fs::read_symlink("/proc/self/exe").string(), root / "library");
   EXPECT_EQ(13, level()) << "the library's own marker";
   EXPECT_THAT(platform.log_of("File("),
               ElementsAre(HasSubstr("/library), API level(13), QEL version(3.0.154)")));
 }
 
-// What is no file with a marker.
+// Files without a marker.
 
-class UnmarkedFilesTest : public MarkerTest {
- protected:
-  /** A link whose text is long enough to be followed. */
-  fs::path link_to(const std::string &target) {
-    fs::create_symlink(std::string(52, '/') + target, root / "link");
-    return root / "link";
-  }
-  fs::path root = install_application();
-};
-
-TEST_F(UnmarkedFilesTest, SmallAndOtherFilesAreNotLogged) {
-  for (const std::size_t size : {51U, 4000U}) {
-    write(root / "file", std::string(size, 'x'));
-    EXPECT_THAT(log_of_file(root / "file"), IsEmpty());
-  }
+TEST_F(MarkerTest, AnIncompleteHeaderAndALinkToADirectoryAreLogged) {
+  const fs::path root = install_application();
+  write(root / "file", kShortHeader);
+  create_long_link("/", root / "link");
+  EXPECT_THAT(log_of_files(),
+              Contains("E qel_section_read_file: Failed to read ELF header").Times(2));
 }
 
-TEST_F(UnmarkedFilesTest, ALinkWithAShortTextIsNotFollowed) {
-  write(root / "file", ELFMAG "\2" + std::string(47, 'x'));
-  fs::create_symlink("file", root / "link");
-  EXPECT_THAT(log_of_file(root / "link"), IsEmpty());
+TEST_F(MarkerTest, ADanglingLinkIsLoggedWithItsReason) {
+  const fs::path link = install_application() / "link";
+  create_long_link("missing", link);
+  EXPECT_THAT(log_of_files(), ElementsAre("E qel_section_read_file: Failed to open " +
+                                          link.string() + " : No such file or directory"));
 }
 
-TEST_F(UnmarkedFilesTest, AnIncompleteHeaderIsLogged) {
-  write(root / "file", ELFMAG "\2" + std::string(47, 'x'));
-  EXPECT_THAT(log_of_file(root / "file"),
-              ElementsAre("E qel_section_read_file: Failed to read ELF header"));
-}
-
-TEST_F(UnmarkedFilesTest, ALinkToADirectoryIsLogged) {
-  EXPECT_THAT(log_of_file(link_to("/")),
-              ElementsAre("E qel_section_read_file: Failed to read ELF header"));
-}
-
-TEST_F(UnmarkedFilesTest, ADanglingLinkIsLoggedWithItsReason) {
-  const fs::path link = link_to("missing");
-  EXPECT_THAT(log_of_file(link), ElementsAre("E qel_section_read_file: Failed to open " +
-                                             link.string() + " : No such file or directory"));
-}
-
-TEST_F(UnmarkedFilesTest, PipesAndDevicesAreNotOpened) {
-  const fs::path pipe = root / "pipe";
+TEST_F(MarkerTest, PipesAndDevicesAreNotOpened) {
+  const fs::path root = install_application(), pipe = root / "pipe";
   mkfifo(pipe.c_str(), 0600);
   const int keeps_pipe_open = open(pipe.c_str(), O_RDWR);
-  EXPECT_THAT(log_of_file(pipe), IsEmpty());
-  EXPECT_THAT(log_of_file(link_to(pipe.string())), IsEmpty());
-  fs::remove(root / "link");
-  EXPECT_THAT(log_of_file(link_to("dev/null")), IsEmpty());
+  create_long_link(pipe.string(), root / "link to pipe");
+  create_long_link("dev/null", root / "link to device");
+  EXPECT_THAT(log_of_files(), IsEmpty());
   close(keeps_pipe_open);
 }
 
-TEST_F(UnmarkedFilesTest, AFileThatWasReplacedByAPipeDoesNotBlock) {
-  const fs::path path = root / "file";
+TEST_F(MarkerTest, AFileThatWasReplacedByAPipeDoesNotBlock) {
+  const fs::path path = install_application() / "file";
   write(path, Elf32({marker(5)}));
   struct stat status = {};
   lstat(path.c_str(), &status);
@@ -321,12 +231,9 @@ TEST_F(UnmarkedFilesTest, AFileThatWasReplacedByAPipeDoesNotBlock) {
   EXPECT_EQ(0, qel_section_read_file(path.c_str(), &status, FTW_F, nullptr));
 }
 
-TEST_F(UnmarkedFilesTest, EveryFileIsClosed) {
-  write(root / "junk", std::string(4000, 'x'));
-  write(root / "marked", Elf64({marker(5)}));
-  write(root / "short", ELFMAG "\2" + std::string(47, 'x'));
+TEST_F(MarkerTest, EveryFileIsClosed) {
   const auto descriptors = open_descriptors();
-  EXPECT_EQ(5, level());
+  EXPECT_EQ(5, level_of({std::string(4000, 'x'), Elf64({marker(5)}), kShortHeader}));
   EXPECT_EQ(descriptors, open_descriptors());
 }
 
