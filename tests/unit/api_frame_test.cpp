@@ -1,6 +1,20 @@
 // What all exported functions have in common.
 #include "api_frame.h"
 #include "library_test.h"
+#include "package.h"
+
+namespace {
+
+/** What package_info_get_version() returns with a text. */
+int result_with_version = 0;
+
+}  // namespace
+
+extern "C" int __real_package_info_get_version(package_info_h package, char **version);
+extern "C" int __wrap_package_info_get_version(package_info_h package, char **version) {
+  const int error = __real_package_info_get_version(package, version);
+  return error != 0 ? error : result_with_version;
+}
 
 namespace {
 
@@ -68,6 +82,12 @@ TEST_F(ApiFrameTest, TheApiLevelFollowsFromTheVersion) {
   for (const char *version : {"1.6.9", "", "x2.3.0", "-3.0"})
     EXPECT_EQ(-1, convert_version_to_api_level(version)) << version;
   EXPECT_EQ(-1, convert_version_to_api_level(nullptr));
+}
+
+TEST_F(ApiFrameTest, AVersionCountsEvenIfItsLookupFails) {
+  result_with_version = -EIO;
+  EXPECT_EQ(11, get_svcmgr_api_level());
+  result_with_version = 0;
 }
 
 TEST_F(ApiFrameTest, AnOlderServiceManagerSupportsFewerFunctions) {
