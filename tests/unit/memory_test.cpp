@@ -1,3 +1,5 @@
+#include <algorithm>
+#include <array>
 #include <cstdlib>
 #include <filesystem>
 #include <new>
@@ -9,6 +11,9 @@ namespace {
 /** The allocation of the library that fails, counted from 1; 0 for none. */
 int failing = 0;
 int allocations = 0;
+
+/** The texts that the platform has handed out and that are not released; null places are free. */
+std::array<void *, 100> handed_out = {};
 
 bool fails_now() {
   return failing > 0 && AllocationScope::in_library && ++allocations == failing;
@@ -24,6 +29,21 @@ bool fails_now() {
 extern "C" {
 WRAPPED(void *, malloc, (std::size_t size), (size))
 WRAPPED(char *, strndup, (const char *text, std::size_t size), (text, size))
+
+char *__real_strdup(const char *text);
+char *__wrap_strdup(const char *text) {
+  char *const copy = __real_strdup(text);
+  if (!AllocationScope::in_library)
+    *std::find(handed_out.begin(), handed_out.end(), nullptr) = copy;
+  return copy;
+}
+
+void __real_free(void *memory);
+void __wrap_free(void *memory) {
+  if (memory != nullptr)
+    std::replace(handed_out.begin(), handed_out.end(), memory, static_cast<void *>(nullptr));
+  __real_free(memory);
+}
 }
 
 void *operator new(std::size_t size, const std::nothrow_t &) noexcept {
@@ -156,6 +176,18 @@ TEST_F(MemoryTest, AfterAnUpdateThatRunsOutOfMemoryTheApplicationCanConnect) {
     if (start_connecting() == SVCMGR_ERROR_NONE) platform.report_connected();
     EXPECT_EQ(SVCMGR_ERROR_NONE, korvane_svcmgr_get_agent_api_level(&level));
   }
+}
+
+TEST_F(MemoryTest, InsideACallbackNoTextOfThePlatformIsAlive) {
+  connect();
+  korvane_svcmgr_ai_request_usable_model_list(on_models, this);
+  std::ptrdiff_t alive = -1;
+  reaction = [&alive] {
+    alive = std::count_if(handed_out.begin(), handed_out.end(), [](void *text) { return text; });
+  };
+  answer_delegate(kModels, {0, Count{2}, "a", "1", "t", "d", "b", "2", "u", "e", 2});
+  EXPECT_EQ("[a|1|t|d][b|2|u|e]", answers.back().contents);
+  EXPECT_EQ(0, alive);
 }
 
 }  // namespace
