@@ -7,10 +7,11 @@
 
 #include <functional>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "korvane_svcmgr.h"
+#include "sockets/unique_fd.h"
+#include "temporary_folder.h"
 
 /** The output and the status of a finished program. */
 struct Finished {
@@ -27,15 +28,13 @@ class ChildProcess {
   ChildProcess() = default;
   ChildProcess(const ChildProcess &) = delete;
   ChildProcess &operator=(const ChildProcess &) = delete;
-  ~ChildProcess();
+  ~ChildProcess() { end(); }
 
   void start(const std::vector<std::string> &command);
   /** Its output until it ends. */
-  std::string read_all();
-  /** The next line of its output; empty at the end of the output. */
-  std::string read_line();
-  /** Waits for a line that contains the text. */
-  void await_line(const std::string &text);
+  std::string read_all() const;
+  /** Waits for a line of output that contains the text. */
+  void await_line(const std::string &text) const;
   void send_signal(int signal) const;
   /** Stops the program and waits until it has stopped; SIGCONT continues it. */
   void stop() const;
@@ -43,20 +42,16 @@ class ChildProcess {
   void end();
   /** Waits for the end. Returns the exit status, or minus the signal. */
   int wait();
-  /** Whether it has ended by itself and was not waited for yet. */
-  bool has_ended() const;
   pid_t pid() const { return pid_; }
 
  private:
   pid_t pid_ = -1;
-  int output_ = -1;
+  korvane::host::UniqueFd output_;
 };
 
 /** A fresh sample device, an emulator on it, and this process as the application. */
 class ServiceTest : public ::testing::Test {
  protected:
-  using ConnectionEvent = std::pair<int, korvane_svcmgr_connection_state_e>;
-
   ServiceTest();
   ~ServiceTest() override;
 
@@ -65,7 +60,7 @@ class ServiceTest : public ::testing::Test {
   /** The command line of a control command. */
   std::vector<std::string> control_command(std::vector<std::string> arguments) const;
   /** Runs a control command that must succeed, and returns its output. */
-  std::string control(const std::vector<std::string> &arguments);
+  std::string control(const std::vector<std::string> &arguments) const;
 
   /**
    * Runs the main loop until the condition holds; returns false if it does not. The condition is
@@ -73,17 +68,20 @@ class ServiceTest : public ::testing::Test {
    */
   static bool run_until(const std::function<bool()> &condition, int wait_ms = 60000);
   /** Waits until the service is idle, and serves everything that it has sent. */
-  void settle();
+  void settle() const;
   /** Connects and waits for the connected event. */
   void connect();
   /** Waits for the next connection event, which must be this one. */
-  void expect_told(korvane_svcmgr_connection_state_e state);
+  void expect_event(korvane_svcmgr_connection_state_e state);
 
+  const TemporaryFolder folder_;
+  const std::string device_ = folder_.path() / "device";
+  ChildProcess emulator_;
+
+ private:
   static void on_connection(int result, korvane_svcmgr_connection_state_e state, void *user_data);
 
-  std::string device_;
-  ChildProcess emulator_;
-  std::vector<ConnectionEvent> connection_events_;
+  std::vector<korvane_svcmgr_connection_state_e> connection_events_;
 };
 
 #endif  // KORVANE_TESTS_SERVICE_FIXTURE_H_
