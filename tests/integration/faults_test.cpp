@@ -1,15 +1,18 @@
-// A running application while its service manager is killed, stopped, updated and sends many
-// events.
+// An application that makes random calls while its service manager is killed, stopped, updated and
+// sends many events.
 #include <gmock/gmock.h>
 #include <malloc.h>
-#include <signal.h>
 #include <sys/resource.h>
 
+#include <algorithm>
 #include <chrono>
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <functional>
 #include <future>
 #include <iostream>
+#include <iterator>
 #include <list>
 #include <random>
 
@@ -25,26 +28,22 @@ using korvane::host::publish_event;
 using korvane::svcmgr::ModelInfo;
 using korvane::svcmgr::ModelList;
 using korvane::svcmgr::Progress;
+using testing::AnyOf;
 
 unsigned number_from(const char *variable, unsigned otherwise) {
   const char *text = std::getenv(variable);
   return text != nullptr ? static_cast<unsigned>(std::strtoul(text, nullptr, 10)) : otherwise;
 }
 
-/** The descriptors of a process, and the bytes that this one has allocated. */
-struct Holdings {
-  explicit Holdings(const std::string &process = "self")
-      : descriptors(
-            std::distance(std::filesystem::directory_iterator("/proc/" + process + "/fd"), {})),
-        heap(mallinfo2().uordblks) {}
-  std::ptrdiff_t descriptors;
-  std::size_t heap;
-};
+std::ptrdiff_t descriptors_of(pid_t process) {
+  const std::string folder = "/proc/" + std::to_string(process) + "/fd";
+  return std::distance(std::filesystem::directory_iterator(folder), {});
+}
 
 /**
- * An application that makes random calls. Its callbacks check their contract: an open request is
- * answered once, a job ends once and reports nothing afterwards, a lost connection answers no
- * request, and connect and disconnect are reported alternately.
+ * Makes random calls. The callbacks check their contract: an open request is answered once, a job
+ * ends once and reports nothing afterwards, a lost connection answers no request, and connect and
+ * disconnect are reported alternately.
  */
 class FaultsTest : public ServiceTest {
  protected:
@@ -57,17 +56,19 @@ class FaultsTest : public ServiceTest {
   ~FaultsTest() override { korvane_svcmgr_ai_deregister_status_cb(); }
 
   void SetUp() override {
-    // Objects created once, at first use, are not leaks.
     connect();
-    act(100);
+    act(100);  // objects created once, at first use, are not leaks
     drain();
-    at_first_ = reconnect();
-    service_at_first_ = service_descriptors();
+    reconnect();
+    own_first_ = own_;
+    service_first_ = descriptors_of(emulator_.pid());
   }
 
   unsigned random(unsigned limit) { return static_cast<unsigned>(dice_() % limit); }
 
-  /** Makes calls of the application and runs its main loop between them. */
+  // The application.
+
+  /** Makes calls, and runs the main loop between them. */
   void act(unsigned times) {
     for (; times > 0; --times) {
       char *license = nullptr;
@@ -89,20 +90,32 @@ class FaultsTest : public ServiceTest {
     }
   }
   void request_list() {
-    request([](Request *account) {
-      return korvane_svcmgr_ai_request_usable_model_list(on_list, account);
-    });
+    Request &request = requests_.emplace_back(Request{*this});
+    sent(request, korvane_svcmgr_ai_request_usable_model_list(on_list, &request));
   }
   void request_job() {
     ModelInfo model;
     model.set_id("vision.detect");
     ModelList models;
     models.add(model);
-    request([&](Request *account) {
-      return korvane_svcmgr_ai_request_to_update(models.get(), on_progress, account);
-    });
+    Request &request = requests_.emplace_back(Request{*this});
+    sent(request, korvane_svcmgr_ai_request_to_update(models.get(), on_progress, &request));
   }
-
+  std::ptrdiff_t open_requests() const {
+    return std::count_if(requests_.begin(), requests_.end(), [](auto &each) { return each.open; });
+  }
+  void connect() {
+    EXPECT_EQ(korvane_svcmgr_connect(on_connection, this), SVCMGR_ERROR_NONE);
+    ASSERT_TRUE(until([this] { return reported_connected_; }));
+  }
+  /** Makes a new connection, and notes what the application holds without one. */
+  void reconnect() {
+    EXPECT_EQ(korvane_svcmgr_disconnect(), SVCMGR_ERROR_NONE);
+    reported_connected_ = false;
+    note_connection();
+    own_ = {descriptors_of(getpid()), mallinfo2().uordblks};
+    connect();
+  }
   bool until(const std::function<bool()> &condition) {
     const auto holds = [&] {
       note_connection();
@@ -110,58 +123,33 @@ class FaultsTest : public ServiceTest {
     };
     return run_until(holds, 10);
   }
-  void connect() {
-    EXPECT_EQ(korvane_svcmgr_connect(on_connection, this), SVCMGR_ERROR_NONE);
-    ASSERT_TRUE(until([this] { return told_connected_; }));
-  }
   /** Waits until every request is answered and all work is done. */
   void drain() {
     ASSERT_TRUE(until([this] { return open_requests() == 0; }));
     settle();
     requests_.clear();
   }
-  /** Makes a new connection. Returns what the application holds while disconnected. */
-  Holdings reconnect() {
-    EXPECT_EQ(korvane_svcmgr_disconnect(), SVCMGR_ERROR_NONE);
-    told_connected_ = false;
-    note_connection();
-    const Holdings holdings;
-    connect();
-    return holdings;
-  }
-  std::ptrdiff_t service_descriptors() const {
-    return Holdings(std::to_string(emulator_.pid())).descriptors;
-  }
-  std::ptrdiff_t open_requests() const {
-    return std::count_if(requests_.begin(), requests_.end(),
-                         [](const Request &request) { return request.open; });
-  }
-
   /** Application and service hold what they held at first, and both work. */
   void expect_nothing_left_behind() {
     constexpr std::size_t kLeeway = 16 << 10;  // buffers that grew, not one entry for each request
     drain();
-    const Holdings now = reconnect();
-    EXPECT_EQ(now.descriptors, at_first_.descriptors);
-    EXPECT_LE(now.heap, at_first_.heap + kLeeway);
-    EXPECT_TRUE(until([this] { return service_descriptors() <= service_at_first_; }));
+    reconnect();
+    EXPECT_EQ(own_.descriptors, own_first_.descriptors);
+    EXPECT_LE(own_.heap, own_first_.heap + kLeeway);
+    EXPECT_TRUE(until([this] { return descriptors_of(emulator_.pid()) <= service_first_; }));
     const std::size_t answers = answers_;
     request_list();
     drain();
     EXPECT_EQ(answers_, answers + 1);
   }
 
-  // Faults of a service. Each function returns when the application is connected again.
+  // Faults of the service. Each function returns when the application is connected again.
 
   void kill_and_launch() {
-    const std::size_t losses = losses_;
-    emulator_.send_signal(SIGKILL);
-    act(random(4));  // while the service exits, or afterwards
-    ASSERT_TRUE(until([&] { return losses_ > losses; }));
-    ASSERT_EQ(emulator_.wait(), -SIGKILL);
-    act(random(4));
-    start_emulator();
-    expect_told_again(losses);
+    lose_and_return([this] { emulator_.send_signal(SIGKILL); }, [this] { start_emulator(); });
+  }
+  void drop_and_announce() {
+    lose_and_return([this] { control({"drop"}); }, [this] { control({"announce", "Launch"}); });
   }
   void stop_and_continue() {
     emulator_.stop();
@@ -170,18 +158,9 @@ class FaultsTest : public ServiceTest {
     int level = 0;
     EXPECT_EQ(korvane_svcmgr_get_agent_api_level(&level), SVCMGR_ERROR_NONE);
   }
-  void drop_and_announce() {
-    const std::size_t losses = losses_;
-    control({"drop"});
-    act(random(4));
-    ASSERT_TRUE(until([&] { return losses_ > losses; }));
-    control({"announce", "Launch"});
-    expect_told_again(losses);
-  }
   /** Announced updates of the service under load, which are not reported. */
   void update_service(unsigned rounds) {
-    const std::size_t losses = losses_;
-    const std::size_t wanted = connections_ + rounds;
+    const std::size_t losses = losses_, wanted = connections_ + rounds;
     ChildProcess update;
     update.start(control_command({"update", "--count", std::to_string(rounds)}));
     ASSERT_TRUE(until([&] {
@@ -195,6 +174,7 @@ class FaultsTest : public ServiceTest {
     EXPECT_EQ(korvane_svcmgr_request_update(), SVCMGR_ERROR_NONE);
     settle();
   }
+  /** Known events, which are reported, between unknown ones. */
   void flood() {
     drain();
     const std::size_t wanted = statuses_ + 300;
@@ -212,28 +192,28 @@ class FaultsTest : public ServiceTest {
   }
 
   std::size_t connections_ = 0;  ///< made so far, whether reported or not
-  std::size_t losses_ = 0;       ///< disconnects that were reported
+  std::size_t losses_ = 0;       ///< reported so far
   std::size_t answers_ = 0;
-  std::size_t statuses_ = 0;  ///< of models
 
  private:
+  /** The user data of a request. */
   struct Request {
     FaultsTest &owner;
-    bool open;
+    bool open = true;
+  };
+  struct Holdings {
+    std::ptrdiff_t descriptors;
+    std::size_t heap;
   };
 
   /** Expects a documented result, with or without a service. */
   static void expect_documented(int result) {
-    EXPECT_THAT(result, testing::AnyOf(SVCMGR_ERROR_NONE, SVCMGR_ERROR_NOT_CONNECTED,
-                                       SVCMGR_ERROR_INVALID_OPERATION));
+    EXPECT_THAT(result, AnyOf(SVCMGR_ERROR_NONE, SVCMGR_ERROR_NOT_CONNECTED,
+                              SVCMGR_ERROR_INVALID_OPERATION));
   }
-  /** Sends a request; its user data is its entry in requests_. */
-  template <typename Send>
-  void request(Send send) {
-    Request &account = requests_.emplace_back(Request{*this, true});
-    const int result = send(&account);
+  static void sent(Request &request, int result) {
     expect_documented(result);
-    account.open = account.open && result == SVCMGR_ERROR_NONE;
+    request.open = request.open && result == SVCMGR_ERROR_NONE;
   }
   /** Detects a lost or a new connection. Must be called after every turn of the loop. */
   void note_connection() {
@@ -245,15 +225,21 @@ class FaultsTest : public ServiceTest {
     }
     connected_ = connected;
   }
-  void expect_told_again(std::size_t losses) {
-    ASSERT_TRUE(until([this] { return told_connected_; }));
+  template <typename Lose, typename Launch>
+  void lose_and_return(Lose lose, Launch launch) {
+    const std::size_t losses = losses_;
+    lose();
+    act(random(4));  // before the loss is noticed
+    ASSERT_TRUE(until([&] { return losses_ > losses; }));
+    launch();
+    ASSERT_TRUE(until([this] { return reported_connected_; }));
     EXPECT_EQ(losses_, losses + 1);
   }
 
   static void on_connection(int, korvane_svcmgr_connection_state_e state, void *user_data) {
     auto &self = *static_cast<FaultsTest *>(user_data);
     const bool connected = state == SVCMGR_CONNECTION_CONNECTED;
-    EXPECT_NE(std::exchange(self.told_connected_, connected), connected);
+    EXPECT_NE(std::exchange(self.reported_connected_, connected), connected);
     if (!connected) ++self.losses_;
     self.note_connection();
   }
@@ -276,10 +262,11 @@ class FaultsTest : public ServiceTest {
 
   std::mt19937 dice_;
   std::list<Request> requests_;
+  std::size_t statuses_ = 0;  ///< of models
   bool connected_ = false;
-  bool told_connected_ = false;
-  Holdings at_first_;
-  std::ptrdiff_t service_at_first_ = 0;
+  bool reported_connected_ = false;
+  Holdings own_ = {}, own_first_ = {};
+  std::ptrdiff_t service_first_ = 0;
 };
 
 TEST_F(FaultsTest, KilledAtRandomPoints) {
@@ -346,10 +333,9 @@ TEST_F(FaultsTest, Soak) {
     act(50 + random(200));
     faults[fault]();
     expect_nothing_left_behind();
-    if (rounds % 50 == 49) std::cout << rounds + 1 << " faults" << std::endl;
   }
-  std::cout << rounds << " faults, " << connections_ << " connections, " << losses_
-            << " told lost, " << answers_ << " answers" << std::endl;
+  std::cout << rounds << " faults, " << connections_ << " connections, " << losses_ << " losses, "
+            << answers_ << " answers" << std::endl;
 }
 
 }  // namespace
