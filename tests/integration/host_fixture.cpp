@@ -1,15 +1,19 @@
 #include "host_fixture.h"
 
 #include <sys/wait.h>
+#include <unistd.h>
 
+#include <cstdlib>
 #include <cstring>
 #include <new>
 
-thread_local bool ScarceMemory::is_scarce_ = false;
-int ScarceMemory::left_ = 0;
+#include "sockets/wait_limits.h"
+
+thread_local bool AllocationFault::may_fail_ = false;
+int AllocationFault::left_ = 0;
 
 void *allocate(std::size_t size) {
-  if (ScarceMemory::is_scarce_ && --ScarceMemory::left_ == 0) return nullptr;
+  if (AllocationFault::may_fail_ && --AllocationFault::left_ == 0) return nullptr;
   return std::malloc(size + 1);
 }
 
@@ -30,19 +34,35 @@ extern "C" char *strndup(const char *text, std::size_t size) {
   return copy;
 }
 
-void expect_success(pid_t child) {
-  int status = -1;
-  EXPECT_EQ(waitpid(child, &status, 0), child);
-  EXPECT_EQ(status, 0);
-}
-
-void ScarceMemory::tell(const std::function<void()> &story) {
+void AllocationFault::in_each_allocation(const std::function<void()> &test) {
   int number = 0;
   do {
     left_ = ++number;
     SCOPED_TRACE("allocation " + std::to_string(number));
-    story();
-  } while (left_ <= 0 && !testing::Test::HasFailure());
+    test();
+  } while (has_occurred() && !testing::Test::HasFailure());
   EXPECT_GT(number, 1);
-  left_ = 0;
+}
+
+bool in_child(const std::function<bool()> &function) {
+  const pid_t child = fork();
+  if (child == 0) _exit(function() ? 0 : 1);
+  int status = -1;
+  return waitpid(child, &status, 0) == child && status == 0;
+}
+
+HostTest::HostTest() {
+  setenv("KORVANE_LOG", "none", 1);
+  setenv("KORVANE_DEVICE", device_.c_str(), 1);
+}
+
+HostTest::~HostTest() {
+  unsetenv("KORVANE_DEVICE");
+  korvane::host::limits = {};
+}
+
+void HostTest::run_idle() {
+  int served = 1;
+  while (served == 1) served = loop().step(0);
+  EXPECT_EQ(served, 0);
 }

@@ -3,79 +3,66 @@
 #define KORVANE_TESTS_HOST_FIXTURE_H_
 
 #include <gtest/gtest.h>
-#include <sys/types.h>
 
-#include <cstdlib>
-#include <filesystem>
 #include <functional>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "loop/main_loop.h"
+#include "temporary_folder.h"
 
 /** Makes one allocation of the platform fail. */
-class ScarceMemory {
+class AllocationFault {
  public:
-  /** Runs the story once for each allocation in it, which then fails; ends when none fails. */
-  static void tell(const std::function<void()> &story);
-  /** Runs a part of the story in which allocations may fail; they succeed elsewhere. */
-  template <typename Part>
-  static void in_platform(Part part) {
-    run(part, true);
+  /** Runs the test once for each allocation of the platform in it, which then fails. */
+  static void in_each_allocation(const std::function<void()> &test);
+  /** Runs code of the platform, whose allocations may fail. */
+  template <typename Code>
+  static auto in_platform(Code code) {
+    const Scope scope(true);
+    return code();
   }
-  template <typename Part>
-  static void in_test(Part part) {
-    run(part, false);
+  /** Runs code of the test inside a callback of the platform. */
+  template <typename Code>
+  static auto in_test(Code code) {
+    const Scope scope(false);
+    return code();
   }
 
-  /** Whether an allocation of this run of the story has failed. */
-  static bool has_failed() { return left_ <= 0; }
+  /** Whether an allocation has failed in this run of the test. */
+  static bool has_occurred() { return left_ <= 0; }
 
  private:
-  template <typename Part>
-  static void run(Part part, bool is_scarce) {
-    const bool before = std::exchange(is_scarce_, is_scarce);
-    part();
-    is_scarce_ = before;
-  }
+  struct Scope {
+    explicit Scope(bool may_fail) : before(std::exchange(may_fail_, may_fail)) {}
+    Scope(const Scope &) = delete;
+    Scope &operator=(const Scope &) = delete;
+    ~Scope() { may_fail_ = before; }
+    const bool before;
+  };
   friend void *allocate(std::size_t size);
 
-  static thread_local bool is_scarce_;
+  static thread_local bool may_fail_;
   static int left_;  ///< allocations until the one that fails
 };
 
-/** Expects a child process to exit with 0. */
-void expect_success(pid_t child);
+/** The result of a function in a forked child; false when the child crashes. */
+bool in_child(const std::function<bool()> &function);
 
 class HostTest : public ::testing::Test {
  protected:
   using Log = std::vector<std::string>;
 
-  HostTest() {
-    setenv("KORVANE_LOG", "none", 1);
-    std::string name = (std::filesystem::temp_directory_path() / "host-XXXXXX").string();
-    if (mkdtemp(name.data()) == nullptr) std::abort();
-    device_ = name;
-    setenv("KORVANE_DEVICE", name.c_str(), 1);
-  }
-
-  ~HostTest() override {
-    unsetenv("KORVANE_DEVICE");
-    std::error_code ignored;
-    std::filesystem::remove_all(device_, ignored);
-  }
+  HostTest();
+  ~HostTest() override;
 
   static korvane::host::MainLoop &loop() { return korvane::host::MainLoop::instance(); }
-
   /** Serves all pending events. Local sockets deliver at once, so no further event follows. */
-  static void run_idle() {
-    int served = 1;
-    while (served == 1) served = loop().step(0);
-    EXPECT_EQ(served, 0);
-  }
+  static void run_idle();
 
-  std::filesystem::path device_;
+  const TemporaryFolder folder_;
+  const std::filesystem::path device_ = folder_.path();
 };
 
 #endif  // KORVANE_TESTS_HOST_FIXTURE_H_
