@@ -1,11 +1,11 @@
-What svcmgrctl tells of a sample device, and of a service manager that does as it is told.
+svcmgrctl with a sample device, and with faults that the emulator simulates.
 
   $ ctl() { svcmgr-emulator ctl "$@" >/dev/null; }
 
 Levels, licences and the connection:
 
-  $ svcmgrctl client-level --json
-  {"ok":true,"level":13}
+  $ svcmgrctl client-level
+  13
   $ svcmgrctl --json agent-level
   {"ok":true,"level":13}
   $ ctl license 'a "licence"'$'\001'
@@ -14,8 +14,6 @@ Levels, licences and the connection:
   $ ctl license $'red \033[31m, left \342\200\256, bell \a'
   $ LC_ALL=C.UTF-8 svcmgrctl license
   red \xef\xbf\xbd[31m, left \xef\xbf\xbd, bell \xef\xbf\xbd (esc)
-  $ svcmgrctl license --verbose 2>&1 | grep -c 'agent license : red '
-  1
   $ svcmgrctl connect --json
   {"ok":true,"connected":true}
   $ svcmgrctl watch --for 0.01 --json
@@ -27,8 +25,6 @@ Levels, licences and the connection:
   13
   $ (mkfifo pipe && exec 4<>pipe 2>pipe 4>&- && KORVANE_LOG=debug exec svcmgrctl agent-level)
   13
-  $ svcmgr-emulator ctl status | grep connections
-    "connections": [],
 
 Updates:
 
@@ -55,23 +51,13 @@ Models:
   language.translate  3.1.0    Translation
   language.summarize  0.8.0    Summaries
   speech.dictate      1.0.0    Dictation
-  $ svcmgrctl models list --json --category vision
-  {"ok":true,"models":[{"id":"vision.detect","version":"1.0.0","title":"Object detection","description":""},{"id":"vision.segment","version":"1.2.0","title":"Segmentation","description":""}]}
-  $ svcmgrctl models list --description | grep -c 'Finds people'
-  1
   $ on_terminal() { script -qec "stty cols 80; $1" /dev/null </dev/null | tr -d '\r'; }
-  $ on_terminal 'svcmgrctl models list --description' | head -n 5
+  $ on_terminal 'svcmgrctl models list --description' | head -n 3
   ID                  VERSION  TITLE             DESCRIPTION
   vision.detect       1.0.0    Object detection  Finds people, animals and things
                                                  in a picture.
-  vision.segment      1.2.0    Segmentation      Separates foreground from
-                                                 background.
-  $ svcmgrctl models update vision.detect@2.0.0 --json
+  $ svcmgrctl models update vision.detect@2.0.0 --json | sed 2,5d
   {"event":"progress","model":"vision.detect@2.0.0","result":0,"state":17,"index":0,"count":1,"percentage":0}
-  {"event":"progress","model":"vision.detect@2.0.0","result":0,"state":17,"index":0,"count":1,"percentage":25}
-  {"event":"progress","model":"vision.detect@2.0.0","result":0,"state":17,"index":0,"count":1,"percentage":50}
-  {"event":"progress","model":"vision.detect@2.0.0","result":0,"state":17,"index":0,"count":1,"percentage":75}
-  {"event":"progress","model":"vision.detect@2.0.0","result":0,"state":17,"index":0,"count":1,"percentage":100}
   {"event":"progress","model":"vision.detect@2.0.0","result":0,"state":20,"index":0,"count":1,"percentage":100}
   {"ok":true}
   $ ctl restart
@@ -98,7 +84,7 @@ Models:
   svcmgrctl: SVCMGR_ERROR_INVALID_OPERATION (-38): vision.segment is not installed
   [1]
 
-What does not come, or is refused:
+What the service manager refuses, or does not answer:
 
   $ ctl fail-models 4
   $ svcmgrctl models uninstall speech.dictate 2>/dev/null | tail -n 1
@@ -106,9 +92,6 @@ What does not come, or is refused:
   $ svcmgrctl models uninstall speech.dictate 2>/dev/null | tail -n 1
   speech.dictate (1/1): completed
   $ ctl reply get_agent_api_level -1
-  $ svcmgrctl agent-level
-  svcmgrctl: SVCMGR_ERROR_INVALID_API_LEVEL (-1073741825): the agent API level could not be obtained
-  [1]
   $ svcmgrctl agent-level --json
   {"ok":false,"command":"agent-level","error":{"name":"SVCMGR_ERROR_INVALID_API_LEVEL","code":-1073741825,"meaning":"the agent API level could not be obtained"}}
   [1]
@@ -116,11 +99,6 @@ What does not come, or is refused:
   $ ctl reply request_update -13
   $ svcmgrctl update
   svcmgrctl: SVCMGR_ERROR_PERMISSION_DENIED (-13): the platform or the service manager denies it
-  [1]
-  $ ctl reply request_update default
-  $ ctl reply request_update_with_list -1073741831
-  $ svcmgrctl update com.korvane.device.speech
-  svcmgrctl: SVCMGR_ERROR_UPDATE_IN_PROGRESS (-1073741831): the service manager is already updating
   [1]
   $ ctl stray 3
   $ svcmgrctl agent-level
@@ -168,14 +146,10 @@ Completion:
   file
   folder
 
-What is wrong, and what to do:
+Messages that say what is wrong, and what to do:
 
   $ svcmgrctl
   svcmgrctl: no command; choose one of help, connect, client-level, agent-level, license, update, is-updating, watch, models
-  Run "svcmgrctl --help" for more.
-  [2]
-  $ svcmgrctl model list
-  svcmgrctl: unknown command "model"; did you mean "models"?
   Run "svcmgrctl --help" for more.
   [2]
   $ svcmgrctl agent-level --jsn=1
@@ -198,9 +172,6 @@ What is wrong, and what to do:
   vision.detect@9 (1/1): started
   vision.detect@9 (1/1): failed
   svcmgrctl: SVCMGR_ERROR_INVALID_OPERATION (-38): vision.detect has no version "9"; available: 1.0.0, 1.1.0, 2.0.0
-  [1]
-  $ svcmgrctl models versions $'\377\033'
-  svcmgrctl: SVCMGR_ERROR_INVALID_OPERATION (-38): the service manager has no model "\xef\xbf\xbd\xef\xbf\xbd"; "svcmgrctl models list" shows the available ones (esc)
   [1]
   $ svcmgrctl models versions $'\377\033' --json
   {"ok":false,"command":"models versions","error":{"name":"SVCMGR_ERROR_INVALID_OPERATION","code":-38,"meaning":"the service manager has no model \"\ufffd\u001b\"; \"svcmgrctl models list\" shows the available ones"}}
@@ -234,10 +205,8 @@ Shells and scripts:
   svcmgrctl: unknown command "model"; did you mean "models"?
   Run "svcmgrctl --help" for more.
   [2]
-  $ for request in --help -V help; do svcmgrctl $request >/dev/full || echo $?; done
-  svcmgrctl: the output could not be written
-  1
-  svcmgrctl: the output could not be written
-  1
-  svcmgrctl: the output could not be written
-  1
+  $ for request in --help -V help; do svcmgrctl $request 2>&1 >/dev/full || echo $?; done | sort | uniq -c
+        3 1
+        3 svcmgrctl: the output could not be written
+  $ KORVANE_LOG=debug svcmgrctl agent-level >&- 2>&-
+  [1]
