@@ -1,4 +1,4 @@
-# Shared by the shell tests: a temporary folder and a function that reports a failure.
+# Read by the tests in this folder: a temporary folder $work, and a function that reports a failure.
 set -euo pipefail
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT

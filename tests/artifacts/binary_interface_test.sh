@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Compares the library's binary interface with the kept one: what is kept must still be there as it
-# was; what is new is fine.
-#   CC=… binary_interface_test.sh LIBRARY HEADER KEPT_FOLDER
+# Compares the binary interface of the library with the recorded one: recorded functions and types are
+# unchanged; new ones are accepted.
+#   CC=… binary_interface_test.sh LIBRARY HEADER RECORD_FOLDER
 set -euo pipefail
 library=$1 header=$2 kept=$3
 "$CC" -fsyntax-only -I "$(dirname "$header")" "$kept/constants.c"
