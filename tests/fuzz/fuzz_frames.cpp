@@ -1,4 +1,4 @@
-// Arbitrary byte streams into the socket framing of the workstation platform, in pieces.
+// The socket frames of the workstation platform, from arbitrary bytes that arrive in pieces.
 #include <cstdlib>
 
 #include "events/event_bundle.h"
@@ -10,7 +10,7 @@ using namespace korvane::host;
 
 namespace {
 
-/** Reads values of every type in turn, until none of them can be read. */
+/** Reads values of every type in turn until no more can be read. */
 void read_values(const Bytes &frame) {
   rpc_port_parcel_s parcel{Parcel(frame)};
   int number = 0;
@@ -27,7 +27,7 @@ void read_values(const Bytes &frame) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
   if (size == 0) return 0;
-  // The first byte says how large the pieces are; however the stream is cut, the frames are alike.
+  // The first byte is the size of the pieces. The frames do not depend on it.
   const std::size_t piece = std::size_t{data[0]} + 1;
   ++data;
   --size;

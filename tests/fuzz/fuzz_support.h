@@ -8,6 +8,8 @@
 #include <fstream>
 #include <string>
 
+#include "temporary_folder.h"
+
 namespace fuzz {
 
 /** Aborts when a condition does not hold. */
@@ -15,18 +17,10 @@ inline void require(bool held) {
   if (!held) std::abort();
 }
 
-/** A folder of this process, in memory if possible; removed on destruction. */
-inline const std::string &scratch_folder() {
-  struct Folder {
-    Folder() : path(std::filesystem::exists("/dev/shm") ? "/dev/shm" : "/tmp") {
-      path += "/korvane-fuzz-XXXXXX";
-      require(mkdtemp(path.data()) != nullptr);
-    }
-    ~Folder() { std::filesystem::remove_all(path); }
-    std::string path;
-  };
-  static const Folder folder;
-  return folder.path;
+/** A folder of this process, in memory if possible. */
+inline std::string scratch_folder() {
+  static const TemporaryFolder folder(std::filesystem::exists("/dev/shm") ? "/dev/shm" : "/tmp");
+  return folder.path();
 }
 
 /** Writes the input to a file. */
