@@ -307,14 +307,6 @@ TEST_F(FaultsTest, FloodOfEvents) {
   expect_nothing_left_behind();
 }
 
-TEST_F(FaultsTest, AThousandConnections) {
-  for (int round = 0; round < 1000 && !HasFailure(); ++round) {
-    request_list();
-    reconnect();
-  }
-  expect_nothing_left_behind();
-}
-
 /** All faults in random order, for KORVANE_SOAK_SECONDS. */
 TEST_F(FaultsTest, Soak) {
   const std::function<void()> faults[] = {

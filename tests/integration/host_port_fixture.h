@@ -57,8 +57,7 @@ inline bool at_end(const UniqueFd &socket) {
 /** A client of the port, which logs its events. */
 class Client {
  public:
-  /** The named event, if any, destroys the proxy. */
-  explicit Client(std::string destroyer = "") : destroyer_(std::move(destroyer)) {
+  Client() {
     const auto connected = [](auto, auto, auto, void *self) { report(self, "connected"); };
     const auto disconnected = [](auto, auto, void *self) { report(self, "disconnected"); };
     const auto rejected = [](auto, auto, void *self) { report(self, "rejected"); };
@@ -103,18 +102,17 @@ class Client {
 
  private:
   static void on_received(const char *, const char *, void *self) {
+    auto &client = *static_cast<Client *>(self);
     std::string text;
-    if (read(static_cast<Client *>(self)->port(Port::kCallback), &text) != 0) return;
-    AllocationFault::in_test([&] { report(self, "received " + std::to_string(text.size())); });
+    if (read(client.port(Port::kCallback), &text) != 0) return;
+    AllocationFault::in_test(
+        [&] { client.log.push_back("received " + std::to_string(text.size())); });
   }
-  static void report(void *user_data, const std::string &event) {
-    auto &self = *static_cast<Client *>(user_data);
-    AllocationFault::in_test([&] { self.log.push_back(event); });
-    if (event == self.destroyer_) self.destroy();
+  static void report(void *self, const char *event) {
+    AllocationFault::in_test([&] { static_cast<Client *>(self)->log.emplace_back(event); });
   }
 
   rpc_port_proxy_h proxy_ = nullptr;
-  const std::string destroyer_;
 };
 
 /** Clients of a server that the test plays. */

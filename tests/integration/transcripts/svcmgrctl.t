@@ -65,8 +65,9 @@ Models:
   ID              VERSION  TITLE
   vision.detect   2.0.0    Object detection
   vision.segment  1.2.0    Segmentation
-  $ svcmgrctl models versions vision.segment --json
-  {"ok":true,"models":[{"id":"vision.segment","version":"1.2.0","title":"Segmentation","description":"Separates foreground from background."},{"id":"vision.segment","version":"1.3.0","title":"Segmentation","description":"Separates foreground from background."}]}
+  $ svcmgrctl models versions vision.segment --json | grep -o '"version":"[^"]*"'
+  "version":"1.2.0"
+  "version":"1.3.0"
   $ svcmgrctl models update vision.detect@1.0.0 vision.detect@2.0.0 | tail -n 3
   vision.detect@2.0.0 (2/2): 100 %
   vision.detect@1.0.0 (1/2): completed
@@ -78,9 +79,7 @@ Models:
   vision.segment (1/1): 75 %
   vision.segment (1/1): 100 %
   vision.segment (1/1): completed
-  $ svcmgrctl models uninstall vision.segment
-  vision.segment (1/1): started
-  vision.segment (1/1): failed
+  $ svcmgrctl models uninstall vision.segment >/dev/null
   svcmgrctl: SVCMGR_ERROR_INVALID_OPERATION (-38): vision.segment is not installed
   [1]
 
@@ -163,14 +162,10 @@ Messages that say what is wrong, and what to do:
   $ svcmgrctl update nosuch
   svcmgrctl: NO_AGENT (-2): no agent "nosuch" is installed on *; installed: com.korvane.device.language, com.korvane.device.speech, com.korvane.device.vision (glob)
   [1]
-  $ svcmgrctl models update vision.detct
-  vision.detct (1/1): started
-  vision.detct (1/1): failed
+  $ svcmgrctl models update vision.detct >/dev/null
   svcmgrctl: SVCMGR_ERROR_INVALID_OPERATION (-38): the service manager has no model "vision.detct"; did you mean "vision.detect"?
   [1]
-  $ svcmgrctl models update vision.detect@9
-  vision.detect@9 (1/1): started
-  vision.detect@9 (1/1): failed
+  $ svcmgrctl models update vision.detect@9 >/dev/null
   svcmgrctl: SVCMGR_ERROR_INVALID_OPERATION (-38): vision.detect has no version "9"; available: 1.0.0, 1.1.0, 2.0.0
   [1]
   $ svcmgrctl models versions $'\377\033' --json
