@@ -31,11 +31,11 @@ class HostForkTest : public HostClientTest {
 
 TEST_F(HostForkTest, ChildUsesNothingOfItsParentAndConnectsItself) {
   EXPECT_TRUE(in_child([this] {
-    const int sent = Client::send(main_port_, "child");
-    const int read = Client::read(main_port_);
+    if (Client::send(main_port_, "child") != -EIO) return false;
+    if (Client::read(main_port_) != -EIO) return false;
     Client own;
     open(own);
-    return sent == -EIO && read == -EIO && !HasFailure();
+    return !HasFailure();
   }));
 }
 

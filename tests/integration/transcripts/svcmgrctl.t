@@ -203,5 +203,3 @@ Shells and scripts:
   $ for request in --help -V help; do svcmgrctl $request 2>&1 >/dev/full || echo $?; done | sort | uniq -c
         3 1
         3 svcmgrctl: the output could not be written
-  $ KORVANE_LOG=debug svcmgrctl agent-level >&- 2>&-
-  [1]
