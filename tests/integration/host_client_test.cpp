@@ -44,6 +44,28 @@ TEST_F(HostClientTest, LossIsReportedOnceAfterTheParcelsBeforeIt) {
   }
 }
 
+TEST_F(HostClientTest, NoEventFollowsDestroy) {
+  const std::pair<std::string, Log> cases[] = {
+      {"rejected", {"rejected"}},
+      {"connected", {"connected"}},
+      {"received 1", {"connected", "received 1"}},
+      {"disconnected", {"connected", "received 1", "received 1", "disconnected"}}};
+  for (const auto &[destroyer, expected] : cases) {
+    SCOPED_TRACE(destroyer);
+    Client client;
+    client.destroyer = destroyer;
+    ASSERT_EQ(client.connect(), 0);
+    greet();
+    put(callback_, text_frame("x"));
+    put(callback_, text_frame("x"));
+    put(main_, answer(destroyer == "rejected" ? kRejected : kAccepted));
+    main_.reset();
+    callback_.reset();
+    run_idle();
+    EXPECT_EQ(client.log, expected);
+  }
+}
+
 TEST_F(HostClientTest, ServerThatDoesNotAnswerIsARejection) {
   limits.answer = 10;
   Client client;

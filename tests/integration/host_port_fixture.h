@@ -99,17 +99,18 @@ class Client {
   }
 
   std::vector<std::string> log;
+  std::string destroyer;  ///< the event, if any, that destroys the proxy
 
  private:
   static void on_received(const char *, const char *, void *self) {
-    auto &client = *static_cast<Client *>(self);
     std::string text;
-    if (read(client.port(Port::kCallback), &text) != 0) return;
-    AllocationFault::in_test(
-        [&] { client.log.push_back("received " + std::to_string(text.size())); });
+    if (read(static_cast<Client *>(self)->port(Port::kCallback), &text) != 0) return;
+    AllocationFault::in_test([&] { report(self, "received " + std::to_string(text.size())); });
   }
-  static void report(void *self, const char *event) {
-    AllocationFault::in_test([&] { static_cast<Client *>(self)->log.emplace_back(event); });
+  static void report(void *user_data, const std::string &event) {
+    auto &self = *static_cast<Client *>(user_data);
+    AllocationFault::in_test([&] { self.log.push_back(event); });
+    if (event == self.destroyer) self.destroy();
   }
 
   rpc_port_proxy_h proxy_ = nullptr;
