@@ -69,7 +69,7 @@ std::size_t Events::publish_or_log(const std::string &status, const EventPayload
   try {
     return publish(status, payload);
   } catch (const std::system_error &error) {
-    std::cerr << "svcmgr-emulator: nobody is told of " << status << ": " << error.what() << '\n';
+    std::cerr << "svcmgr-emulator: cannot publish " << status << ": " << error.what() << '\n';
     return 0;
   }
 }

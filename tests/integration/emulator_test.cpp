@@ -97,7 +97,7 @@ TEST_F(EmulatorTest, LackOfDescriptorsLosesEventsOnly) {
   connect();
   limit_descriptors(0);
   EXPECT_EQ(korvane_svcmgr_request_update(), SVCMGR_ERROR_NONE);
-  for (int event = 0; event < 2; ++event) emulator_.await_line("nobody is told of update_status");
+  for (int event = 0; event < 2; ++event) emulator_.await_line("cannot publish update_status");
   limit_descriptors(256);
   EXPECT_EQ(korvane_svcmgr_request_update(), SVCMGR_ERROR_NONE);
 }

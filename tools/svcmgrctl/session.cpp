@@ -77,9 +77,9 @@ void set_alarm(int milliseconds) {
 }
 
 [[noreturn]] void fail_for_lost_connection(bool is_reported, const std::string &advice) {
-  const std::string cause = is_reported ? "the connection was lost: the service manager exited"
-                                        : "the service manager updated itself";
-  throw Failure(SVCMGR_ERROR_NOT_CONNECTED, cause + " and will not answer; " + advice);
+  const std::string cause =
+      is_reported ? "the connection was lost" : "the service manager updated itself";
+  throw Failure(SVCMGR_ERROR_NOT_CONNECTED, cause + ", so there will be no answer; " + advice);
 }
 
 }  // namespace

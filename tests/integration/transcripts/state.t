@@ -74,4 +74,5 @@ A list that is too long for a parcel is an error:
   svcmgrctl: SVCMGR_ERROR_INVALID_OPERATION (-38): the operation failed in a way that has no code of its own
   [1]
   $ svcmgrctl license
-  There is no licence text.
+  svcmgrctl: SVCMGR_ERROR_NOT_CONNECTED (-107): the connection was lost, so there will be no answer; try again
+  [1]

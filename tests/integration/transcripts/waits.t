@@ -54,9 +54,13 @@ A program on a terminal shows that it waits. Interrupted, it gives its request u
 
 A service manager that ends during a call is reported as such:
 
-  $ ctl crash-before-reply
-  $ svcmgrctl agent-level
-  svcmgrctl: SVCMGR_ERROR_NOT_CONNECTED (-107): the connection was lost: the service manager exited and will not answer; try again
+  $ for command in agent-level license; do
+  >   serve 2
+  >   ctl crash-before-reply
+  >   svcmgrctl $command
+  > done
+  svcmgrctl: SVCMGR_ERROR_NOT_CONNECTED (-107): the connection was lost, so there will be no answer; try again
+  svcmgrctl: SVCMGR_ERROR_NOT_CONNECTED (-107): the connection was lost, so there will be no answer; try again
   [1]
 
 A watch ends with its device:
@@ -76,7 +80,7 @@ An update of the service manager ends a request, but not an update of agents:
   $ until svcmgr-emulator ctl status | grep -q '"requests": 1,'; do :; done
   $ ctl update
   $ finish
-  svcmgrctl: SVCMGR_ERROR_NOT_CONNECTED (-107): the service manager updated itself and will not answer; try again
+  svcmgrctl: SVCMGR_ERROR_NOT_CONNECTED (-107): the service manager updated itself, so there will be no answer; try again
   [1]
   $ start svcmgrctl --timeout 0 update
   $ next
