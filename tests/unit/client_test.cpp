@@ -23,6 +23,7 @@ class ClientTest : public LibraryTest {
 
   void make_client() {
     client.emplace([this](Milliseconds delay, std::function<void()> task) {
+      if (!can_schedule) throw std::bad_alloc();
       tasks.emplace(now + delay, std::move(task));
     });
     client->on_connection([this](auto state) {
@@ -93,6 +94,7 @@ class ClientTest : public LibraryTest {
 
   std::multimap<Milliseconds, std::function<void()>> tasks;
   Milliseconds now{};
+  bool can_schedule = true;
 
   Handles handles;
   std::vector<std::error_code> ends;
@@ -213,6 +215,14 @@ TEST_F(ClientTest, DisconnectingEndsRequestsFromTheMainLoop) {
   EXPECT_THAT(ends, IsEmpty());
   run_for(0ms);
   expect_end(SVCMGR_ERROR_NOT_CONNECTED);
+  EXPECT_THAT(connection_states, IsEmpty());
+}
+
+TEST_F(ClientTest, AnAnswerWithoutAListIsLackOfMemory) {
+  open_models_request();
+  platform.uninstall_service_manager();
+  answer_models();
+  expect_end(SVCMGR_ERROR_OUT_OF_MEMORY);
 }
 
 TEST_F(ClientTest, EachRequestSendsItsArguments) {
@@ -286,6 +296,22 @@ TEST_F(ClientTest, AHandlerMayCancelARequestThatEndsWithIt) {
   expect_end(SVCMGR_ERROR_NOT_CONNECTED);
 }
 
+TEST_F(ClientTest, ARequestThatAHandlerStartsIsServedInTheNextStep) {
+  request_models();
+  reaction = [this] { request_models(); };
+  client->look();
+  expect_end(SVCMGR_ERROR_NOT_CONNECTED);
+}
+
+TEST_F(ClientTest, AHandlerThatRemovesItselfLivesUntilItReturns) {
+  client->on_connection([this, state = std::make_shared<int>()](auto) {
+    const std::weak_ptr<int> observed = state;
+    client->on_connection(nullptr);
+    EXPECT_FALSE(observed.expired());
+  });
+  connect();
+}
+
 TEST_F(ClientTest, AnAnswerHandlerMayDestroyTheClient) {
   open_models_request();
   reaction = [this] { client.reset(); };
@@ -332,6 +358,11 @@ TEST_F(ClientTest, AnExceptionOfAHandlerEndsTheProgram) {
 }
 
 // ---- The connection ----
+
+TEST_F(ClientTest, AConnectWhileConnectedIsNoError) {
+  connect();
+  EXPECT_EQ(client->connect(), SVCMGR_ERROR_NONE);
+}
 
 TEST_F(ClientTest, AConnectionThatCannotBeStartedIsTriedAgainEverySecond) {
   platform.failures["rpc_port_proxy_connect"] = -EIO;
@@ -407,6 +438,9 @@ TEST_F(ClientTest, AConnectionThatIsMadeAfterTheClientIsEnded) {
 TEST_F(ClientTest, StatusesReachTheirHandlersUntilTheseAreRemoved) {
   client->on_update_status([&](auto status) { update_statuses.push_back(status); });
   client->on_model_status([&](auto state) { model_states.push_back(state); });
+  platform.uninstall_service_manager();
+  EXPECT_THROW(client->on_update_status(nullptr), std::system_error);
+  platform.repair();
   start_update();
   platform.emit(".model_status", {{"START", "1"}});
   EXPECT_THAT(update_statuses, ElementsAre(SVCMGR_UPDATE_STATUS_STARTED));
@@ -414,6 +448,24 @@ TEST_F(ClientTest, StatusesReachTheirHandlersUntilTheseAreRemoved) {
   client->on_update_status(nullptr);
   client->on_model_status(nullptr);
   EXPECT_THAT(platform.subscriptions, IsEmpty());
+}
+
+TEST_F(ClientTest, AFunctionThatCannotScheduleItsStepChangesNothing) {
+  can_schedule = false;
+  EXPECT_THROW(client->connect(), std::bad_alloc);
+  EXPECT_THROW(request_models(), std::bad_alloc);
+  can_schedule = true;
+  run_for(2s);
+  EXPECT_THAT(platform.proxies, IsEmpty());
+  connect();
+  run_for(0ms);
+  can_schedule = false;
+  EXPECT_THROW(client->disconnect(), std::bad_alloc);
+  can_schedule = true;
+  request_models();
+  run_for(0ms);
+  EXPECT_THAT(ends, IsEmpty());
+  EXPECT_EQ(platform.sent.size(), 1U);
 }
 
 TEST_F(ClientTest, ADestroyedClientDoesNothing) {
