@@ -137,6 +137,7 @@ TEST_F(ConnectedTest, ARestartIsReportedAsLossAndConnection) {
   restart_service_manager();
   EXPECT_THAT(connection_states, ElementsAre(kLost, kConnected));
   EXPECT_TRUE(is_connected() && is_watching());
+  expect_logged({"I OnDisconnected: OnDisconnected", "I Reconnect: Re-connect"});
 }
 
 TEST_F(ConnectedTest, ALaunchWhileConnectedOrAfterADisconnectIsIgnored) {

@@ -80,7 +80,8 @@ TEST_F(StatusTest, ARemovedCallbackIsNotCalledEvenIfThePlatformRefusesTheRemoval
   platform.failures["event_remove_event_handler"] = -EIO;
   EXPECT_EQ(SVCMGR_ERROR_NONE, korvane_svcmgr_unset_update_status_cb());
   EXPECT_EQ(SVCMGR_ERROR_INVALID_OPERATION, korvane_svcmgr_ai_deregister_status_cb());
-  expect_logged({"E korvane_svcmgr_ai_deregister_status_cb: UnsetEventCallback Error"});
+  expect_logged({"E UnsetEventCallback: Failed to deregister event",
+                 "E korvane_svcmgr_ai_deregister_status_cb: UnsetEventCallback Error"});
   EXPECT_EQ(SVCMGR_ERROR_NONE, korvane_svcmgr_ai_deregister_status_cb()) << "nothing is left";
   start_both();
   expect_nothing_reported();

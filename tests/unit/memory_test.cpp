@@ -69,7 +69,7 @@ class MemoryTest : public LibraryTest {
     LibraryTest::TearDown();
     platform.reset();
     platform.resource_path = (directory() / "res/").string();
-    platform.install(SVCMGR_VENDOR_PREFIX ".agent", "4").metadata = {
+    platform.install(SVCMGR_VENDOR_PREFIX ".agent", Arguments::kText).metadata = {
         {"ai-agent-category", Arguments::kText}};
     platform.on_send = [licence = std::string(100, 'x')] {
       const bool for_licence = platform.sent.back()[0] == ParcelValue(3);
@@ -103,6 +103,7 @@ TEST_F(MemoryTest, ACallThatRunsOutOfMemoryChangesNothing) {
       if (failed) {
         EXPECT_TRUE(code != SVCMGR_ERROR_NONE ||
                     function.name == "korvane_svcmgr_get_license_fulltext");
+        EXPECT_NE(SVCMGR_ERROR_INVALID_PARAMETER, code);
         arguments.expect_unchanged();
         code = function.call(arguments);
       }
@@ -126,6 +127,7 @@ TEST_F(MemoryTest, ATextThatCannotBeStoredIsLackOfMemory) {
     EXPECT_EQ(SVCMGR_ERROR_OUT_OF_MEMORY,
               korvane_svcmgr_ai_model_info_set_id(handles.info.get(), "another"));
   });
+  expect_logged({"E korvane_svcmgr_ai_model_info_set_id: Out of memory"});
 }
 
 TEST_F(MemoryTest, AfterAnAnswerOrEventThatRunsOutOfMemoryTheNextOneArrives) {

@@ -224,6 +224,9 @@ TEST_F(ModelRequestsTest, EachKindOfRequestIsAnswered) {
   request_uninstallation();
   EXPECT_EQ("state 17, model 1 of 2, 50 %", answered(kUninstallation, 0, kProgress).contents);
   EXPECT_EQ(4U, answers.size());
+  expect_logged({"D GetUsableModelListWithDesc: GetUsableModelListWithDesc",
+                 "I OnReceived: GetUsableModelListWithDescCB::OnReceived error_code[0]",
+                 "D OnReceived: GetModelVersionListCB::OnReceived error_code[0]"});
 }
 
 TEST_F(ModelRequestsTest, EachReportOfProgressArrives) {
