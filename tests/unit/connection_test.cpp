@@ -87,6 +87,7 @@ TEST_F(ConnectedTest, ARejectionEndsTheConnectionAndKeepsThePort) {
   EXPECT_THAT(connection_states, ElementsAre(kRejected));
   EXPECT_EQ(SVCMGR_ERROR_NONE, start_connecting());
   EXPECT_EQ(0, connections_started());
+  expect_logged({"I OnRejected: OnRejected"});
 }
 
 TEST_F(ConnectionTest, ADisconnectWhileConnectingChangesNothing) {
@@ -137,7 +138,14 @@ TEST_F(ConnectedTest, ARestartIsReportedAsLossAndConnection) {
   restart_service_manager();
   EXPECT_THAT(connection_states, ElementsAre(kLost, kConnected));
   EXPECT_TRUE(is_connected() && is_watching());
-  expect_logged({"I OnDisconnected: OnDisconnected", "I Reconnect: Re-connect"});
+  EXPECT_THAT(platform.log,
+              ElementsAre("I OnDisconnected: OnDisconnected",
+                          "D AgentEventCallback: Agent status callback is invoked",
+                          "D AgentEventCallback: Service manager is disconnected. Try to reconnect",
+                          "I Reconnect: Re-connect", "I Disconnect: Disconnect",
+                          "I DontCareConnection: Don't care about CONNECTION",
+                          "I Disconnect: proxy handle was destroyed", "I Connect: Connect",
+                          "I OnConnected: OnConnected", "I KeepConnection: Keep the CONNECTION"));
 }
 
 TEST_F(ConnectedTest, ALaunchWhileConnectedOrAfterADisconnectIsIgnored) {

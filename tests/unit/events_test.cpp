@@ -170,6 +170,7 @@ TEST_F(UpdateStatusTest, ResultsAndFailuresAreTranslated) {
   EXPECT_EQ(kFailed, end_of_update({{"Fail", bytes_of(0)}}));
   EXPECT_EQ(kCompleted, end_of_update({{kOwnId, Bytes{0, 0, 0, 0, 9}}})) << "four bytes count";
   EXPECT_EQ(kFailed, end_of_update({{kOwnId, Bytes{0, 0, 0}}})) << "too few bytes";
+  expect_logged({"D UpdateEventCallback: update failed"});
 }
 
 TEST_F(UpdateStatusTest, KeysCountInTheirOrder) {

@@ -226,7 +226,10 @@ TEST_F(ModelRequestsTest, EachKindOfRequestIsAnswered) {
   EXPECT_EQ(4U, answers.size());
   expect_logged({"D GetUsableModelListWithDesc: GetUsableModelListWithDesc",
                  "I OnReceived: GetUsableModelListWithDescCB::OnReceived error_code[0]",
-                 "D OnReceived: GetModelVersionListCB::OnReceived error_code[0]"});
+                 "D GetModelVersionList: GetModelVersionList",
+                 "D OnReceived: GetModelVersionListCB::OnReceived error_code[0]",
+                 "D RequestToUninstall: RequestToUninstall",
+                 "D OnReceived: RequestToUninstallCB::OnReceived [17]"});
 }
 
 TEST_F(ModelRequestsTest, EachReportOfProgressArrives) {
