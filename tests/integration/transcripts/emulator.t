@@ -60,6 +60,8 @@ Messages that say what is wrong:
   $ (ulimit -f 0; env --ignore-signal=XFSZ svcmgr-emulator --init --device other)
   svcmgr-emulator: cannot write */other/* (glob)
   [1]
+  $ test -e other
+  [1]
   $ svcmgr-emulator --init --device other >/dev/null
   $ mkdir other/run/emulator.lock
   $ svcmgr-emulator --device other
